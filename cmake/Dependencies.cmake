@@ -1,0 +1,60 @@
+# Third-party libraries, each behind one target name that is the same on every platform.
+
+find_package(Threads REQUIRED)
+find_package(Eigen3 3.4 REQUIRED NO_MODULE)
+
+# Debian's header-only packages sit in /usr/include, which a cross compiler must not see as a whole: link the
+# two folders that are wanted into the build tree.
+function(lumaro_header_only target folder)
+  add_library(${target} INTERFACE)
+  if(CMAKE_CROSSCOMPILING)
+    set(link "${PROJECT_BINARY_DIR}/host-headers/${folder}")
+    if(NOT EXISTS "/usr/include/${folder}")
+      message(FATAL_ERROR "The headers of ${folder} are missing: install nlohmann-json3-dev and libcli11-dev")
+    endif()
+    file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/host-headers")
+    file(CREATE_LINK "/usr/include/${folder}" "${link}" SYMBOLIC)
+    target_include_directories(${target} SYSTEM INTERFACE "${PROJECT_BINARY_DIR}/host-headers")
+  else()
+    find_path(LUMARO_${folder}_INCLUDE ${folder} REQUIRED)
+    target_include_directories(${target} SYSTEM INTERFACE "${LUMARO_${folder}_INCLUDE}")
+  endif()
+endfunction()
+lumaro_header_only(lumaro_json nlohmann)
+lumaro_header_only(lumaro_cli11 CLI)
+
+find_path(LUMARO_BROTLI_INCLUDE brotli/decode.h REQUIRED)
+find_library(LUMARO_BROTLI_COMMON NAMES brotlicommon-static brotlicommon REQUIRED)
+find_library(LUMARO_BROTLI_DEC NAMES brotlidec-static brotlidec REQUIRED)
+find_library(LUMARO_BROTLI_ENC NAMES brotlienc-static brotlienc REQUIRED)
+add_library(lumaro_brotlidec INTERFACE)
+target_include_directories(lumaro_brotlidec SYSTEM INTERFACE "${LUMARO_BROTLI_INCLUDE}")
+target_link_libraries(lumaro_brotlidec INTERFACE "${LUMARO_BROTLI_DEC}" "${LUMARO_BROTLI_COMMON}")
+add_library(lumaro_brotlienc INTERFACE)
+target_include_directories(lumaro_brotlienc SYSTEM INTERFACE "${LUMARO_BROTLI_INCLUDE}")
+target_link_libraries(lumaro_brotlienc INTERFACE "${LUMARO_BROTLI_ENC}" "${LUMARO_BROTLI_COMMON}")
+
+if(MINGW)
+  set(ZLIB_USE_STATIC_LIBS ON) # one DLL less beside the programs
+endif()
+find_package(PNG REQUIRED)
+
+if(LUMARO_BUILD_BENCH)
+  find_package(benchmark REQUIRED)
+endif()
+
+if(LUMARO_BUILD_TESTS)
+  add_library(lumaro_gtest INTERFACE)
+  if(EXISTS /usr/src/googletest/CMakeLists.txt)
+    # Built from Debian's sources, so that the sanitizers see into it too.
+    set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
+    set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
+    add_subdirectory(/usr/src/googletest "${PROJECT_BINARY_DIR}/googletest" EXCLUDE_FROM_ALL SYSTEM)
+    target_link_libraries(lumaro_gtest INTERFACE gtest gtest_main)
+    get_target_property(gtest_includes gtest INTERFACE_INCLUDE_DIRECTORIES)
+    target_include_directories(lumaro_gtest SYSTEM INTERFACE ${gtest_includes})
+  else()
+    find_package(GTest REQUIRED)
+    target_link_libraries(lumaro_gtest INTERFACE GTest::gtest GTest::gtest_main)
+  endif()
+endif()

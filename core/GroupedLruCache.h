@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstddef>
+#include <list>
+#include <mutex>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+
+namespace Core {
+
+/**
+ * Keeps the most recently used values by group and key; a whole group can be dropped at once. The capacity
+ * counts entries over all groups, whatever their size. A key already present keeps its value.
+ *
+ * Every member may be called from any thread. Values are copied out.
+ */
+template <class Key, class Value, class Group>
+class GroupedLruCache {
+public:
+    /// Throws std::invalid_argument for a capacity of 0.
+    explicit GroupedLruCache(size_t capacity) : mCapacity(capacity) {
+        if (capacity == 0) {
+            throw std::invalid_argument("Capacity must be greater than 0");
+        }
+    }
+
+    GroupedLruCache(const GroupedLruCache&) = delete;
+    GroupedLruCache& operator=(const GroupedLruCache&) = delete;
+
+    /// Copies the value into out and makes it the most recently used; false, and out stays, when it is
+    /// absent.
+    bool get(const Group& group, const Key& key, Value& out) {
+        const std::lock_guard lock(mMutex);
+        const auto inGroup = mByGroup.find(group);
+        if (inGroup == mByGroup.end()) {
+            return false;
+        }
+        const auto found = inGroup->second.find(key);
+        if (found == inGroup->second.end()) {
+            return false;
+        }
+        mEntries.splice(mEntries.begin(), mEntries, found->second);
+        out = found->second->value;
+        return true;
+    }
+
+    /// Inserts as the most recently used; the least recently used entry leaves when the cache is full.
+    void insert(const Group& group, const Key& key, Value value) {
+        Entries entry;  // Outlives the lock, as does what is evicted.
+        Entries evicted;
+        entry.push_back(Entry{group, key, std::move(value)});
+
+        const std::lock_guard lock(mMutex);
+        const auto [position, isNew] = mByGroup[group].try_emplace(key, entry.begin());
+        if (!isNew) {
+            mEntries.splice(mEntries.begin(), mEntries, position->second);
+            return;
+        }
+        mEntries.splice(mEntries.begin(), entry);
+        if (mEntries.size() > mCapacity) {
+            const auto last = std::prev(mEntries.end());
+            const auto inGroup = mByGroup.find(last->group);
+            inGroup->second.erase(last->key);
+            if (inGroup->second.empty()) {
+                mByGroup.erase(inGroup);
+            }
+            evicted.splice(evicted.begin(), mEntries, last);
+        }
+    }
+
+    void eraseGroup(const Group& group) {
+        Entries dropped;
+        const std::lock_guard lock(mMutex);
+        const auto inGroup = mByGroup.find(group);
+        if (inGroup == mByGroup.end()) {
+            return;
+        }
+        for (const auto& [key, position] : inGroup->second) {
+            dropped.splice(dropped.begin(), mEntries, position);
+        }
+        mByGroup.erase(inGroup);
+    }
+
+    void clear() {
+        Entries dropped;
+        const std::lock_guard lock(mMutex);
+        mByGroup.clear();
+        mEntries.swap(dropped);
+    }
+
+    size_t capacity() const { return mCapacity; }
+
+    /// Number of entries over all groups.
+    size_t size() const {
+        const std::lock_guard lock(mMutex);
+        return mEntries.size();
+    }
+
+private:
+    struct Entry {
+        Group group;
+        Key key;
+        Value value;
+    };
+    using Entries = std::list<Entry>;
+
+    const size_t mCapacity;
+
+    mutable std::mutex mMutex;  ///< Guards the two below.
+    Entries mEntries;           ///< Most recently used first.
+    std::unordered_map<Group, std::unordered_map<Key, typename Entries::iterator>> mByGroup;
+};
+
+}  // namespace Core

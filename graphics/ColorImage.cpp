@@ -1,0 +1,38 @@
+#include <graphics/ColorImage.h>
+
+#include <graphics/Png.h>
+
+#include <cstring>
+
+namespace Graphics {
+
+static_assert(sizeof(Math::Color) == Image::BYTES_PER_TEXEL);
+
+void ColorImage::fill(const Math::Color& color) {
+    fillTexels(&color);
+}
+
+Math::Color ColorImage::pixel(size_t x, size_t y) const {
+    Math::Color color;
+    std::memcpy(&color, texel(x, y), sizeof color);
+    return color;
+}
+
+void ColorImage::setPixel(size_t x, size_t y, const Math::Color& color) {
+    std::memcpy(texel(x, y), &color, sizeof color);
+}
+
+void ColorImage::writePng(const std::filesystem::path& file) const {
+    Png::write(file, Png::Format::Bgra8, width(), height(), stride(), data());
+}
+
+ColorImage ColorImage::readPng(const std::filesystem::path& file) {
+    ColorImage image;
+    Png::read(file, Png::Format::Bgra8, [&image](size_t width, size_t height) {
+        image.resize(width, height);
+        return Png::Destination{image.data(), image.stride()};
+    });
+    return image;
+}
+
+}  // namespace Graphics

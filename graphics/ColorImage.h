@@ -1,0 +1,32 @@
+#pragma once
+
+#include <core/Export.h>
+#include <graphics/Image.h>
+#include <math/Color.h>
+
+#include <filesystem>
+
+namespace Graphics {
+
+/// Texels of 8-bit blue, green, red, alpha, alpha not multiplied in.
+class LUMARO_API ColorImage : public Image {
+public:
+    ColorImage() = default;
+
+    /// Transparent black.
+    ColorImage(size_t width, size_t height) { resize(width, height); }
+
+    void fill(const Math::Color& color);
+
+    /// x to the right, y downwards. Both throw std::out_of_range outside the image.
+    Math::Color pixel(size_t x, size_t y) const;
+    void setPixel(size_t x, size_t y, const Math::Color& color);
+
+    /// Writes an 8-bit RGBA file. The file appears complete or not at all. Throws ImageError.
+    void writePng(const std::filesystem::path& file) const;
+
+    /// Reads a PNG of any kind. Throws ImageError, also for sides above 65535 or more than 2^28 texels.
+    static ColorImage readPng(const std::filesystem::path& file);
+};
+
+}  // namespace Graphics

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <core/Export.h>
+#include <graphics/Image.h>
+
+#include <filesystem>
+
+namespace Graphics {
+
+/// Texels of one 32-bit float.
+class LUMARO_API DepthImage : public Image {
+public:
+    DepthImage() = default;
+
+    /// All zero.
+    DepthImage(size_t width, size_t height) { resize(width, height); }
+
+    void fill(float depth);
+
+    /// x to the right, y downwards. Both throw std::out_of_range outside the image.
+    float pixel(size_t x, size_t y) const;
+    void setPixel(size_t x, size_t y, float depth);
+
+    /// Writes a 16-bit grey file of linear values: 0 … 1 becomes 0 … 65535, rounded; what lies outside is
+    /// clamped and NaN becomes 0. The file appears complete or not at all. Throws ImageError.
+    void writePng(const std::filesystem::path& file) const;
+
+    /// Reads the same mapping back; other PNG files become their linear luminance. Limits and errors as
+    /// ColorImage::readPng.
+    static DepthImage readPng(const std::filesystem::path& file);
+};
+
+}  // namespace Graphics

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <core/Export.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace Graphics {
+
+/// Rows of 4-byte texels in memory, top row first, each row `stride` bytes after the one before. The base of
+/// ColorImage and DepthImage; a value, with no thread of its own.
+class LUMARO_API Image {
+public:
+    static constexpr size_t BYTES_PER_TEXEL = 4;
+
+    /// Rows without padding. Otherwise as below.
+    void resize(size_t width, size_t height);
+
+    /// Rows of strideBytes, padding included. The contents are unspecified afterwards. Throws
+    /// std::invalid_argument when a row does not fit into the stride, std::length_error when the image cannot
+    /// be addressed.
+    void resize(size_t width, size_t height, size_t strideBytes);
+
+    uint8_t* data() { return mData.data(); }
+    const uint8_t* data() const { return mData.data(); }
+
+    size_t width() const { return mWidth; }
+    size_t height() const { return mHeight; }
+    size_t stride() const { return mStride; }  ///< Bytes per row, padding included.
+    size_t sizeInBytes() const { return mStride * mHeight; }
+
+protected:
+    Image() = default;
+    ~Image() = default;
+    Image(const Image&) = default;
+    Image& operator=(const Image&) = default;
+    Image(Image&& other) noexcept { swap(other); }  ///< The source is empty afterwards.
+    Image& operator=(Image&& other) noexcept;
+
+    /// First byte of a texel. Throws std::out_of_range outside the image.
+    const uint8_t* texel(size_t x, size_t y) const;
+    uint8_t* texel(size_t x, size_t y);
+
+    /// Copies the 4 bytes to every texel, not to the padding.
+    void fillTexels(const void* texelBytes);
+
+private:
+    void swap(Image& other) noexcept;
+
+    size_t mWidth = 0;
+    size_t mHeight = 0;
+    size_t mStride = 0;
+    std::vector<uint8_t> mData;
+};
+
+}  // namespace Graphics
