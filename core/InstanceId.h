@@ -9,8 +9,9 @@ namespace Core {
  * Numbers the instances of T (T derives from InstanceId<T>): 0 for the first of the process, 1 for the next,
  * and so on, from any thread. A copy carries its source's number.
  *
- * A T that is exported from a DLL declares `extern template class LUMARO_API Core::InstanceId<T>;` beside
- * itself and instantiates it in one source, so that every module of the process draws from one counter.
+ * For a T that is exported from a DLL only nextId() is instantiated there, so that every module of the
+ * process draws from one counter. Its header says `extern template LUMARO_API size_t
+ * Core::InstanceId<T>::nextId();`, one source `template size_t Core::InstanceId<T>::nextId();`.
  */
 template <class T>
 class InstanceId {

@@ -3,7 +3,7 @@
 #include <core/CacheEntrySizeCount.h>
 
 #include <cstddef>
-#include <functional>
+#include <iterator>
 #include <list>
 #include <mutex>
 #include <stdexcept>

@@ -1,0 +1,53 @@
+// The input is a point count in one byte, then the chunk of a node with every attribute that is decoded.
+
+#include <fuzz/FuzzTarget.h>
+#include <octree/Octree.h>
+#include <octree/StoreError.h>
+
+#include <tests/support/PotreeFixture.h>
+
+#include <cstdlib>
+
+namespace {
+
+nlohmann::json allAttributes() {
+    using Support::attribute;
+    return {attribute("position", 12, "int32"),      attribute("intensity", 2, "uint16"),
+            attribute("classification", 1, "uint8"), attribute("visibility", 1, "uint8"),
+            attribute("ScanIndex", 4, "uint32"),     attribute("rgb", 6, "uint16"),
+            attribute("normal_oct16", 2, "uint16"),  attribute("other", 3, "uint8")};
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static Support::PotreeFixture fixture;
+    if (size < 1) {
+        return 0;
+    }
+    const std::string chunk(reinterpret_cast<const char*>(data + 1), size - 1);
+    fixture.metadata["attributes"] = allAttributes();
+    fixture.metadata["points"] = data[0];
+    fixture.hierarchy = Support::hierarchyRecord(0, 0, data[0], 0, chunk.size());
+    fixture.metadata["hierarchy"]["firstChunkSize"] = fixture.hierarchy.size();
+    fixture.octree = chunk;
+    fixture.writeAll();
+    try {
+        const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+        Octree::NodePointData points;
+        octree.getNodePointData(Octree::OctreeNodeId(), points);
+        if (points.size() != octree.pointCount(Octree::OctreeNodeId())) {
+            std::abort();
+        }
+        for (const Math::Point<double, 3>& position : points.positions()) {
+            // Half of the fixture's cube and a few of its steps.
+            for (const double value : position.values) {
+                if (!(value >= -129.5 && value <= 129.5)) {
+                    std::abort();
+                }
+            }
+        }
+    } catch (const Octree::StoreError&) {
+    }
+    return 0;
+}

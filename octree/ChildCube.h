@@ -1,0 +1,20 @@
+#pragma once
+
+#include <math/NBoundingBox.h>
+
+#include <cstddef>
+
+namespace Octree {
+
+/// The part of a node's box that belongs to its child 4x + 2y + z.
+inline Math::NBoundingBox<double, 3> childCube(const Math::NBoundingBox<double, 3>& box, std::size_t child) {
+    Math::NBoundingBox<double, 3> result = box;
+    for (int axis = 0; axis < 3; ++axis) {
+        const double center = (box.min[axis] + box.max[axis]) * 0.5;
+        const bool upper = (child >> (2 - axis) & 1) != 0;
+        (upper ? result.min : result.max)[axis] = center;
+    }
+    return result;
+}
+
+}  // namespace Octree

@@ -1,0 +1,62 @@
+#include <octree/NodePointData.h>
+
+#include <stdexcept>
+#include <utility>
+
+namespace Octree {
+
+template <class T>
+void NodePointData::set(Attribute attribute, std::vector<T>& target, std::vector<T>&& column) {
+    if (mSizeKnown && column.size() != mSize) {
+        throw std::invalid_argument("The columns of a node must have the same length");
+    }
+    mSize = column.size();
+    mSizeKnown = true;
+    if (wants(attribute)) {
+        target = std::move(column);
+        mPresent |= static_cast<unsigned>(attribute);
+    }
+}
+
+void NodePointData::reset(std::size_t size) {
+    mPresent = 0;
+    mSize = size;
+    mSizeKnown = true;
+    mPositions.clear();
+    mColors.clear();
+    mIntensities.clear();
+    mClassifications.clear();
+    mScanIndices.clear();
+    mVisibilities.clear();
+    mNormals.clear();
+}
+
+void NodePointData::setPositions(std::vector<Math::Point<double, 3>> column) {
+    set(Attribute::Position, mPositions, std::move(column));
+}
+
+void NodePointData::setColors(std::vector<Math::Color> column) {
+    set(Attribute::Color, mColors, std::move(column));
+}
+
+void NodePointData::setIntensities(std::vector<std::uint16_t> column) {
+    set(Attribute::Intensity, mIntensities, std::move(column));
+}
+
+void NodePointData::setClassifications(std::vector<std::uint8_t> column) {
+    set(Attribute::Classification, mClassifications, std::move(column));
+}
+
+void NodePointData::setScanIndices(std::vector<std::uint32_t> column) {
+    set(Attribute::ScanIndex, mScanIndices, std::move(column));
+}
+
+void NodePointData::setVisibilities(std::vector<std::uint8_t> column) {
+    set(Attribute::Visibility, mVisibilities, std::move(column));
+}
+
+void NodePointData::setNormals(std::vector<Math::Point<float, 3>> column) {
+    set(Attribute::Normal, mNormals, std::move(column));
+}
+
+}  // namespace Octree

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <core/Export.h>
+#include <math/NBoundingBox.h>
+#include <math/Point.h>
+#include <octree/AttributeInfo.h>
+#include <octree/NodePointData.h>
+#include <octree/OctreeNodeId.h>
+
+#include <cstdint>
+#include <stop_token>
+#include <vector>
+
+namespace Octree {
+
+/// What does not change about a store while it is open. Coordinates and lengths are absolute, in the store's
+/// unit.
+struct StoreFacts {
+    /// Tight around the points.
+    Math::NBoundingBox<double, 3> boundingBox;
+    /// Of the root node; a child's is half of it along each axis.
+    Math::NBoundingBox<double, 3> boundingCube;
+    /// The origin of model coordinates: the cube's centre, moved onto the store's integer grid if it has one,
+    /// so that differences to it are whole steps.
+    Math::Point<double, 3> referencePosition{0.0, 0.0, 0.0};
+    /// Distance between points of level 0, halved with each level.
+    double spacing = 0.0;
+    std::uint64_t pointCount = 0;
+    std::vector<AttributeInfo> attributes;
+};
+
+struct NodeFacts {
+    /// Bit i set: child i exists.
+    std::uint8_t childMask = 0;
+    /// 1 all points visible, 2 all hidden, 0 per point or unknown.
+    std::uint8_t visibility = 0;
+    std::uint64_t pointCount = 0;
+};
+
+/// The store behind an Octree. Hosts and tests may bring their own. All operations are called from any number
+/// of threads at once; they throw StoreError when the store is damaged or has no such node.
+class LUMARO_API NodeSource {
+public:
+    NodeSource() = default;
+    NodeSource(const NodeSource&) = delete;
+    NodeSource& operator=(const NodeSource&) = delete;
+    virtual ~NodeSource();
+
+    /// The same object, unchanged, for the source's whole life.
+    virtual const StoreFacts& storeFacts() const = 0;
+
+    /// May read from the store. False when stopped, which leaves facts as they were.
+    virtual bool nodeFacts(OctreeNodeId id, NodeFacts& facts, const std::stop_token& stop) = 0;
+
+    /// As NodeFacts::visibility, without reading more of the store than it takes to know the node.
+    virtual int nodeVisibility(OctreeNodeId id);
+
+    /// Fills the columns that data wants and the store has; positions are (absolute - reference) * unitScale.
+    /// False when stopped; data is then unspecified.
+    virtual bool readNode(OctreeNodeId id, double unitScale, NodePointData& data,
+                          const std::stop_token& stop) = 0;
+};
+
+}  // namespace Octree

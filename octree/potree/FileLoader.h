@@ -1,0 +1,36 @@
+#pragma once
+
+#include <octree/RandomAccessFile.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <future>
+#include <stop_token>
+#include <string>
+
+namespace PoTree {
+
+/// Reads byte ranges of a store's hierarchy.bin and octree.bin. Any number of threads at once. A range that
+/// does not lie in the file is a StoreError before anything is allocated.
+class FileLoader {
+public:
+    /// Throws StoreError when one of the two files cannot be opened.
+    explicit FileLoader(const std::filesystem::path& folder);
+
+    const std::filesystem::path& hierarchyFile() const { return mHierarchy.path(); }
+    const std::filesystem::path& octreeFile() const { return mOctree.path(); }
+
+    /// False when stopped; bytes are then unspecified.
+    bool fetchHierarchyChunk(std::uint64_t offset, std::uint64_t size, std::string& bytes,
+                             std::stop_token stop) const;
+
+    /// The future is ready on return: it holds the bytes, a StoreError or, when stopped, a FetchCancelled.
+    std::future<std::string> fetchOctreeChunk(std::uint64_t offset, std::uint64_t size,
+                                              std::stop_token stop) const;
+
+private:
+    Octree::RandomAccessFile mHierarchy;
+    Octree::RandomAccessFile mOctree;
+};
+
+}  // namespace PoTree

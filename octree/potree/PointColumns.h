@@ -1,0 +1,45 @@
+#pragma once
+
+#include <math/Color.h>
+#include <math/Point.h>
+#include <octree/potree/Metadata.h>
+#include <octree/potree/PointCodes.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace PoTree {
+
+/// The integer grid a store's coordinates lie on, as seen from the grid point nearest to the cube's centre.
+struct CoordinateGrid {
+    /// Points may lie this many steps outside the store's box: converters round, and shift by a step.
+    static constexpr double SLACK_STEPS = 4.0;
+
+    explicit CoordinateGrid(const Metadata& metadata);
+
+    Math::Point<double, 3> scale;
+    /// The absolute coordinates of the origin, and its integers; doubles hold them exactly.
+    Math::Point<double, 3> reference;
+    Math::Point<double, 3> origin;
+    /// Smallest integer inside the store's box on each axis, and how far up it goes.
+    std::array<std::uint32_t, 3> low, span;
+};
+
+/// Which of the two colour depths a store has, by the type and the largest value of its "rgb".
+ColorDepth colorDepthOf(const Metadata& metadata);
+
+/// Positions relative to the grid's reference, times unitScale. Returns the index of the first point outside
+/// the store's box, if one is; out is then unspecified.
+std::optional<std::size_t> decodePositions(const std::byte* codes, std::size_t count,
+                                           const CoordinateGrid& grid, double unitScale,
+                                           std::vector<Math::Point<double, 3>>& out);
+
+void decodeColors(const std::byte* codes, std::size_t count, ColorDepth depth, std::vector<Math::Color>& out);
+
+/// The unit vector of an octahedral code, x in the low byte.
+Math::Point<float, 3> decodeOct16(std::uint16_t code);
+
+}  // namespace PoTree

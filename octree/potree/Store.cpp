@@ -1,0 +1,259 @@
+#include <octree/StoreError.h>
+#include <octree/potree/FetchCancelled.h>
+#include <octree/potree/HierarchyChunk.h>
+#include <octree/potree/Store.h>
+
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace PoTree {
+
+namespace {
+
+using Octree::Attribute;
+using Octree::OctreeNodeId;
+using Octree::StoreError;
+
+/// Millions of nodes in one chunk, where stores have thousands.
+constexpr std::uint64_t MAX_HIERARCHY_CHUNK_SIZE = std::uint64_t{64} << 20;
+
+Metadata readMetadata(const FileSystemLocation& location) {
+    std::error_code ignored;
+    const auto status = std::filesystem::status(location.folder(), ignored);
+    if (!std::filesystem::exists(status)) {
+        throw StoreError(location.folder(), "there is no such folder");
+    }
+    if (!std::filesystem::is_directory(status)) {
+        throw StoreError(location.folder(), "is not a folder");
+    }
+    return Metadata::read(location.folder() / "metadata.json");
+}
+
+Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& grid) {
+    Octree::StoreFacts facts;
+    facts.boundingBox = metadata.tightBox;
+    // Brotli stores are written one step too high on each axis.
+    facts.boundingBox.max += metadata.scale;
+    facts.boundingCube = metadata.boundingBox;
+    facts.referencePosition = grid.reference;
+    facts.spacing = metadata.spacing;
+    facts.pointCount = metadata.pointCount;
+    facts.attributes = metadata.attributes;
+    return facts;
+}
+
+}  // namespace
+
+Store::Store(const FileSystemLocation& location)
+    : mMetadata(readMetadata(location)),
+      mLoader(location.folder()),
+      mOffsets(mMetadata),
+      mGrid(mMetadata),
+      mColorDepth(colorDepthOf(mMetadata)),
+      mFacts(makeFacts(mMetadata, mGrid)) {
+    const auto root = std::make_shared<Node>(OctreeNodeId(), mMetadata.boundingBox);
+    if (mMetadata.pointCount == 0 && mMetadata.firstChunkSize == 0) {
+        mNodes.insert(root);
+        return;
+    }
+    const std::lock_guard lock(mLoading);
+    loadChunk(root, 0, mMetadata.firstChunkSize, {});
+}
+
+Store::~Store() = default;
+
+void Store::failInHierarchy(OctreeNodeId id, const std::string& problem) const {
+    throw StoreError(mLoader.hierarchyFile(), id.name(), problem);
+}
+
+// The node's record, which may be a proxy's; nullptr when stopped.
+const Node* Store::find(OctreeNodeId id, const std::stop_token& stop) {
+    for (;;) {
+        if (const Node* node = mNodes.find(id)) {
+            return node;
+        }
+        const Node* ancestor = nullptr;
+        for (OctreeNodeId above = id; ancestor == nullptr && !above.isRoot();) {
+            above = above.parent();
+            ancestor = mNodes.find(above);
+        }
+        if (ancestor == nullptr || !ancestor->isProxy()) {
+            failInHierarchy(id, "there is no such node");
+        }
+        if (!loadChunkOf(*ancestor, stop)) {
+            return nullptr;
+        }
+    }
+}
+
+// The node's own record; nullptr when stopped.
+const Node* Store::findLoaded(OctreeNodeId id, const std::stop_token& stop) {
+    const Node* node = find(id, stop);
+    while (node != nullptr && node->isProxy()) {
+        node = loadChunkOf(*node, stop) ? mNodes.find(id) : nullptr;
+    }
+    return node;
+}
+
+bool Store::loadChunkOf(const Node& proxy, const std::stop_token& stop) {
+    const std::lock_guard lock(mLoading);
+    if (mNodes.find(proxy.id) != &proxy) {
+        return true;  // loaded by another thread meanwhile
+    }
+    return loadChunk(std::make_shared<Node>(proxy.id, proxy.boundingBox), proxy.byteOffset, proxy.byteSize,
+                     stop);
+}
+
+bool Store::loadChunk(const std::shared_ptr<Node>& root, std::uint64_t offset, std::uint64_t size,
+                      const std::stop_token& stop) {
+    checkRange(*root, offset, size);
+    std::vector<std::shared_ptr<Node>> nodes;
+    try {
+        if (!loadHierarchyChunk(mLoader, root, offset, size, stop, nodes)) {
+            return false;
+        }
+    } catch (const StoreError&) {
+        std::throw_with_nested(
+            StoreError(mLoader.hierarchyFile(), root->id.name(), "its hierarchy chunk cannot be read"));
+    }
+    if (nodes.size() > size / HIERARCHY_RECORD_SIZE) {
+        failInHierarchy(root->id, "its hierarchy chunk is cut short: it names " +
+                                      std::to_string(nodes.size()) + " nodes and has " +
+                                      std::to_string(size / HIERARCHY_RECORD_SIZE) + " records");
+    }
+    if (root->isProxy()) {
+        failInHierarchy(root->id, "its hierarchy chunk begins with another reference instead of the node");
+    }
+    for (const std::shared_ptr<Node>& node : nodes) {
+        if (node->pointCount > mMetadata.pointCount) {
+            failInHierarchy(node->id, "it claims " + std::to_string(node->pointCount) +
+                                          " points, the whole store has " +
+                                          std::to_string(mMetadata.pointCount));
+        }
+    }
+    // Children first: a reader that sees the root's own record finds them.
+    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
+        mNodes.insert(*node);
+    }
+    mLoadedRanges.emplace(offset, offset + size);
+    return true;
+}
+
+void Store::checkRange(const Node& root, std::uint64_t offset, std::uint64_t size) const {
+    if (size < HIERARCHY_RECORD_SIZE) {
+        failInHierarchy(root.id, "its hierarchy chunk of " + std::to_string(size) + " bytes holds no record");
+    }
+    if (size > MAX_HIERARCHY_CHUNK_SIZE) {
+        failInHierarchy(root.id, "its hierarchy chunk of " + std::to_string(size) + " bytes is too large");
+    }
+    const auto next = mLoadedRanges.lower_bound(offset);
+    const bool hitsNext = next != mLoadedRanges.end() && next->first - offset < size;
+    const bool hitsPrevious = next != mLoadedRanges.begin() && std::prev(next)->second > offset;
+    if (hitsNext || hitsPrevious) {
+        failInHierarchy(root.id, "its hierarchy chunk at " + std::to_string(offset) +
+                                     " overlaps one that belongs to another node");
+    }
+}
+
+int Store::visibilityOf(const Node& node) const {
+    if (!mMetadata.hasNodeVisibility) {
+        return 0;
+    }
+    switch (node.visibility) {
+        case VisibilityType::AllVisible:
+            return 1;
+        case VisibilityType::AllHidden:
+            return 2;
+    }
+    return 0;
+}
+
+bool Store::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) {
+    const Node* node = findLoaded(id, stop);
+    if (node == nullptr) {
+        return false;
+    }
+    const bool isDeepest = id.level() == OctreeNodeId::MAX_REPRESENTABLE_LEVEL;
+    facts.childMask = isDeepest ? std::uint8_t{0} : node->childMask;
+    facts.visibility = static_cast<std::uint8_t>(visibilityOf(*node));
+    facts.pointCount = node->byteSize == 0 ? 0 : node->pointCount;
+    return true;
+}
+
+int Store::nodeVisibility(OctreeNodeId id) {
+    const Node* node = find(id, {});
+    return visibilityOf(*node);
+}
+
+bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,
+                     const std::stop_token& stop) {
+    const Node* node = findLoaded(id, stop);
+    if (node == nullptr) {
+        return false;
+    }
+    if (node->pointCount == 0 || node->byteSize == 0) {
+        data.reset(0);
+        return true;
+    }
+    try {
+        const DecompressedChunk chunk = readNodeChunk(*node, mMetadata, mLoader, stop);
+        fill(*node, chunk, unitScale, data);
+        return true;
+    } catch (const FetchCancelled&) {
+        return false;
+    }
+}
+
+void Store::fill(const Node& node, const DecompressedChunk& chunk, double unitScale,
+                 Octree::NodePointData& data) const {
+    data.reset(chunk.pointCount);
+    if (mOffsets.position && data.wants(Attribute::Position)) {
+        std::vector<Math::Point<double, 3>> positions;
+        if (const auto outside = decodePositions(chunk.column(*mOffsets.position), chunk.pointCount, mGrid,
+                                                 unitScale, positions)) {
+            throw StoreError(mLoader.octreeFile(), node.id.name(),
+                             "point " + std::to_string(*outside) + " lies outside the store's bounding box");
+        }
+        data.setPositions(std::move(positions));
+    }
+    if (mOffsets.color && data.wants(Attribute::Color)) {
+        std::vector<Math::Color> colors;
+        decodeColors(chunk.column(*mOffsets.color), chunk.pointCount, mColorDepth, colors);
+        data.setColors(std::move(colors));
+    }
+    fillPlainColumns(node, chunk, data);
+}
+
+void Store::fillPlainColumns(const Node& node, const DecompressedChunk& chunk,
+                             Octree::NodePointData& data) const {
+    std::vector<std::uint16_t> intensities;
+    std::vector<std::uint32_t> scanIndices;
+    std::vector<std::uint8_t> classifications;
+    std::vector<std::uint8_t> visibilities;
+    std::vector<Math::Point<float, 3>> normals;
+    const auto wanted = [&data](Attribute attribute, auto& column) {
+        return data.wants(attribute) ? &column : nullptr;
+    };
+    copyColumns(chunk, mOffsets,
+                {.intensities = wanted(Attribute::Intensity, intensities),
+                 .scanIndices = wanted(Attribute::ScanIndex, scanIndices),
+                 .classifications = wanted(Attribute::Classification, classifications),
+                 .visibilities = wanted(Attribute::Visibility, visibilities),
+                 .normals = wanted(Attribute::Normal, normals)});
+    if (const int visibility = visibilityOf(node); visibility != 0 && data.wants(Attribute::Visibility)) {
+        visibilities.assign(chunk.pointCount, visibility == 2 ? 1 : 0);
+    }
+    const auto set = [&data](auto& column, auto setter) {
+        if (!column.empty()) {
+            (data.*setter)(std::move(column));
+        }
+    };
+    set(intensities, &Octree::NodePointData::setIntensities);
+    set(scanIndices, &Octree::NodePointData::setScanIndices);
+    set(classifications, &Octree::NodePointData::setClassifications);
+    set(visibilities, &Octree::NodePointData::setVisibilities);
+    set(normals, &Octree::NodePointData::setNormals);
+}
+
+}  // namespace PoTree

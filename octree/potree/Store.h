@@ -1,0 +1,67 @@
+#pragma once
+
+#include <octree/NodeSource.h>
+#include <octree/potree/FileLoader.h>
+#include <octree/potree/FileSystemLocation.h>
+#include <octree/potree/Metadata.h>
+#include <octree/potree/Node.h>
+#include <octree/potree/NodeChunk.h>
+#include <octree/potree/NodeTable.h>
+#include <octree/potree/PointColumns.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stop_token>
+#include <string>
+
+namespace PoTree {
+
+/// A Potree 2.0 store on disk. Hierarchy chunks are loaded one at a time as nodes below a proxy are asked
+/// for; each part of hierarchy.bin is read at most once, so that a damaged file cannot make it grow without
+/// end.
+class Store final : public Octree::NodeSource {
+public:
+    /// Reads the metadata and the first hierarchy chunk. Throws StoreError.
+    explicit Store(const FileSystemLocation& location);
+    ~Store() override;
+
+    const Octree::StoreFacts& storeFacts() const override { return mFacts; }
+    bool nodeFacts(Octree::OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) override;
+    /// A proxy's own record answers for its node.
+    int nodeVisibility(Octree::OctreeNodeId id) override;
+    bool readNode(Octree::OctreeNodeId id, double unitScale, Octree::NodePointData& data,
+                  const std::stop_token& stop) override;
+
+private:
+    const Node* find(Octree::OctreeNodeId id, const std::stop_token& stop);
+    const Node* findLoaded(Octree::OctreeNodeId id, const std::stop_token& stop);
+    bool loadChunkOf(const Node& proxy, const std::stop_token& stop);
+    bool loadChunk(const std::shared_ptr<Node>& root, std::uint64_t offset, std::uint64_t size,
+                   const std::stop_token& stop);
+    void checkRange(const Node& root, std::uint64_t offset, std::uint64_t size) const;
+    int visibilityOf(const Node& node) const;
+    void fill(const Node& node, const DecompressedChunk& chunk, double unitScale,
+              Octree::NodePointData& data) const;
+    void fillPlainColumns(const Node& node, const DecompressedChunk& chunk,
+                          Octree::NodePointData& data) const;
+
+    [[noreturn]] void failInHierarchy(Octree::OctreeNodeId id, const std::string& problem) const;
+
+    const Metadata mMetadata;
+    const FileLoader mLoader;
+    const ColumnOffsets mOffsets;
+    const CoordinateGrid mGrid;
+    const ColorDepth mColorDepth;
+    Octree::StoreFacts mFacts;
+
+    /// Read without mLoading, written under it.
+    NodeTable mNodes;
+    std::mutex mLoading;
+    /// Loaded ranges of hierarchy.bin, end by beginning; guarded by mLoading.
+    std::map<std::uint64_t, std::uint64_t> mLoadedRanges;
+};
+
+}  // namespace PoTree

@@ -1,0 +1,227 @@
+#pragma once
+
+#include <core/Export.h>
+#include <core/InstanceId.h>
+#include <graphics/ColorImage.h>
+#include <graphics/DepthImage.h>
+#include <math/Color.h>
+#include <math/NBoundingBox.h>
+#include <math/NPlane.h>
+#include <math/Point.h>
+#include <math/TriangleMesh.h>
+#include <render/core/Camera.h>
+#include <render/core/PostProcess.h>
+#include <render/core/RenderMode.h>
+#include <render/core/RenderPass.h>
+#include <render/core/Renderable.h>
+#include <render/gpu/BlendState.h>
+#include <render/gpu/CComPtr.h>
+#include <render/gpu/ColorMap.h>
+#include <render/gpu/DepthStencilState.h>
+#include <render/gpu/RasterizerState.h>
+#include <render/gpu/Texture2d.h>
+
+#include <d3d11.h>
+
+#include <Eigen/Core>
+#include <cstddef>
+#include <filesystem>
+#include <memory>
+
+namespace Render {
+class Renderer;
+}
+
+// One counter per process, whichever module a renderer is created in.
+#if defined(_MSC_VER) && defined(LUMARO_EXPORTS)
+extern template class Core::InstanceId<Render::Renderer>;
+#else
+extern template class LUMARO_API Core::InstanceId<Render::Renderer>;
+#endif
+
+namespace Render {
+
+/// Owns the Direct3D device, the camera and the display settings, and draws one scene off-screen.
+///
+/// A host gives it a scene, moves the camera, calls render() whenever needsRedraw() says so, and reads the
+/// picture back. Everything runs on the thread that owns the immediate context; only the camera's redraw flag
+/// may be set from elsewhere.
+///
+/// Every setter compares first: setting a current value does nothing. A change is told to the scene through
+/// the onUpdate... operations of Renderable and sets the camera's redraw flag. Failing Direct3D calls throw
+/// ComException and leave the renderer as it was at that point.
+class LUMARO_API Renderer : public Core::InstanceId<Renderer> {
+public:
+    /// Creates the device (hardware, feature level 11.0 or std::runtime_error), passes and states. The depth
+    /// convention is fixed for the renderer's life. Starts with an orthographic camera of extent 2 x 2, near
+    /// -1, far 1.
+    explicit Renderer(bool isZBufferReversed);
+    /// De-initialises the scene.
+    ~Renderer() override;
+    Renderer(const Renderer&) = delete;
+    Renderer& operator=(const Renderer&) = delete;
+
+    std::shared_ptr<Renderable>& scene() { return mScene; }
+    const std::shared_ptr<Renderable>& scene() const { return mScene; }
+    /// Replaces the scene, which must not be null: the old one is de-initialised, the new one initialised and
+    /// told render mode, tomographic colour, colour map, signed-distance flag and colour-map range. It hears
+    /// of the other settings when they next change. Does not set the redraw flag.
+    void setScene(std::shared_ptr<Renderable> scene);
+
+    std::shared_ptr<Camera>& camera() { return mCamera; }
+    const std::shared_ptr<Camera>& camera() const { return mCamera; }
+    const ATL::CComPtr<ID3D11Device>& device() const { return mDevice; }
+    const ATL::CComPtr<ID3D11DeviceContext>& deviceContext() const { return mDeviceContext; }
+
+    /// Size of the picture in pixels; re-creates the render targets. Neither may be zero: targets of no size
+    /// cannot be created (ComException).
+    void setViewport(size_t width, size_t height);
+    const Viewport& viewport() const { return mCamera->viewport(); }
+    double aspectRatio() const;
+
+    void setBackgroundColor(unsigned char r, unsigned char g, unsigned char b, unsigned char a);
+    void setBackgroundColor(const Math::Color& color);
+    const Math::Color& backgroundColor() const { return mBackgroundColor; }
+
+    // The camera's operations of the same names. The scene hears of a change of the matrix, after automatic
+    // near and far planes where they are on.
+    void setCameraPose(const Math::Point<float, 3>& eye, const Eigen::Vector3f& viewDirection,
+                       const Eigen::Vector3f& up);
+    void setCameraPose(const Math::Point<float, 3>& eye, const Math::Point<float, 3>& target,
+                       const Eigen::Vector3f& up);
+    void setViewMatrix(const Eigen::Matrix4f& viewMatrix);
+    void setPerspective(float fovYDeg, float zNear, float zFar, float offCenterX, float offCenterY);
+    void setPerspectiveOffCenter(float left, float right, float bottom, float top, float zNear, float zFar,
+                                 bool fixed);
+    void setOrthographic(float horizontalExtent, float verticalExtent, float zNear, float zFar);
+    void setOrthographic(float verticalExtent, float zNear, float zFar);
+    void setProjection(const Eigen::Matrix4f& projection, float zNear, float zFar, bool fixed);
+    void setZNearAndFarViaBoundingBox(const Math::NBoundingBox<float, 3>& box);
+
+    Math::Point<float, 3> eye() { return mCamera->eye(); }
+    Eigen::Vector3f rightDirection() { return mCamera->rightDirection(); }
+    Eigen::Vector3f upDirection() { return mCamera->upDirection(); }
+    Eigen::Vector3f viewDirection() { return mCamera->viewDirection(); }
+    const Eigen::Matrix4f& viewMatrix() const { return mCamera->viewMatrix(); }
+    const Eigen::Matrix4f& projectionMatrix() const { return mCamera->projectionMatrix(); }
+    Eigen::Matrix4f modelViewProjectionMatrix();
+    bool isOrthographic() const { return mCamera->isOrthographic(); }
+    bool isPerspective() const { return mCamera->isPerspective(); }
+    void getZRange(float& zNear, float& zFar) const;
+    /// Handed to the scene as its matrix.
+    void setModelMatrix(const Eigen::Matrix4f& modelMatrix);
+    /// When on, near and far follow the scene's world bounding box at every camera change and every frame.
+    void setAutoAdjustZRange(bool autoAdjustZRange);
+    bool autoAdjustZRangeEnabled() const { return mAutoAdjustZRange; }
+
+    /// Draws one frame and clears the camera's redraw flag.
+    void render();
+    /// The camera's redraw flag or, when it is clear, the scene's; only then there must be a scene.
+    bool needsRedraw() const;
+    /// The scene's bounds in world coordinates; empty without a scene.
+    Math::NBoundingBox<float, 3> boundingBox();
+
+    void setRenderMode(RenderMode renderMode);
+    RenderMode renderMode() const { return mRenderMode; }
+    void setColorMap(ColorMap colorMap);
+    ColorMap colorMap() const { return mColorMap; }
+    /// Distances that map to the two ends of the colour map.
+    void setColorMapRange(float minDistance, float maxDistance);
+    float minDistance() const { return mMinDistance; }
+    float maxDistance() const { return mMaxDistance; }
+    /// The tolerance within which a distance passes, in the units of the data.
+    void setPassFailDistanceRange(float minDistance, float maxDistance);
+    float minDistancePassFail() const { return mMinDistancePassFail; }
+    float maxDistancePassFail() const { return mMaxDistancePassFail; }
+    /// The narrower tolerance within which a distance passes without warning.
+    void setWarnDistanceRange(float minDistance, float maxDistance);
+    float minDistanceWarn() const { return mMinDistanceWarn; }
+    float maxDistanceWarn() const { return mMaxDistanceWarn; }
+    void setUseSignedDistance(bool useSignedDistance);
+    bool useSignedDistance() const { return mUseSignedDistance; }
+    void setPlaneForDistanceColorization(const Math::NPlane<float, 3>& plane);
+    /// Shared with the scene; another pointer counts as another mesh, whatever its contents. May be null.
+    void setMeshForDistanceColorization(std::shared_ptr<Math::TriangleMesh<float>> mesh);
+    bool hasMeshForDistanceColorization() const { return mMeshForDistanceColorization != nullptr; }
+    void setTomographicColor(Math::Color color);
+    const Math::Color& tomographicColor() const { return mTomographicColor; }
+    void setUseCloudColorsInTomographicRenderModes(bool useCloudColors);
+    bool useCloudColorsInTomographicRenderModes() const { return mUseCloudColorsInTomographicRenderModes; }
+    void setBrightness(float brightness);
+    float brightness() const { return mPostProcess.brightness(); }
+    void setContrast(float contrast);
+    float contrast() const { return mPostProcess.contrast(); }
+    void setOpacity(float opacity);
+    float opacity() const { return mPostProcess.opacity(); }
+    /// A linear ramp from one point to another: sets the colorization plane through `from`, perpendicular to
+    /// the way to `to`, and the colour-map range from 0 to their distance. The colour map itself is not
+    /// changed; the third argument is ignored.
+    void setColorizationRange(const Math::Point<float, 3>& from, const Math::Point<float, 3>& to, ColorMap);
+    /// Takes over the scene's proposal; nothing happens without a scene.
+    void autoAdjustBrightnessAndContrast(float lower, float upper);
+
+    Math::Point<float, 3> unProject(size_t x, size_t y, float depth);
+    Math::Point<float, 3> project(const Math::Point<float, 3>& point);
+
+    /// The picture of the last render(), with the row pitch that the device chose (ColorImage::stride()).
+    /// Throws std::runtime_error "image size does not match" when the image does not take that layout.
+    void getColorImage(Graphics::ColorImage& image);
+    /// The depth buffer of the last render(), likewise.
+    void getDepthImage(Graphics::DepthImage& image);
+    /// Renders, then writes the picture.
+    void writePngImage(const std::filesystem::path& path);
+
+private:
+    void createDevice();
+    void createPasses();
+    void createStates();
+    void createStagingTextures();
+    Math::Color frameBackground();
+    void drawScene();
+    void drawPostProcess();
+    template <class Change>
+    void changeView(Change change);
+    template <class Change>
+    void changeProjection(Change change, bool followedByZRange = true);
+    template <class Notify>
+    void settingChanged(Notify notify);
+    void updateZRangeIfNeeded();
+    template <class Image>
+    void readBack(Texture2d& staging, const Texture2d& source, Image& image);
+
+    std::shared_ptr<Camera> mCamera;
+    std::shared_ptr<Renderable> mScene;
+    Math::Color mBackgroundColor;
+    Eigen::Matrix4f mModelMatrix;
+    ATL::CComPtr<ID3D11Device> mDevice;
+    ATL::CComPtr<ID3D11DeviceContext> mDeviceContext;
+    DepthStencilState mDepthWriteState;
+    DepthStencilState mDepthReadOnlyState;
+    BlendState mAlphaBlendState;
+    BlendState mOpaqueBlendState;
+    RasterizerState mRasterizerState;
+    RenderPass mScenePass;
+    RenderPass mOutputPass;
+    Texture2d mColorStaging;
+    Texture2d mDepthStaging;
+    Texture2d mWorldPositionStaging;
+    Texture2d mExactWorldPositionStaging;
+    PostProcess mPostProcess;
+    bool mAutoAdjustZRange;
+
+    RenderMode mRenderMode = RenderMode::Default;
+    ColorMap mColorMap = static_cast<ColorMap>(0);
+    std::shared_ptr<Math::TriangleMesh<float>> mMeshForDistanceColorization;
+    Math::NPlane<float, 3> mPlaneForDistanceColorization;
+    float mMinDistance = 0.0f;
+    float mMaxDistance = 1.0f;
+    float mMinDistancePassFail = -0.5f;
+    float mMaxDistancePassFail = 0.5f;
+    float mMinDistanceWarn = -0.25f;
+    float mMaxDistanceWarn = 0.25f;
+    bool mUseSignedDistance = true;
+    Math::Color mTomographicColor = Math::Color::black(255);
+    bool mUseCloudColorsInTomographicRenderModes = false;
+};
+
+}  // namespace Render

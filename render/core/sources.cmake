@@ -1,0 +1,14 @@
+set(LUMARO_CORE_STREAMING_SOURCES Camera.cpp)
+set(LUMARO_CORE_STREAMING_HEADERS Camera.h RenderMode.h)
+set(LUMARO_CORE_RENDER_SOURCES
+    PostProcess.cpp
+    Renderable.cpp
+    RenderPass.cpp
+    Renderer.cpp
+    RendererReadBack.cpp
+    RendererSettings.cpp)
+set(LUMARO_CORE_RENDER_HEADERS
+    PostProcess.h
+    Renderable.h
+    RenderPass.h
+    Renderer.h)

@@ -1,0 +1,58 @@
+set(LUMARO_GPU_STREAMING_SOURCES
+    ColorMap.cpp
+    VertexContainer.cpp
+    Viewport.cpp)
+set(LUMARO_GPU_STREAMING_HEADERS
+    ColorMap.h
+    PointCloudConstants.h
+    ShaderConfiguration.h
+    VertexContainer.h
+    VertexTypes.h
+    Viewport.h)
+
+set(LUMARO_GPU_SOURCES
+    BlendState.cpp
+    Boxes.cpp
+    ComException.cpp
+    ComputeShader.cpp
+    DepthStencilState.cpp
+    DepthStencilView.cpp
+    GeometryShader.cpp
+    IndexBuffer.cpp
+    PixelShader.cpp
+    RasterizerState.cpp
+    RenderTargetView.cpp
+    SamplerState.cpp
+    ShaderCompiler.cpp
+    ShaderInclude.cpp
+    ShaderLibrary.cpp
+    ShaderResourceView.cpp
+    Texture1d.cpp
+    Texture2d.cpp
+    VertexShader.cpp
+    ViewportD3d.cpp)
+set(LUMARO_GPU_HEADERS
+    BlendState.h
+    Boxes.h
+    CComPtr.h
+    ComException.h
+    ComputeShader.h
+    ConstantBuffer.h
+    DepthStencilState.h
+    DepthStencilView.h
+    GeometryShader.h
+    IndexBuffer.h
+    PixelShader.h
+    RasterizerState.h
+    RenderTargetView.h
+    SamplerState.h
+    ShaderCompiler.h
+    ShaderInclude.h
+    ShaderLibrary.h
+    ShaderResourceView.h
+    StageBinding.h
+    Texture1d.h
+    Texture2d.h
+    TypePromises.h
+    VertexLayouts.h
+    VertexShader.h)

@@ -1,0 +1,182 @@
+#include <render/pointcloud/PointCloudGpu.h>
+
+#include <render/gpu/ComException.h>
+#include <render/gpu/VertexLayouts.h>
+
+#include <algorithm>
+#include <cstring>
+#include <tuple>
+#include <utility>
+
+namespace Render {
+
+namespace {
+
+constexpr std::size_t pointsPerPage = std::size_t{1} << 20;
+constexpr std::size_t pointSize = sizeof(VertexContainer::Vertex);
+constexpr const char* shaderName = "shaders/pointcloud.hlsl";
+
+D3D11_TEXTURE1D_DESC nodeTableDesc() {
+    D3D11_TEXTURE1D_DESC desc{};
+    desc.Width = static_cast<UINT>(PublishedNodes::maxNodes);
+    desc.MipLevels = 1;
+    desc.ArraySize = 1;
+    desc.Format = DXGI_FORMAT_R8G8B8A8_UNORM;
+    desc.Usage = D3D11_USAGE_DYNAMIC;
+    desc.BindFlags = D3D11_BIND_SHADER_RESOURCE;
+    desc.CPUAccessFlags = D3D11_CPU_ACCESS_WRITE;
+    return desc;
+}
+
+}  // namespace
+
+PointCloudGpu::PointCloudGpu(ATL::CComPtr<ID3D11Device> device, ATL::CComPtr<ID3D11DeviceContext> context)
+    : mDevice(std::move(device)),
+      mContext(std::move(context)),
+      mVertexShader(VertexShader::fromHlslResource(mDevice, shaderName, VertexLayouts::pointCloud())),
+      mPixelShader(PixelShader::fromHlslResource(mDevice, shaderName)),
+      mFrameConstants(mDevice),
+      mNodeConstants(mDevice),
+      mNodeTable(mDevice, nodeTableDesc()),
+      mNodeTableView(mDevice, mNodeTable.get(), nullptr),
+      mPool(pointsPerPage) {}
+
+void PointCloudGpu::takeOver(PublishedNodes& published) {
+    mBoxesColor.reset();
+    try {
+        mPool.update(published.nodes);
+        createPages();
+        uploadPoints(published);
+        uploadNodeTable(published);
+    } catch (...) {
+        // Nobody knows what arrived: begin anew.
+        mPool.clear();
+        mPages.clear();
+        mPageCapacities.clear();
+        mDrawnNodes.clear();
+        throw;
+    }
+    collectDrawnNodes(published);
+    for (PublishedNode& node : published.nodes) {
+        node.vertices.reset();
+    }
+}
+
+void PointCloudGpu::createPages() {
+    mPages.resize(mPool.pageCount());
+    mPageCapacities.resize(mPool.pageCount(), 0);
+    for (std::size_t page = 0; page < mPages.size(); ++page) {
+        const std::size_t capacity = mPool.pageCapacity(page);
+        if (capacity == mPageCapacities[page]) {
+            continue;
+        }
+        mPages[page].Release();
+        mPageCapacities[page] = capacity;
+        if (capacity == 0) {
+            continue;
+        }
+        D3D11_BUFFER_DESC desc{};
+        desc.ByteWidth = static_cast<UINT>(capacity * pointSize);
+        desc.Usage = D3D11_USAGE_DEFAULT;
+        desc.BindFlags = D3D11_BIND_VERTEX_BUFFER;
+        throwIfFailed(mDevice->CreateBuffer(&desc, nullptr, &mPages[page]),
+                      "ID3D11Device::CreateBuffer of a page of points");
+    }
+}
+
+void PointCloudGpu::uploadPoints(const PublishedNodes& published) {
+    for (const std::size_t i : mPool.uploads()) {
+        const PointPool::Range& range = mPool.ranges()[i];
+        const std::size_t first = range.first * pointSize;
+        const std::size_t size = published.nodes[i].pointCount * pointSize;
+        const D3D11_BOX box{static_cast<UINT>(first), 0, 0, static_cast<UINT>(first + size), 1, 1};
+        mContext->UpdateSubresource(mPages[range.page], 0, &box, published.nodes[i].vertices->vertices.data(), 0, 0);
+        mUploadedPointBytes += size;
+    }
+}
+
+void PointCloudGpu::uploadNodeTable(const PublishedNodes& published) {
+    const D3D11_MAPPED_SUBRESOURCE mapped = mNodeTable.map(mContext, D3D11_MAP_WRITE_DISCARD);
+    std::memcpy(mapped.pData, published.nodeTable.data(), published.nodeTable.size() * sizeof(PublishedNodes::Texel));
+    mNodeTable.unMap(mContext);
+}
+
+void PointCloudGpu::collectDrawnNodes(const PublishedNodes& published) {
+    mDrawnNodes.clear();
+    for (std::size_t i = 0; i < published.nodes.size(); ++i) {
+        const PublishedNode& node = published.nodes[i];
+        if (node.pointCount == 0) {
+            continue;
+        }
+        DrawnNode& drawn = mDrawnNodes.emplace_back();
+        drawn.range = mPool.ranges()[i];
+        drawn.pointCount = node.pointCount;
+        drawn.constants.nodeMin = {node.cube.min.x(), node.cube.min.y(), node.cube.min.z()};
+        drawn.constants.nodeIndex = static_cast<std::uint32_t>(i);
+        drawn.constants.nodeDepth = static_cast<std::uint32_t>(node.id.level());
+        drawn.cube = node.cube;
+    }
+    std::sort(mDrawnNodes.begin(), mDrawnNodes.end(), [](const DrawnNode& a, const DrawnNode& b) {
+        return std::tie(a.range.page, a.range.first) < std::tie(b.range.page, b.range.first);
+    });
+}
+
+void PointCloudGpu::draw() {
+    if (mDrawnNodes.empty()) {
+        return;
+    }
+    mVertexShader.begin(mContext);
+    mPixelShader.begin(mContext);
+    mContext->IASetPrimitiveTopology(D3D11_PRIMITIVE_TOPOLOGY_TRIANGLESTRIP);
+    mFrameConstants.begin(mContext, ShaderConfiguration::Vertex | ShaderConfiguration::Pixel, 0);
+    mNodeConstants.begin(mContext, ShaderConfiguration::Vertex, 1);
+    mNodeTableView.begin(mContext, ShaderConfiguration::Vertex, 0);
+    drawNodes();
+    mNodeTableView.end(mContext);
+    mNodeConstants.end(mContext);
+    mFrameConstants.end(mContext);
+    mPixelShader.end(mContext);
+    mVertexShader.end(mContext);
+}
+
+void PointCloudGpu::drawNodes() {
+    constexpr UINT stride = static_cast<UINT>(pointSize);
+    constexpr UINT offset = 0;
+    constexpr UINT corners = 4;
+    ID3D11Buffer* bound = nullptr;
+    for (const DrawnNode& node : mDrawnNodes) {
+        ID3D11Buffer* const page = mPages[node.range.page];
+        if (page != bound) {
+            mContext->IASetVertexBuffers(0, 1, &page, &stride, &offset);
+            bound = page;
+        }
+        mNodeConstants.set(node.constants);
+        mNodeConstants.upload(mContext);
+        mContext->DrawInstanced(corners, static_cast<UINT>(node.pointCount), 0, static_cast<UINT>(node.range.first));
+    }
+    ID3D11Buffer* const none = nullptr;
+    mContext->IASetVertexBuffers(0, 1, &none, &stride, &offset);
+}
+
+void PointCloudGpu::drawBoundingBoxes(const Math::Color& color) {
+    if (mDrawnNodes.empty()) {
+        return;
+    }
+    if (!mBoxes) {
+        mBoxes.emplace(mDevice, PublishedNodes::maxNodes);
+        mBoxesColor.reset();
+    }
+    if (mBoxesColor != color) {
+        std::vector<BoxWithColor> boxes;
+        boxes.reserve(mDrawnNodes.size());
+        for (const DrawnNode& node : mDrawnNodes) {
+            boxes.push_back({node.cube.min, node.cube.max, color});
+        }
+        mBoxes->update(mContext, boxes);
+        mBoxesColor = color;
+    }
+    mBoxes->setModelViewProjection(mFrameConstants.data().modelViewProj);
+    mBoxes->draw(mContext);
+}
+
+}  // namespace Render

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <math/Color.h>
+#include <render/gpu/Boxes.h>
+#include <render/gpu/CComPtr.h>
+#include <render/gpu/ConstantBuffer.h>
+#include <render/gpu/PixelShader.h>
+#include <render/gpu/PointCloudConstants.h>
+#include <render/gpu/ShaderResourceView.h>
+#include <render/gpu/Texture1d.h>
+#include <render/gpu/VertexShader.h>
+#include <render/pointcloud/PointPool.h>
+#include <render/pointcloud/PublishedNodes.h>
+
+#include <d3d11.h>
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+namespace Render {
+
+/// The GPU side of one point cloud: shaders, constants, the node table and the points of the published nodes. Render
+/// thread only. Failing calls throw ComException.
+class PointCloudGpu {
+public:
+    PointCloudGpu(ATL::CComPtr<ID3D11Device> device, ATL::CComPtr<ID3D11DeviceContext> context);
+
+    void setConstants(const PointCloudFrameConstants& constants) { mFrameConstants.set(constants); }
+
+    /// Sends what a publication has and the GPU lacks, and drops the publication's vertices. After a failure the
+    /// publication still has all of them and can be taken over again.
+    void takeOver(PublishedNodes& published);
+
+    /// Draws the nodes of the last publication.
+    void draw();
+    /// Draws their cubes as wire frames.
+    void drawBoundingBoxes(const Math::Color& color);
+
+    std::size_t uploadedPointBytes() const { return mUploadedPointBytes; }
+
+private:
+    struct DrawnNode {
+        PointPool::Range range;
+        std::size_t pointCount = 0;
+        PointCloudNodeConstants constants;
+        Math::NBoundingBox<float, 3> cube;
+    };
+
+    void uploadNodeTable(const PublishedNodes& published);
+    void uploadPoints(const PublishedNodes& published);
+    void createPages();
+    void collectDrawnNodes(const PublishedNodes& published);
+    void drawNodes();
+
+    ATL::CComPtr<ID3D11Device> mDevice;
+    ATL::CComPtr<ID3D11DeviceContext> mContext;
+    VertexShader mVertexShader;
+    PixelShader mPixelShader;
+    ConstantBuffer<PointCloudFrameConstants> mFrameConstants;
+    ConstantBuffer<PointCloudNodeConstants> mNodeConstants;
+    Texture1d mNodeTable;
+    ShaderResourceView mNodeTableView;
+
+    PointPool mPool;
+    std::vector<ATL::CComPtr<ID3D11Buffer>> mPages;  ///< By the pool's page numbers.
+    std::vector<std::size_t> mPageCapacities;
+    std::vector<DrawnNode> mDrawnNodes;  ///< Those with points, page by page.
+    std::size_t mUploadedPointBytes = 0;
+
+    std::optional<Boxes> mBoxes;  ///< Made when first shown.
+    std::optional<Math::Color> mBoxesColor;  ///< Of what is in them; none when that is out of date.
+};
+
+}  // namespace Render

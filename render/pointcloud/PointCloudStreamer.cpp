@@ -1,0 +1,262 @@
+#include <render/pointcloud/PointCloudStreamer.h>
+
+#include <render/pointcloud/MeshDistances.h>
+#include <render/pointcloud/NodeVertexPacking.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace Render {
+
+namespace {
+
+constexpr std::size_t vertexCacheCapacity = 30000000;
+constexpr std::size_t meshDistanceCacheCapacity = 1000;
+constexpr std::size_t pointDataCacheCapacity = 2000000;
+constexpr std::size_t expectedCacheEntries = 4000;
+
+constexpr int hidden = 2;
+
+constexpr auto lessImportant = [](const auto& a, const auto& b) { return a.priority < b.priority; };
+
+}  // namespace
+
+PointCloudStreamer::PointCloudStreamer(std::shared_ptr<Octree::Octree> octree, std::size_t budget)
+    : mOctree(std::move(octree)),
+      mBudget(budget),
+      mCaches(takeCaches()),
+      mBuffers(std::make_unique<Core::TripleBuffer<PublishedNodes>>()) {}
+
+PointCloudStreamer::~PointCloudStreamer() { detach(); }
+
+void PointCloudStreamer::attach(std::size_t rendererId, std::size_t instanceId, std::shared_ptr<const Camera> camera,
+                                std::function<void()> onPublished) {
+    mCamera = std::move(camera);
+    mInstanceId = instanceId;
+    mOnPublished = std::move(onPublished);
+    mBuffers = std::make_unique<Core::TripleBuffer<PublishedNodes>>();
+    change([this](WalkParameters& parameters) { updateCamera(parameters); });
+    mPrioritizer = NodePrioritizer::shared(rendererId, mBudget);
+    mPrioritizer->addUser(mInstanceId, mBudget);
+}
+
+void PointCloudStreamer::detach() {
+    mLoader.reset();
+    if (mPrioritizer) {
+        mPrioritizer->removeUser(mInstanceId);
+        mPrioritizer.reset();
+    }
+    mCamera.reset();
+    mOnPublished = nullptr;
+    mBuffers = std::make_unique<Core::TripleBuffer<PublishedNodes>>();
+    mPublishedNodeCount = 0;
+    mPublishedPointCount = 0;
+}
+
+void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop) {
+    if (!isAttached()) {
+        throw std::runtime_error("reloadingPoints is not allowed if PointCloudRenderable is not initialized");
+    }
+    const std::lock_guard walking(mWalkMutex);
+    adoptUnitScale();
+    // Before the parameters are copied: a change that also clears then makes every offer of this walk stale.
+    const std::uint64_t generation = mPrioritizer->generation(mInstanceId);
+    const WalkParameters parameters = this->parameters();
+    mPrioritizer->rerate(mInstanceId, stop,
+                         [&](Octree::OctreeNodeId id, const auto& cube) { return rate(parameters, id, cube); });
+    // Nodes may have come, gone or changed sides of the threshold since the last publication: in a walk that was
+    // stopped, through another point cloud, or just now.
+    bool changed = mPrioritizer->hasUnpublishedChanges(mInstanceId);
+
+    auto lastPublication = std::chrono::steady_clock::now();
+    mHeap.clear();
+    pushPending({{}, NodePriority::keep(), mOctree->boundingCube()});
+    while (!mHeap.empty()) {
+        if (stop.stop_requested()) {
+            return;
+        }
+        if (changed && std::chrono::steady_clock::now() - lastPublication > updateInterval()) {
+            publish();
+            if (onProgress) {
+                onProgress();
+            }
+            lastPublication = std::chrono::steady_clock::now();
+            changed = false;
+        }
+        const PendingNode node = popPending();
+        const NodePrioritizer::OfferResult offered =
+            mPrioritizer->offer({mInstanceId, node.id}, node.cube, node.priority, *this, stop, generation);
+        changed = changed || offered.changed;
+        if (stop.stop_requested()) {
+            return;
+        }
+        if (offered.resident && node.id.level() < maxLevel) {
+            pushChildren(parameters, node.id, stop);
+        }
+    }
+    if (changed) {
+        publish();
+        if (onProgress) {
+            onProgress();
+        }
+    }
+}
+
+// The root is offered unrated, so that a point cloud never vanishes altogether; it must not do so later either.
+NodePriority PointCloudStreamer::rate(const WalkParameters& parameters, Octree::OctreeNodeId id,
+                                      const Math::NBoundingBox<float, 3>& cube) const {
+    return id.isRoot() ? NodePriority::keep() : parameters.boundingBoxPriority(id.level(), cube);
+}
+
+void PointCloudStreamer::pushChildren(const WalkParameters& parameters, Octree::OctreeNodeId id,
+                                      const std::stop_token& stop) {
+    try {
+        for (const Octree::OctreeNodeId child : mOctree->children(id, stop)) {
+            if (mOctree->nodeVisibility(child) == hidden) {
+                continue;
+            }
+            const Math::NBoundingBox<float, 3> cube = mOctree->boundingCube(child);
+            const NodePriority priority = rate(parameters, child, cube);
+            if (priority > NodePriority::discard()) {
+                pushPending({child, priority, cube});
+            }
+        }
+    } catch (...) {
+        if (!stop.stop_requested()) {
+            std::throw_with_nested(std::runtime_error("Error loading point data"));
+        }
+    }
+}
+
+void PointCloudStreamer::pushPending(const PendingNode& node) {
+    mHeap.push_back(node);
+    std::push_heap(mHeap.begin(), mHeap.end(), lessImportant);
+}
+
+PointCloudStreamer::PendingNode PointCloudStreamer::popPending() {
+    std::pop_heap(mHeap.begin(), mHeap.end(), lessImportant);
+    const PendingNode node = mHeap.back();
+    mHeap.pop_back();
+    return node;
+}
+
+void PointCloudStreamer::publish() {
+    {
+        const std::lock_guard lock(mPublishMutex);
+        const NodePrioritizer::Counts counts = mPrioritizer->updateBuffers(mInstanceId, false, *mBuffers);
+        mPublishedNodeCount = counts.nodes;
+        mPublishedPointCount = counts.points;
+    }
+    if (mOnPublished) {
+        mOnPublished();
+    }
+}
+
+bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) {
+    std::shared_ptr<VertexContainerCache> vertexCache;
+    std::shared_ptr<MeshDistanceCache> distanceCache;
+    std::shared_ptr<const Math::TriangleMesh<float>> mesh;
+    int group = 0;
+    float scale = 1.0f;
+    {
+        const std::lock_guard lock(mParametersMutex);
+        vertexCache = mCaches.vertices;
+        distanceCache = mCaches.meshDistances;
+        mesh = mParameters.mesh;
+        group = mParameters.meshGroup;
+        scale = mParameters.modelScale;
+    }
+    const auto load = [&](VertexContainer& loaded) { return loadNodeVertices(*mOctree, id, loaded, stop); };
+    if (!vertexCache->getOrLoad(id, out, load)) {
+        return false;
+    }
+    return !mesh || updateMeshDistances(id, out, *mesh, scale, group, *distanceCache, stop);
+}
+
+PointCloudStreamer::Caches PointCloudStreamer::takeCaches() const {
+    const double unitScale = mOctree->unitScale();
+    const Octree::Location& location = mOctree->location();
+    return {unitScale,
+            createOrGetSharedVertexContainerCache(location, unitScale, vertexCacheCapacity, expectedCacheEntries),
+            createOrGetSharedMeshDistanceCache(location, unitScale, meshDistanceCacheCapacity),
+            createOrGetSharedPointDataCache(location, unitScale, pointDataCacheCapacity, expectedCacheEntries)};
+}
+
+void PointCloudStreamer::adoptUnitScale() {
+    {
+        const std::lock_guard lock(mParametersMutex);
+        if (mCaches.unitScale == mOctree->unitScale()) {
+            return;
+        }
+        mCaches = takeCaches();
+    }
+    mPrioritizer->clear(mInstanceId);
+}
+
+std::shared_ptr<VertexContainerCache> PointCloudStreamer::vertexCache() const {
+    const std::lock_guard lock(mParametersMutex);
+    return mCaches.vertices;
+}
+
+std::shared_ptr<PointDataCache> PointCloudStreamer::pointDataCache() const {
+    const std::lock_guard lock(mParametersMutex);
+    return mCaches.pointData;
+}
+
+void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel) {
+    if (mLoader) {
+        return;
+    }
+    {
+        const std::lock_guard lock(mErrorMutex);
+        mError = nullptr;
+    }
+    mOnProgress = std::move(onProgress);
+    mMaxLevel = maxLevel;
+    createLoader();
+}
+
+void PointCloudStreamer::createLoader() {
+    mLoader = std::make_unique<Core::BackgroundThread>([this](const std::stop_token& stop) { runLoader(stop); });
+}
+
+void PointCloudStreamer::stopAsyncReload() { mLoader.reset(); }
+
+void PointCloudStreamer::runLoader(const std::stop_token& stop) {
+    std::exception_ptr error;
+    try {
+        if (mVisible) {
+            reloadPoints(mOnProgress, mMaxLevel, stop);
+        } else if (mOnProgress) {
+            mOnProgress();
+        }
+    } catch (...) {
+        error = std::current_exception();
+    }
+    const std::lock_guard lock(mErrorMutex);
+    mError = error;
+}
+
+bool PointCloudStreamer::isAsyncReloadHealthy(bool rethrow) const {
+    if (!mLoader) {
+        return true;
+    }
+    std::exception_ptr error;
+    {
+        const std::lock_guard lock(mErrorMutex);
+        error = mError;
+    }
+    if (error && rethrow) {
+        std::rethrow_exception(error);
+    }
+    return !error;
+}
+
+void PointCloudStreamer::waitUntilIdle() {
+    if (mLoader) {
+        mLoader->waitUntilIdle();
+    }
+}
+
+}  // namespace Render

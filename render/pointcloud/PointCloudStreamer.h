@@ -1,0 +1,204 @@
+#pragma once
+
+#include <core/BackgroundThread.h>
+#include <core/TripleBuffer.h>
+#include <math/HalfSpace.h>
+#include <math/NPlane.h>
+#include <math/TriangleMesh.h>
+#include <octree/Octree.h>
+#include <render/core/Camera.h>
+#include <render/core/RenderMode.h>
+#include <render/pointcloud/NodeCaches.h>
+#include <render/pointcloud/NodePrioritizer.h>
+#include <render/pointcloud/NodeVertexSource.h>
+#include <render/pointcloud/WalkParameters.h>
+
+#include <Eigen/Core>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <stop_token>
+#include <vector>
+
+namespace Render {
+
+/// Decides which nodes of one point cloud are worth drawing and brings them in; everything of a point cloud's life
+/// that needs no Direct3D.
+///
+/// A walk visits the octree from the root, most important node first, and offers each node to the prioritizer that
+/// the point clouds of a renderer share; the children of nodes that become resident follow. Each update interval
+/// the resident nodes are published through a triple buffer. A walk works on a copy of the parameters taken at its
+/// start; whatever changes them ends with a restart of the loader, which never waits for it.
+///
+/// Threads: one host thread owns the streamer and makes every call except where noted. The loader's thread runs
+/// walks. Publications are read by the host's thread. The callbacks run on the thread of the walk, under no lock,
+/// and must not start or stop the loader.
+class PointCloudStreamer : private NodeVertexSource {
+public:
+    using Duration = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
+
+    /// `budget` counts points.
+    PointCloudStreamer(std::shared_ptr<Octree::Octree> octree, std::size_t budget);
+    ~PointCloudStreamer() override;
+    PointCloudStreamer(const PointCloudStreamer&) = delete;
+    PointCloudStreamer& operator=(const PointCloudStreamer&) = delete;
+
+    /// Joins the point clouds of a renderer. `onPublished` is called after each publication. The camera is read
+    /// here and by the setters, on the host's thread.
+    void attach(std::size_t rendererId, std::size_t instanceId, std::shared_ptr<const Camera> camera,
+                std::function<void()> onPublished);
+    /// Stops the loader and leaves the prioritizer with all nodes.
+    void detach();
+    bool isAttached() const { return mPrioritizer != nullptr; }
+
+    /// One walk on the calling thread, down to maxLevel; waits for a walk of the loader to end first. Returns quietly
+    /// when `stop` is signalled. Throws std::runtime_error before attach() and "Error loading point data", with the
+    /// cause nested inside, for nodes that cannot be loaded.
+    void reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop);
+
+    /// The loader: walks now and after each restart. Nothing happens when there is one already.
+    void startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel);
+    /// Waits until the running walk has ended.
+    void stopAsyncReload();
+    bool isAsyncReloadActive() const { return mLoader != nullptr; }
+    /// False, or the stored error, while a loader exists whose last completed walk failed.
+    bool isAsyncReloadHealthy(bool rethrow) const;
+    /// Blocks until the loader has nothing to do.
+    void waitUntilIdle();
+
+    // Of the host's settings. A setter that changes nothing does nothing.
+    Duration updateInterval() const { return Duration(mUpdateInterval.load()); }
+    /// Throws std::invalid_argument for 0. May be called from any thread.
+    void setUpdateInterval(Duration interval);
+    bool restartLoadingAfterCameraChange() const { return mRestartAfterCameraChange; }
+    void setRestartLoadingAfterCameraChange(bool restart) { mRestartAfterCameraChange = restart; }
+    float priorityThreshold() const { return mParameters.threshold; }
+    void setPriorityThreshold(float threshold);
+    std::size_t minLevelToKeep() const { return mParameters.minLevelToKeep; }
+    void setMinLevelToKeep(std::size_t level);
+    std::size_t maxLevelToKeep() const { return mParameters.maxLevelToKeep; }
+    void setMaxLevelToKeep(std::size_t level);
+    bool visible() const { return mVisible; }
+    void setVisible(bool visible);
+    /// In world coordinates.
+    void setClippingVolume(const std::vector<Math::HalfSpace<float, 3>>& halfSpaces);
+    /// Synchronous: waits until the running walk has ended, so that vertices of two scales never meet. Walks of
+    /// other point clouds over the same octree object must not run meanwhile.
+    void setUnitScale(double unitScale);
+
+    // Of the renderer's state.
+    void onProjectionChanged();
+    void onViewChanged();
+    /// Follows a new depth range without a restart: it may change with each frame.
+    void onZRangeChanged();
+    void setWorldMatrix(const Eigen::Matrix4f& world);
+    void setRenderMode(RenderMode renderMode);
+    void setColorMapRange(float minDistance, float maxDistance);
+    void setUseSignedDistance(bool useSignedDistance);
+    /// In world coordinates, both.
+    void setPlane(const Math::NPlane<float, 3>& plane);
+    void setMesh(std::shared_ptr<const Math::TriangleMesh<float>> mesh);
+
+    /// Drops and publishes nothing, then restarts the loader.
+    void clearVisibleOctreeNodes();
+    /// Has the loader walk again, if there is one and the point cloud is visible.
+    void restart();
+
+    /// As a walk that starts now would rate it.
+    NodePriority boundingBoxPriority(std::size_t level, const Math::NBoundingBox<float, 3>& box) const;
+    /// A copy, from any thread.
+    WalkParameters parameters() const;
+    /// Of the last publication, from any thread.
+    std::size_t publishedNodeCount() const { return mPublishedNodeCount; }
+    std::size_t publishedPointCount() const { return mPublishedPointCount; }
+    /// Null before attach().
+    const std::shared_ptr<NodePrioritizer>& prioritizer() const { return mPrioritizer; }
+    std::shared_ptr<VertexContainerCache> vertexCache() const;
+    std::shared_ptr<PointDataCache> pointDataCache() const;
+
+    /// Takes over the newest publication; true when there was one that was not taken before. The reader may drop
+    /// the vertices of the nodes in it.
+    bool acquirePublication() { return mBuffers->swapRead(); }
+    PublishedNodes& publication() { return mBuffers->readSlot(); }
+
+private:
+    struct Caches {
+        double unitScale = 0.0;
+        std::shared_ptr<VertexContainerCache> vertices;
+        std::shared_ptr<MeshDistanceCache> meshDistances;
+        std::shared_ptr<PointDataCache> pointData;
+    };
+    struct PendingNode {
+        Octree::OctreeNodeId id;
+        NodePriority priority;
+        Math::NBoundingBox<float, 3> cube;
+    };
+
+    bool fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) override;
+    Caches takeCaches() const;
+    /// Follows a unit scale that was set at the octree by someone else.
+    void adoptUnitScale();
+    NodePriority rate(const WalkParameters& parameters, Octree::OctreeNodeId id,
+                      const Math::NBoundingBox<float, 3>& cube) const;
+    void pushChildren(const WalkParameters& parameters, Octree::OctreeNodeId id, const std::stop_token& stop);
+    void pushPending(const PendingNode& node);
+    PendingNode popPending();
+
+    void createLoader();
+    void runLoader(const std::stop_token& stop);
+    void publish();
+
+    /// Applies a change to the parameters under their lock.
+    template <class Change>
+    void change(Change&& apply) {
+        const std::lock_guard lock(mParametersMutex);
+        apply(mParameters);
+    }
+    /// Sets one parameter; false when that changes nothing.
+    template <class T>
+    bool changeTo(T WalkParameters::*member, const T& value);
+    // Bring what the parameters hold in model coordinates up to date. Under the lock.
+    void updateCamera(WalkParameters& parameters) const;
+    void updateModelClippingVolume(WalkParameters& parameters) const;
+    void updateModelMesh(WalkParameters& parameters) const;
+
+    const std::shared_ptr<Octree::Octree> mOctree;
+    const std::size_t mBudget;
+
+    // Of the host's thread.
+    std::shared_ptr<const Camera> mCamera;
+    std::vector<Math::HalfSpace<float, 3>> mWorldHalfSpaces;
+    std::shared_ptr<const Math::TriangleMesh<float>> mWorldMesh;
+    bool mRestartAfterCameraChange = true;
+    std::size_t mInstanceId = 0;
+    std::function<void()> mOnPublished;
+    std::function<void()> mOnProgress;
+    std::size_t mMaxLevel = 0;
+    std::shared_ptr<NodePrioritizer> mPrioritizer;  ///< Changes only while no walk can run.
+
+    std::atomic<bool> mVisible{true};
+    std::atomic<Duration::rep> mUpdateInterval{5000000};
+    std::atomic<std::size_t> mPublishedNodeCount{0};
+    std::atomic<std::size_t> mPublishedPointCount{0};
+
+    mutable std::mutex mParametersMutex;  ///< Guards the two below.
+    WalkParameters mParameters;           ///< Written by the host's thread only, which reads without the lock.
+    Caches mCaches;
+
+    std::mutex mPublishMutex;  ///< Held while the write slot of the buffers is in use.
+    std::unique_ptr<Core::TripleBuffer<PublishedNodes>> mBuffers;
+
+    std::mutex mWalkMutex;  ///< One walk at a time; guards the heap.
+    std::vector<PendingNode> mHeap;
+
+    mutable std::mutex mErrorMutex;  ///< Guards mError.
+    std::exception_ptr mError;
+
+    std::unique_ptr<Core::BackgroundThread> mLoader;  ///< Last: joins before anything else goes.
+};
+
+}  // namespace Render

@@ -1,0 +1,205 @@
+#include <render/pointcloud/MeshDistances.h>
+#include <render/pointcloud/PointCloudStreamer.h>
+
+#include <Eigen/LU>
+#include <stdexcept>
+#include <utility>
+
+namespace Render {
+
+template <class T>
+bool PointCloudStreamer::changeTo(T WalkParameters::*member, const T& value) {
+    if (mParameters.*member == value) {
+        return false;
+    }
+    change([&](WalkParameters& parameters) { parameters.*member = value; });
+    return true;
+}
+
+void PointCloudStreamer::setUpdateInterval(Duration interval) {
+    if (interval == Duration::zero()) {
+        throw std::invalid_argument("updateInterval must be larger than 0!");
+    }
+    mUpdateInterval = interval.count();
+}
+
+void PointCloudStreamer::setPriorityThreshold(float threshold) {
+    if (changeTo(&WalkParameters::threshold, threshold)) {
+        clearVisibleOctreeNodes();
+    }
+}
+
+void PointCloudStreamer::setMinLevelToKeep(std::size_t level) {
+    if (changeTo(&WalkParameters::minLevelToKeep, level)) {
+        restart();
+    }
+}
+
+void PointCloudStreamer::setMaxLevelToKeep(std::size_t level) {
+    if (changeTo(&WalkParameters::maxLevelToKeep, level)) {
+        restart();
+    }
+}
+
+void PointCloudStreamer::setVisible(bool visible) {
+    if (mVisible.exchange(visible) == visible) {
+        return;
+    }
+    if (visible) {
+        restart();
+    } else {
+        clearVisibleOctreeNodes();
+    }
+}
+
+void PointCloudStreamer::setClippingVolume(const std::vector<Math::HalfSpace<float, 3>>& halfSpaces) {
+    if (mWorldHalfSpaces == halfSpaces) {
+        return;
+    }
+    mWorldHalfSpaces = halfSpaces;
+    change([this](WalkParameters& parameters) { updateModelClippingVolume(parameters); });
+    restart();
+}
+
+void PointCloudStreamer::setUnitScale(double unitScale) {
+    if (unitScale == mOctree->unitScale()) {
+        return;
+    }
+    const bool wasLoading = mLoader != nullptr;
+    mLoader.reset();
+    {
+        const std::lock_guard walking(mWalkMutex);
+        const std::lock_guard lock(mParametersMutex);
+        mCaches.vertices->clear();
+        mCaches.meshDistances->clear();
+        mOctree->setUnitScale(unitScale);
+        mCaches = takeCaches();
+    }
+    clearVisibleOctreeNodes();
+    if (wasLoading) {
+        createLoader();
+    }
+}
+
+void PointCloudStreamer::onProjectionChanged() {
+    change([this](WalkParameters& parameters) { updateCamera(parameters); });
+    restart();
+}
+
+void PointCloudStreamer::onViewChanged() {
+    change([this](WalkParameters& parameters) { updateCamera(parameters); });
+    if (mRestartAfterCameraChange) {
+        restart();
+    }
+}
+
+void PointCloudStreamer::onZRangeChanged() {
+    change([this](WalkParameters& parameters) { updateCamera(parameters); });
+}
+
+void PointCloudStreamer::setWorldMatrix(const Eigen::Matrix4f& world) {
+    if (mParameters.world == world) {
+        return;
+    }
+    change([&](WalkParameters& parameters) {
+        parameters.world = world;
+        parameters.modelScale = world.col(0).head<3>().norm();
+        updateCamera(parameters);
+        updateModelClippingVolume(parameters);
+        updateModelMesh(parameters);
+    });
+    clearVisibleOctreeNodes();
+}
+
+void PointCloudStreamer::setRenderMode(RenderMode renderMode) {
+    if (changeTo(&WalkParameters::renderMode, renderMode)) {
+        restart();
+    }
+}
+
+void PointCloudStreamer::setColorMapRange(float minDistance, float maxDistance) {
+    if (mParameters.minDistance == minDistance && mParameters.maxDistance == maxDistance) {
+        return;
+    }
+    change([&](WalkParameters& parameters) {
+        parameters.minDistance = minDistance;
+        parameters.maxDistance = maxDistance;
+    });
+    restart();
+}
+
+void PointCloudStreamer::setUseSignedDistance(bool useSignedDistance) {
+    if (changeTo(&WalkParameters::useSignedDistance, useSignedDistance)) {
+        restart();
+    }
+}
+
+void PointCloudStreamer::setPlane(const Math::NPlane<float, 3>& plane) {
+    if (changeTo(&WalkParameters::plane, plane)) {
+        restart();
+    }
+}
+
+void PointCloudStreamer::setMesh(std::shared_ptr<const Math::TriangleMesh<float>> mesh) {
+    if (mWorldMesh == mesh) {
+        return;
+    }
+    mWorldMesh = std::move(mesh);
+    change([this](WalkParameters& parameters) { updateModelMesh(parameters); });
+    clearVisibleOctreeNodes();
+}
+
+void PointCloudStreamer::clearVisibleOctreeNodes() {
+    if (!isAttached()) {
+        return;
+    }
+    mPrioritizer->clear(mInstanceId);
+    publish();
+    restart();
+}
+
+void PointCloudStreamer::restart() {
+    if (mLoader && mVisible) {
+        mLoader->restart();
+    }
+}
+
+WalkParameters PointCloudStreamer::parameters() const {
+    const std::lock_guard lock(mParametersMutex);
+    return mParameters;
+}
+
+NodePriority PointCloudStreamer::boundingBoxPriority(std::size_t level,
+                                                     const Math::NBoundingBox<float, 3>& box) const {
+    return parameters().boundingBoxPriority(level, box);
+}
+
+void PointCloudStreamer::updateCamera(WalkParameters& parameters) const {
+    if (!mCamera) {
+        return;
+    }
+    parameters.frustum = mCamera->frustum(parameters.world);
+    parameters.eye = Math::transformPoint<float>(parameters.world.inverse(), mCamera->eye());
+    parameters.viewport = mCamera->viewport();
+    parameters.fovY = mCamera->fovYRad();
+    parameters.isOrthographic = mCamera->isOrthographic();
+    parameters.projection = mCamera->projectionMatrix();
+}
+
+void PointCloudStreamer::updateModelClippingVolume(WalkParameters& parameters) const {
+    parameters.clippingVolume =
+        Math::ConvexPolytope<float, 3>(mWorldHalfSpaces).transformed(parameters.world.inverse());
+}
+
+void PointCloudStreamer::updateModelMesh(WalkParameters& parameters) const {
+    if (!mWorldMesh && !parameters.mesh) {
+        return;
+    }
+    mCaches.meshDistances->eraseGroup(parameters.meshGroup);
+    parameters.meshGroup = nextMeshDistanceGroup();
+    parameters.mesh = mWorldMesh ? std::make_shared<const Math::TriangleMesh<float>>(
+                                       mWorldMesh->transformed(parameters.world.inverse()))
+                                 : nullptr;
+}
+
+}  // namespace Render

@@ -1,0 +1,39 @@
+set(LUMARO_POINTCLOUD_STREAMING_SOURCES
+    BrightnessAndContrast.cpp
+    LocationPalette.cpp
+    MeshDistances.cpp
+    NodeCaches.cpp
+    NodePrioritizer.cpp
+    NodePriority.cpp
+    NodeVertexPacking.cpp
+    PointCloudFilter.cpp
+    PointCloudQuery.cpp
+    PointCloudStreamer.cpp
+    PointCloudStreamerSettings.cpp
+    PointPool.cpp
+    PublishedNodes.cpp
+    WalkParameters.cpp)
+set(LUMARO_POINTCLOUD_STREAMING_HEADERS
+    BrightnessAndContrast.h
+    IFilter.h
+    LocationPalette.h
+    MeshDistances.h
+    NodeCaches.h
+    NodeId.h
+    NodePrioritizer.h
+    NodePriority.h
+    NodeVertexPacking.h
+    NodeVertexSource.h
+    PointCloudFilter.h
+    PointCloudQuery.h
+    PointCloudStreamer.h
+    PointPool.h
+    PublishedNodes.h
+    WalkParameters.h)
+set(LUMARO_POINTCLOUD_RENDER_SOURCES
+    PointCloudGpu.cpp
+    PointCloudRenderable.cpp
+    PointCloudRenderableSettings.cpp)
+set(LUMARO_POINTCLOUD_RENDER_HEADERS
+    PointCloudGpu.h
+    PointCloudRenderable.h)

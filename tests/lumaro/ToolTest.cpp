@@ -1,0 +1,110 @@
+#include <octree/potree/FileSystemLocation.h>
+#include <tests/support/PotreeFixture.h>
+#include <tools/lumaro/Arguments.h>
+#include <tools/lumaro/SampleScene.h>
+#include <tools/lumaro/StoreInfo.h>
+#include <tools/lumaro/ViewFit.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+using Place = Math::Point<double, 3>;
+using Tool::UsageError;
+
+TEST(Arguments, ReadWhatTheyShould) {
+    EXPECT_EQ(Tool::parseSize("640x480"), (Tool::PictureSize{640, 480}));
+    EXPECT_EQ(Tool::parseSize("16384x1"), (Tool::PictureSize{16384, 1}));
+    EXPECT_EQ(Tool::parseColor("FF8000"), Math::Color(255, 128, 0));
+    EXPECT_EQ(Tool::parseColor("#01020a"), Math::Color(1, 2, 10));
+    EXPECT_EQ(Tool::parsePoint("-1.5,2e3,0"), Place(-1.5, 2000.0, 0.0));
+    EXPECT_EQ(Tool::parseNumber("-2.5", -3, 3), -2.5);
+    EXPECT_EQ(Tool::parseCount("18446744073709551615", 0, UINT64_MAX), UINT64_MAX);
+}
+
+TEST(Arguments, RefuseEverythingElse) {
+    for (const char* size : {"", "640", "x480", "640x", "0x480", "640x0", "-1x480", "16385x1", "640x480x2",
+                             "640 x480", "6.5x480", "99999999999999999999x1"}) {
+        EXPECT_THROW(Tool::parseSize(size), UsageError) << size;
+    }
+    for (const char* color : {"", "FFF", "GGGGGG", "FF80001", "-F8000", "##F800", "12 456"}) {
+        EXPECT_THROW(Tool::parseColor(color), UsageError) << color;
+    }
+    for (const char* place : {"", "1,2", "1,2,3,4", "1,2,nan", "1,inf,2", "1,,2", "1,2,3 ", "1e99,0,0"}) {
+        EXPECT_THROW(Tool::parsePoint(place), UsageError) << place;
+    }
+    for (const char* number : {"", "nan", "inf", "3.1", "-3.1", "1x", "0x1", "+1"}) {
+        EXPECT_THROW(Tool::parseNumber(number, -3, 3), UsageError) << number;
+    }
+}
+
+namespace {
+
+/// Largest share of the half picture that a corner of the box reaches, seen from `distance`.
+double reachedShare(const Math::NBoundingBox<double, 3>& box, const Place& forward, const Place& up,
+                    double tanHalfFov, double aspect, double distance) {
+    double share = 0.0;
+    for (int i = 0; i < 8; ++i) {
+        const Place offset = box.corner(i) - (box.center() - forward * distance);
+        const double depth = offset.dot(forward);
+        EXPECT_GT(depth, 0.0);
+        share = std::max({share, std::abs(offset.dot(up)) / (depth * tanHalfFov),
+                          std::abs(offset.dot(forward.cross(up))) / (depth * tanHalfFov * aspect)});
+    }
+    return share;
+}
+
+}  // namespace
+
+TEST(ViewFit, ShowsTheWholeBoxWithASmallMargin) {
+    Math::NBoundingBox<double, 3> box;
+    box.extend(Place(100.0, 200.0, 300.0));
+    box.extend(Place(180.0, 210.0, 304.0));
+    const Place forward(-0.6, 0.0, -0.8);
+    const Place up(-0.8, 0.0, 0.6);
+    for (const double aspect : {0.5, 1.0, 3.0}) {
+        for (const double tanHalfFov : {0.05, 0.4, 3.0}) {
+            const double distance = Tool::fittedDistance(box, forward, up, tanHalfFov, aspect);
+            const double share = reachedShare(box, forward, up, tanHalfFov, aspect, distance);
+            EXPECT_LT(share, 1.0);
+            EXPECT_GT(share, 0.9);
+        }
+    }
+    // Seen flat, the box is 10 wide and 80 * 0.8 + 4 * 0.6 high.
+    EXPECT_NEAR(Tool::fittedHeight(box, forward, up, 1.0), 66.4 * 1.04, 1e-9);
+    EXPECT_NEAR(Tool::fittedHeight(box, forward, up, 0.1), 100.0 * 1.04, 1e-9);
+    EXPECT_GT(Tool::fittedDistance({Place(), Place()}, forward, up, 0.4, 1.0), 0.0);
+}
+
+TEST(StoreInfo, TellsAbsoluteFacts) {
+    const Support::TemporaryFolder folder;
+    Tool::StoreWriteOptions options;
+    options.maxLeafPoints = 100;
+    ASSERT_TRUE(Tool::writeSampleStore(folder.path() / "store", 5000, options));
+    const Tool::StoreInfo info = Tool::readStoreInfo(PoTree::FileSystemLocation(folder.path() / "store"));
+
+    const auto json = nlohmann::json::parse(Tool::infoJson(info));
+    EXPECT_EQ(json["points"], 5000);
+    EXPECT_EQ(json["attributes"].size(), 9U);
+    EXPECT_EQ(json["attributes"][8]["name"], "rgb");
+    EXPECT_NEAR(json["spacing"].get<double>(), 1.28, 1e-6);
+    EXPECT_GT(json["levels"], 1);
+    EXPECT_GT(json["nodes"], json["levels"]);
+
+    Place low(1e9, 1e9, 1e9);
+    const Tool::StoreDescription description = Tool::sampleDescription();
+    for (const Tool::StorePoint& point : Tool::samplePoints(5000)) {
+        for (int axis = 0; axis < 3; ++axis) {
+            const auto a = static_cast<size_t>(axis);
+            low[axis] = std::min(low[axis], point.position[a] * description.scale + description.offset[a]);
+        }
+    }
+    for (int axis = 0; axis < 3; ++axis) {
+        EXPECT_NEAR(json["bounds"]["min"][static_cast<size_t>(axis)].get<double>(), low[axis], 1e-9);
+        EXPECT_NEAR(json["cube"]["min"][static_cast<size_t>(axis)].get<double>(),
+                    description.offset[static_cast<size_t>(axis)], 1e-4);
+    }
+    EXPECT_NE(Tool::infoText(info).find("points      5000\n"), std::string::npos);
+}

@@ -1,0 +1,95 @@
+#include <octree/Octree.h>
+#include <octree/StoreError.h>
+#include <octree/potree/NodeTable.h>
+
+#include <gtest/gtest.h>
+#include <tests/support/PotreeFixture.h>
+
+#include <atomic>
+#include <latch>
+#include <set>
+#include <thread>
+
+using Octree::OctreeNodeId;
+
+namespace {
+
+/// Runs the function on several threads that begin together.
+template <class F>
+void together(std::size_t threadCount, F function) {
+    std::latch start(static_cast<std::ptrdiff_t>(threadCount));
+    std::vector<std::jthread> threads;
+    for (std::size_t t = 0; t < threadCount; ++t) {
+        threads.emplace_back([&, t] {
+            start.arrive_and_wait();
+            function(t);
+        });
+    }
+}
+
+}  // namespace
+
+TEST(StoreConcurrency, ReadersLoadTheHierarchyOnceAndSeeTheSame) {
+    const Support::PotreeFixture fixture;
+    for (int round = 0; round < 20; ++round) {
+        const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+        std::atomic<std::size_t> points = 0, nodes = 0;
+        together(4, [&](std::size_t) {
+            std::vector<OctreeNodeId> pending{OctreeNodeId()};
+            while (!pending.empty()) {
+                const OctreeNodeId id = pending.back();
+                pending.pop_back();
+                Octree::NodePointData data;
+                ASSERT_TRUE(octree.getNodePointData(id, data));
+                ASSERT_EQ(data.size(), octree.pointCount(id));
+                points += data.size();
+                ++nodes;
+                const auto children = octree.children(id);
+                pending.insert(pending.end(), children.begin(), children.end());
+            }
+        });
+        EXPECT_EQ(points, 4 * 7u);
+        EXPECT_EQ(nodes, 4 * 5u);
+    }
+}
+
+TEST(StoreConcurrency, NodesAreFoundWhileTheirTableGrows) {
+    PoTree::NodeTable table;
+    std::vector<OctreeNodeId> ids;
+    for (std::size_t i = 0; i < 4096; ++i) {
+        ids.push_back(OctreeNodeId().child(i >> 9).child(i >> 6 & 7).child(i >> 3 & 7).child(i & 7));
+    }
+    std::atomic<std::size_t> inserted = 0;
+    together(3, [&](std::size_t thread) {
+        if (thread == 0) {
+            for (const OctreeNodeId id : ids) {
+                table.insert(std::make_shared<PoTree::Node>(id, Math::NBoundingBox<double, 3>()));
+                ++inserted;
+            }
+            return;
+        }
+        for (std::size_t known = 0; known < ids.size();) {
+            known = inserted;
+            for (std::size_t i = thread; i < known; i += 97) {
+                const PoTree::Node* node = table.find(ids[i]);
+                ASSERT_NE(node, nullptr);
+                ASSERT_EQ(node->id, ids[i]);
+            }
+        }
+    });
+    EXPECT_EQ(table.find(OctreeNodeId()), nullptr);
+}
+
+TEST(StoreConcurrency, ANewRecordTakesTheOldOnesPlace) {
+    PoTree::NodeTable table;
+    const auto makeNode = [](std::uint32_t count) {
+        auto node = std::make_shared<PoTree::Node>(OctreeNodeId(), Math::NBoundingBox<double, 3>());
+        node->pointCount = count;
+        return node;
+    };
+    table.insert(makeNode(1));
+    const PoTree::Node* old = table.find(OctreeNodeId());
+    table.insert(makeNode(2));
+    EXPECT_EQ(table.find(OctreeNodeId())->pointCount, 2u);
+    EXPECT_EQ(old->pointCount, 1u);  // whoever still holds it may
+}

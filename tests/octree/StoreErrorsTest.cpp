@@ -1,0 +1,274 @@
+#include <core/ExceptionChain.h>
+#include <octree/Octree.h>
+#include <octree/StoreError.h>
+#include <octree/potree/Metadata.h>
+
+#include <gtest/gtest.h>
+#include <tests/support/PotreeFixture.h>
+
+#include <functional>
+
+using Octree::OctreeNodeId;
+using Support::hierarchyRecord;
+using Support::PotreeFixture;
+
+namespace {
+
+/// The error of opening the store and reading all of it, with the store's folder taken out; empty if there is
+/// none.
+std::string errorOf(const std::filesystem::path& folder) {
+    try {
+        const Octree::Octree octree{PoTree::FileSystemLocation(folder)};
+        std::vector<OctreeNodeId> pending{OctreeNodeId()};
+        while (!pending.empty()) {
+            const OctreeNodeId id = pending.back();
+            pending.pop_back();
+            Octree::NodePointData data;
+            octree.getNodePointData(id, data);
+            const auto children = octree.children(id);
+            pending.insert(pending.end(), children.begin(), children.end());
+        }
+        return "";
+    } catch (const Octree::StoreError& error) {
+        std::string text = Core::exceptionChain(error);
+        const std::string prefix = PoTree::FileSystemLocation(folder).toString();
+        for (std::size_t at; (at = text.find(prefix)) != std::string::npos;) {
+            text.erase(at, prefix.size());
+        }
+        return text;
+    }
+}
+
+std::string errorOf(const PotreeFixture& fixture) {
+    return errorOf(fixture.folder.path());
+}
+
+std::string errorWithMetadata(const std::function<void(nlohmann::json&)>& change) {
+    PotreeFixture fixture;
+    change(fixture.metadata);
+    fixture.writeMetadata();
+    return errorOf(fixture);
+}
+
+/// With the root's point count, offset and size changed.
+std::string errorWithRoot(std::uint32_t count, std::uint64_t offset, std::uint64_t size) {
+    PotreeFixture fixture;
+    fixture.hierarchy.replace(0, 22, hierarchyRecord(0, 0b00010010, count, offset, size));
+    fixture.writeAll();
+    return errorOf(fixture);
+}
+
+/// With the record of the proxy r4 naming this chunk.
+std::string errorWithProxy(std::uint64_t offset, std::uint64_t size) {
+    PotreeFixture fixture;
+    fixture.hierarchy.replace(44, 22, hierarchyRecord(2, 0, 2, offset, size));
+    fixture.writeAll();
+    return errorOf(fixture);
+}
+
+/// With the root's chunk being these bytes.
+std::string errorWithChunk(const std::string& chunk, std::uint32_t count = 3) {
+    PotreeFixture fixture;
+    fixture.hierarchy.replace(0, 22,
+                              hierarchyRecord(0, 0b00010010, count, fixture.octree.size(), chunk.size()));
+    fixture.octree += chunk;
+    fixture.writeAll();
+    return errorOf(fixture);
+}
+
+std::string pointsOf(std::size_t count, std::int32_t coordinate = 0) {
+    std::string columns;
+    for (std::size_t i = 0; i < count; ++i) {
+        columns += Support::positionCode(coordinate, 0, 0);
+    }
+    return columns + std::string(10 * count, '\0');
+}
+
+}  // namespace
+
+TEST(StoreErrors, TheFixtureItselfIsSound) {
+    EXPECT_EQ(errorOf(PotreeFixture()), "");
+}
+
+TEST(StoreErrors, PlacesThatAreNoStore) {
+    const Support::TemporaryFolder folder;
+    EXPECT_EQ(errorOf(folder.path() / "absent"), ": there is no such folder");
+    folder.write("file", "text");
+    EXPECT_EQ(errorOf(folder.path() / "file"), ": is not a folder");
+    EXPECT_EQ(errorOf(folder.path()).rfind("/metadata.json: cannot be read: ", 0), 0u)
+        << errorOf(folder.path());
+}
+
+TEST(StoreErrors, MissingFiles) {
+    for (const std::string file : {"hierarchy.bin", "octree.bin"}) {
+        const PotreeFixture fixture;
+        std::filesystem::remove(fixture.folder.path() / file);
+        EXPECT_EQ(errorOf(fixture).rfind("/" + file + ": cannot be opened: ", 0), 0u) << errorOf(fixture);
+    }
+}
+
+TEST(StoreErrors, MetadataThatIsNotJson) {
+    const PotreeFixture fixture;
+    const std::vector<std::string> texts{"", "points: 7", "{\"version\": \"2.0\"", "{\"points\": 1e999}",
+                                         std::string("\0\xff\xfe", 3)};
+    for (const std::string& text : texts) {
+        fixture.folder.write("metadata.json", text);
+        EXPECT_EQ(errorOf(fixture).rfind("/metadata.json: is not JSON: ", 0), 0u) << errorOf(fixture);
+    }
+    fixture.folder.write("metadata.json", std::string(1 << 20, '['));
+    EXPECT_EQ(errorOf(fixture), "/metadata.json: is nested deeper than any metadata.json");
+    fixture.folder.write("metadata.json", std::string(17 << 20, ' '));
+    EXPECT_EQ(errorOf(fixture), "/metadata.json: is larger than any metadata.json: 17825792 bytes");
+}
+
+TEST(StoreErrors, MetadataOfAnotherKind) {
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["version"] = "1.8"; }),
+              "/metadata.json: version \"1.8\" is not supported, only \"2.0\" is");
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["encoding"] = "ZIP"; }),
+              "/metadata.json: encoding \"ZIP\" is not supported, only \"BROTLI\" is");
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["unheard"] = {{"of", 1}}; }), "");
+}
+
+TEST(StoreErrors, EveryKeyThatIsNeededIsNamedWhenItIsMissing) {
+    for (const char* key : {"version", "points", "offset", "scale", "spacing", "boundingBox", "encoding",
+                            "attributes", "hierarchy"}) {
+        EXPECT_EQ(errorWithMetadata([key](auto& json) { json.erase(key); }),
+                  std::string("/metadata.json: key \"") + key + "\" is missing");
+    }
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["hierarchy"].erase("firstChunkSize"); }),
+              "/metadata.json: key \"hierarchy.firstChunkSize\" is missing");
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["attributes"][1].erase("size"); }),
+              "/metadata.json: key \"attributes[1].size\" is missing");
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["attributes"].erase(0); }),
+              "/metadata.json: key \"attributes\" is not a list with an attribute \"position\" of 12 bytes");
+}
+
+TEST(StoreErrors, ValuesThatMakeNoSenseAreNamed) {
+    const auto expect = [](const char* pointer, const nlohmann::json& value, const std::string& problem) {
+        EXPECT_EQ(errorWithMetadata([&](auto& json) { json[nlohmann::json::json_pointer(pointer)] = value; }),
+                  "/metadata.json: key " + problem);
+    };
+    expect("/points", -1, "\"points\" is not a whole number that is not negative");
+    expect("/points", "7", "\"points\" is not a whole number that is not negative");
+    expect("/scale/1", 0.0, "\"scale\" is not positive");
+    expect("/scale", {1, 1}, "\"scale\" is not a list of three numbers");
+    expect("/offset/2", 1e300, "\"offset[2]\" is not a number of magnitude up to 1e30");
+    expect("/offset/2", nullptr, "\"offset[2]\" is not a number of magnitude up to 1e30");
+    expect("/spacing", -1.0, "\"spacing\" is not a length");
+    expect("/boundingBox/min/0", 2000.0, "\"boundingBox\" is not a box whose min is not above its max");
+    expect("/boundingBox/max/0", 1e12,
+           "\"boundingBox\" is not within reach of 32-bit coordinates of this scale and offset");
+    expect("/attributes/0/min/0", 2000.0, "\"attributes[0]\" is not a box whose min is not above its max");
+    expect("/attributes/1/size", 0, "\"attributes[1].size\" is not a number from 1 to 65536");
+    expect("/attributes/1/size", std::uint64_t{1} << 40,
+           "\"attributes[1].size\" is not a number from 1 to 65536");
+    expect("/attributes/1/max", 5, "\"attributes[1].max\" is not a list");
+    expect("/nodeVisibility", 1, "\"nodeVisibility\" is not true or false");
+}
+
+TEST(StoreErrors, FirstHierarchyChunk) {
+    const auto withSize = [](std::uint64_t size) {
+        return errorWithMetadata([size](auto& json) { json["hierarchy"]["firstChunkSize"] = size; });
+    };
+    EXPECT_EQ(withSize(44),
+              "/hierarchy.bin: node r: its hierarchy chunk is cut short: it names 3 nodes and has 2 "
+              "records");
+    EXPECT_EQ(withSize(21), "/hierarchy.bin: node r: its hierarchy chunk of 21 bytes holds no record");
+    EXPECT_EQ(withSize(1000),
+              "/hierarchy.bin: node r: its hierarchy chunk cannot be read: /hierarchy.bin: 990 "
+              "bytes at 0 lie outside the file of 132 bytes");
+    EXPECT_EQ(withSize(std::uint64_t{1} << 40),
+              "/hierarchy.bin: node r: its hierarchy chunk of 1099511627776 bytes is too large");
+}
+
+TEST(StoreErrors, HierarchyChunksThatProxiesName) {
+    const std::string node = "/hierarchy.bin: node r4: its hierarchy chunk ";
+    const std::string overlaps = " overlaps one that belongs to another node";
+    EXPECT_EQ(errorWithProxy(44, 22), node + "at 44" + overlaps);  // itself
+    EXPECT_EQ(errorWithProxy(0, 66), node + "at 0" + overlaps);
+    EXPECT_EQ(errorWithProxy(65, 66), node + "at 65" + overlaps);
+    EXPECT_EQ(errorWithProxy(66, 44), node + "is cut short: it names 3 nodes and has 2 records");
+    EXPECT_EQ(errorWithProxy(66, 0), node + "of 0 bytes holds no record");
+    EXPECT_EQ(errorWithProxy(1000, 22),
+              node + "cannot be read: /hierarchy.bin: 22 bytes at 1000 lie outside the file of 132 bytes");
+    EXPECT_EQ(
+        errorWithProxy(~std::uint64_t{0}, 22),
+        node +
+            "cannot be read: /hierarchy.bin: 22 bytes at 18446744073709551615 lie outside the file of 132 "
+            "bytes");
+
+    PotreeFixture fixture;
+    fixture.hierarchy.replace(66, 22, hierarchyRecord(2, 0, 2, 88, 22));
+    fixture.writeAll();
+    EXPECT_EQ(errorOf(fixture), node + "begins with another reference instead of the node");
+}
+
+TEST(StoreErrors, NodesThatClaimTooMuch) {
+    const std::uint64_t huge = std::uint64_t{1} << 40;
+    EXPECT_EQ(errorWithRoot(8, 0, 10), "/hierarchy.bin: node r: it claims 8 points, the whole store has 7");
+    EXPECT_EQ(errorWithRoot(3, 0, huge),
+              "/octree.bin: node r: 1099511627776 bytes are too many for 3 points of 26 bytes");
+    EXPECT_EQ(errorWithRoot(3, huge, 50)
+                  .rfind("/octree.bin: node r: its points cannot be read: /octree.bin: 50 "
+                         "bytes at 1099511627776 lie outside the file of ",
+                         0),
+              0u);
+
+    PotreeFixture fixture;
+    fixture.metadata["points"] = huge;
+    fixture.hierarchy.replace(0, 22, hierarchyRecord(0, 0b00010010, 0xffffffffu, 0, 50));
+    fixture.writeAll();
+    EXPECT_EQ(errorOf(fixture),
+              "/octree.bin: node r: its 4294967295 points of 26 bytes are more than a node may have");
+}
+
+TEST(StoreErrors, PointChunks) {
+    const std::string node = "/octree.bin: node r: its chunk ";
+    const std::string good = Support::brotliEncode(pointsOf(3));
+    EXPECT_EQ(errorWithChunk(good), "");
+    EXPECT_EQ(errorWithChunk("\xff\xff\xff\xff\xff\xff").rfind(node + "is damaged: ", 0), 0u);
+    EXPECT_EQ(errorWithChunk(good.substr(0, good.size() - 1)).rfind(node + "is cut short after ", 0), 0u);
+    EXPECT_EQ(errorWithChunk(good + "xy"), node + "ends 2 bytes before its end");
+    EXPECT_EQ(errorWithChunk(Support::brotliEncode(pointsOf(2))),
+              node + "decompresses to 52 bytes, its 3 points of 26 bytes take 78");
+    const std::string tooMuch =
+        node + "decompresses to more than the 78 bytes that its 3 points of 26 bytes take";
+    EXPECT_EQ(errorWithChunk(Support::brotliEncode(pointsOf(4))), tooMuch);
+    const std::string bomb = Support::brotliEncode(std::string(std::size_t{1} << 28, '\0'));
+    ASSERT_LT(bomb.size(), 1100u);
+    EXPECT_EQ(errorWithChunk(bomb), tooMuch);
+}
+
+TEST(StoreErrors, PointsOutsideTheBox) {
+    const auto withCoordinate = [](std::int32_t x) {
+        return errorWithChunk(Support::brotliEncode(pointsOf(3, x)));
+    };
+    EXPECT_EQ(withCoordinate(-4), "");
+    EXPECT_EQ(withCoordinate(1028), "");
+    EXPECT_EQ(withCoordinate(-5), "/octree.bin: node r: point 0 lies outside the store's bounding box");
+    EXPECT_EQ(withCoordinate(1029), "/octree.bin: node r: point 0 lies outside the store's bounding box");
+}
+
+TEST(StoreErrors, NodesThatAreNotThere) {
+    const PotreeFixture fixture;
+    const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+    for (const OctreeNodeId id : {OctreeNodeId().child(0), OctreeNodeId().child(4).child(6).child(0)}) {
+        try {
+            octree.children(id);
+            FAIL() << id.name();
+        } catch (const Octree::StoreError& error) {
+            EXPECT_NE(std::string(error.what()).find("node " + id.name() + ": there is no such node"),
+                      std::string::npos);
+        }
+    }
+}
+
+TEST(StoreErrors, AStoreWithoutPointsIsNone) {
+    PotreeFixture fixture;
+    fixture.metadata["points"] = 0;
+    fixture.metadata["hierarchy"]["firstChunkSize"] = 0;
+    fixture.hierarchy.clear();
+    fixture.octree.clear();
+    fixture.writeAll();
+    EXPECT_EQ(errorOf(fixture), "");
+}

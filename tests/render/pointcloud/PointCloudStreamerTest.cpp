@@ -1,0 +1,321 @@
+#include <core/ExceptionChain.h>
+#include <octree/StoreError.h>
+
+#include <tests/render/pointcloud/StreamerFixture.h>
+
+#include <future>
+#include <limits>
+#include <semaphore>
+#include <stdexcept>
+
+namespace {
+
+using Octree::OctreeNodeId;
+using Render::NodePriority;
+using TestSupport::SyntheticOctree;
+
+class PointCloudStreamerTest : public TestSupport::StreamerFixture {
+protected:
+    using Names = std::set<std::string>;
+};
+
+TEST_F(PointCloudStreamerTest, AWalkPublishesWhatIsWorthLoadingOnce) {
+    const auto source = sourceOf({.depth = 2, .pointsPerNode = 10});
+    const auto streamer = streamerOf(source);
+    int progress = 0;
+    publications = 0;
+    streamer->reloadPoints([&] { ++progress; }, 21, {});
+    EXPECT_EQ(published(*streamer).size(), 73u);
+    EXPECT_EQ(streamer->publishedPointCount(), 730u);
+    EXPECT_EQ(publications, 1);
+    EXPECT_EQ(progress, 1);
+    const auto& node = streamer->publication().nodes[5];
+    EXPECT_EQ(node.id.name(), "r4");
+    EXPECT_EQ(node.vertices->vertices.size(), 10u);
+    EXPECT_EQ(node.vertices->vertices.position(3), source->position(node.id, 3).cast<float>());
+    EXPECT_EQ(node.vertices->vertices.data()[3].color, SyntheticOctree::color(node.id));
+    EXPECT_EQ(node.vertices->vertices.data()[3].classIndex, 1);
+    EXPECT_EQ(node.cube.min, (Math::Point<float, 3>(0, -8, -8)));
+
+    streamer->reloadPoints([&] { ++progress; }, 21, {});  // Nothing new.
+    EXPECT_EQ(publications, 1);
+    EXPECT_EQ(source->readCount(), 73u);
+}
+
+TEST_F(PointCloudStreamerTest, LevelsBoundTheWalk) {
+    const auto streamer = streamerOf(sourceOf({.depth = 3, .childMask = 0x81}));
+    walk(*streamer, 0);
+    EXPECT_EQ(published(*streamer), (Names{"r"}));
+    walk(*streamer, 1);
+    EXPECT_EQ(published(*streamer), (Names{"r", "r0", "r7"}));
+    streamer->setMaxLevelToKeep(2);
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer).size(), 7u);
+    look({0, 0, 60}, {0, 0, 1});  // Nothing is in view.
+    streamer->onViewChanged();
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer), (Names{"r"}));
+    streamer->setMinLevelToKeep(2);
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer), (Names{"r", "r0", "r7"}));
+}
+
+TEST_F(PointCloudStreamerTest, HiddenNodesAreSkippedAndEmptyOnesPassedThrough) {
+    const OctreeNodeId root;
+    const auto streamer = streamerOf(sourceOf(
+        {.depth = 2,
+         .childMask = 0x03,
+         .pointCount = [=](OctreeNodeId id) { return std::size_t{id == root.child(1) ? 0u : 5u}; },
+         .visibility = [=](OctreeNodeId id) { return id == root.child(0) ? 2 : 1; }}));
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer), (Names{"r", "r10", "r11"}));
+    EXPECT_EQ(streamer->publication().nodeTable[0][0], 0);
+}
+
+TEST_F(PointCloudStreamerTest, AnEmptyCloudPublishesNothing) {
+    const auto streamer = streamerOf(sourceOf({.depth = 0, .pointsPerNode = 0}));
+    publications = 0;
+    walk(*streamer);
+    EXPECT_EQ(publications, 0);
+}
+
+TEST_F(PointCloudStreamerTest, TheRootStaysWhenTheCloudIsTinyOrOutOfView) {
+    const auto streamer = streamerOf(sourceOf({.depth = 1}));
+    walk(*streamer);
+    look({0, 0, 1e6f});
+    streamer->onViewChanged();
+    walk(*streamer);
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer), (Names{"r"}));
+}
+
+TEST_F(PointCloudStreamerTest, ARunningWalkPublishesItsProgressEachInterval) {
+    const auto streamer = streamerOf(sourceOf({.depth = 1}));
+    EXPECT_EQ(streamer->updateInterval(), std::chrono::milliseconds(500));
+    EXPECT_THROW(streamer->setUpdateInterval({}), std::invalid_argument);
+    streamer->setUpdateInterval(Streamer::Duration(1));
+    std::vector<std::size_t> counts;
+    streamer->reloadPoints([&] { counts.push_back(streamer->publishedNodeCount()); }, 21, {});
+    ASSERT_GE(counts.size(), 3u);
+    EXPECT_TRUE(std::is_sorted(counts.begin(), counts.end()));
+    EXPECT_LT(counts.front(), 9u);
+    EXPECT_EQ(counts.back(), 9u);
+}
+
+TEST_F(PointCloudStreamerTest, AStopEndsTheWalkWithinOneNodeAndPublishesNothing) {
+    const auto source = sourceOf({.depth = 3});
+    const auto streamer = streamerOf(source);
+    std::stop_source stop;
+    source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
+        if (++reads == 20) {
+            stop.request_stop();
+        }
+    });
+    publications = 0;
+    streamer->reloadPoints(nullptr, 21, stop.get_token());
+    EXPECT_EQ(source->readCount(), 20u);
+    EXPECT_EQ(publications, 0);
+    // What it had loaded is published by the next walk, even when that finds nothing else to do.
+    streamer->setMaxLevelToKeep(0);
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer), (Names{"r"}));
+}
+
+TEST_F(PointCloudStreamerTest, ARestartCancelsTheRunningWalkWithoutWaitingForIt) {
+    const auto source = sourceOf({.depth = 3});
+    const auto streamer = streamerOf(source);
+    std::binary_semaphore reading{0};
+    std::binary_semaphore goOn{0};
+    source->setReadHook([&, first = true](OctreeNodeId) mutable {
+        if (std::exchange(first, false)) {
+            reading.release();
+            goOn.acquire();
+        }
+    });
+    streamer->startAsyncReload(nullptr, 21);
+    reading.acquire();
+    streamer->onProjectionChanged();  // Returns although the walk is stuck in its read.
+    streamer->setPriorityThreshold(2.0f);
+    goOn.release();
+    streamer->waitUntilIdle();
+    EXPECT_FALSE(published(*streamer).empty());
+    EXPECT_TRUE(streamer->isAsyncReloadHealthy(true));
+    EXPECT_TRUE(streamer->isAsyncReloadActive());
+    streamer->stopAsyncReload();
+    EXPECT_FALSE(streamer->isAsyncReloadActive());
+}
+
+TEST_F(PointCloudStreamerTest, ACameraChangeMayLeaveTheWalkAlone) {
+    const auto source = sourceOf({.depth = 1});
+    const auto streamer = streamerOf(source);
+    streamer->setRestartLoadingAfterCameraChange(false);
+    streamer->startAsyncReload(nullptr, 21);
+    streamer->waitUntilIdle();
+    look({0, 0, 60}, {0, 0, 1});
+    streamer->onViewChanged();
+    streamer->waitUntilIdle();
+    EXPECT_EQ(published(*streamer).size(), 9u);
+    streamer->onProjectionChanged();
+    streamer->waitUntilIdle();
+    EXPECT_EQ(published(*streamer).size(), 1u);
+}
+
+TEST_F(PointCloudStreamerTest, AFailureIsStoredAndLeavesWhatWasPublished) {
+    const auto source = sourceOf({.depth = 1});
+    const auto streamer = streamerOf(source);
+    streamer->setMaxLevelToKeep(0);
+    streamer->startAsyncReload(nullptr, 21);
+    streamer->waitUntilIdle();
+    source->setReadHook([](OctreeNodeId id) { throw Octree::StoreError(id.name() + " is damaged"); });
+    streamer->setMaxLevelToKeep(23);
+    streamer->waitUntilIdle();
+    EXPECT_FALSE(streamer->isAsyncReloadHealthy(false));
+    try {
+        streamer->isAsyncReloadHealthy(true);
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "Error loading point data");
+        EXPECT_NE(Core::exceptionChain(error).find("is damaged"), std::string::npos);
+    }
+    EXPECT_EQ(published(*streamer), (Names{"r"}));
+    source->setReadHook(nullptr);
+    streamer->restart();
+    streamer->waitUntilIdle();
+    EXPECT_TRUE(streamer->isAsyncReloadHealthy(true));
+    EXPECT_EQ(published(*streamer).size(), 9u);
+}
+
+TEST_F(PointCloudStreamerTest, AWalkNeedsARenderer) {
+    Streamer streamer(SyntheticOctree::open(sourceOf({})), 100);
+    try {
+        walk(streamer);
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "reloadingPoints is not allowed if PointCloudRenderable is not initialized");
+    }
+}
+
+TEST_F(PointCloudStreamerTest, AnInvisibleCloudHoldsNothingAndLoadsNothing) {
+    const auto source = sourceOf({.depth = 3});
+    const auto streamer = streamerOf(source);
+    std::binary_semaphore reading{0};
+    std::binary_semaphore goOn{0};
+    source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
+        if (++reads == 5) {
+            reading.release();
+            goOn.acquire();
+        }
+    });
+    streamer->startAsyncReload(nullptr, 21);
+    reading.acquire();
+    streamer->setVisible(false);
+    goOn.release();
+    streamer->waitUntilIdle();
+    EXPECT_TRUE(published(*streamer).empty());
+    EXPECT_EQ(streamer->prioritizer()->totalUsedPointCount(), 0u);
+    EXPECT_EQ(source->readCount(), 5u);
+    streamer->restart();
+    streamer->waitUntilIdle();
+    EXPECT_TRUE(published(*streamer).empty());
+    streamer->setVisible(true);
+    streamer->waitUntilIdle();
+    EXPECT_EQ(published(*streamer).size(), 585u);
+}
+
+TEST_F(PointCloudStreamerTest, AnotherUnitScaleReplacesAllVertices) {
+    const auto source = sourceOf({.depth = 1, .pointsPerNode = 3});
+    const Octree::Location location(PoTree::FileSystemLocation("unit-scale"));
+    Streamer streamer(SyntheticOctree::open(source, location), 1000);
+    const Streamer other(SyntheticOctree::open(source, location), 1000);
+    EXPECT_EQ(streamer.vertexCache(), other.vertexCache());
+    streamer.attach(nextId(), nextId(), camera, nullptr);
+    streamer.setPriorityThreshold(1.0f);
+    streamer.startAsyncReload(nullptr, 21);
+    streamer.waitUntilIdle();
+    EXPECT_EQ(other.vertexCache()->size(), 9u);
+    streamer.setUnitScale(0.5);
+    EXPECT_EQ(other.vertexCache()->size(), 0u);
+    EXPECT_NE(streamer.vertexCache(), other.vertexCache());
+    streamer.waitUntilIdle();
+    ASSERT_EQ(published(streamer).size(), 9u);
+    for (const Render::PublishedNode& node : streamer.publication().nodes) {
+        for (std::size_t i = 0; i < 3; ++i) {
+            EXPECT_EQ(node.vertices->vertices.position(i), (source->position(node.id, i) * 0.5).cast<float>());
+        }
+    }
+}
+
+TEST_F(PointCloudStreamerTest, MeshDistancesFollowMeshAndMatrixInWorldUnits) {
+    const auto source = sourceOf({.depth = 1, .pointsPerNode = 5});
+    const auto streamer = streamerOf(source);
+    streamer->startAsyncReload(nullptr, 21);
+    const auto expectDistances = [&](const Eigen::Matrix4f& world, float meshZ) {
+        streamer->waitUntilIdle();
+        ASSERT_EQ(published(*streamer).size(), 9u);
+        for (const Render::PublishedNode& node : streamer->publication().nodes) {
+            for (std::size_t i = 0; i < 5; ++i) {
+                const auto& vertex = node.vertices->vertices.data()[i];
+                EXPECT_NEAR(vertex.distance, Math::transformPoint(world, vertex.position).z() - meshZ, 1e-3f);
+            }
+        }
+    };
+    streamer->waitUntilIdle();
+    EXPECT_EQ(published(*streamer).size(), 9u);
+    EXPECT_EQ(streamer->publication().nodes[0].vertices->vertices.data()[0].distance,
+              std::numeric_limits<float>::max());
+    const auto floor = [](float z) {
+        return std::make_shared<const Math::TriangleMesh<float>>(
+            std::vector<Math::Point<float, 3>>{{-1000, -1000, z}, {1000, -1000, z}, {0, 1000, z}},
+            std::vector<Math::TriangleMesh<float>::Triangle>{{0, 1, 2}});
+    };
+    Eigen::Matrix4f world = Eigen::Matrix4f::Identity();
+    streamer->setMesh(floor(1.0f));
+    expectDistances(world, 1.0f);
+    world(2, 3) = -3.0f;
+    world.topLeftCorner<3, 3>() *= 1.5f;
+    streamer->setWorldMatrix(world);
+    expectDistances(world, 1.0f);
+    streamer->setMesh(floor(-2.0f));
+    expectDistances(world, -2.0f);
+    EXPECT_EQ(source->readCount(), 9u);  // The vertices themselves came from the cache.
+}
+
+TEST_F(PointCloudStreamerTest, CloudsOfOneRendererShareTheBudget) {
+    const std::size_t renderer = nextId();
+    const auto near = streamerOf(sourceOf({.depth = 1, .pointsPerNode = 10}), 101, renderer);
+    const auto far = streamerOf(sourceOf({.depth = 1, .pointsPerNode = 10}), 500, renderer);
+    Eigen::Matrix4f away = Eigen::Matrix4f::Identity();
+    away(2, 3) = -100.0f;
+    far->setWorldMatrix(away);
+    walk(*far);
+    EXPECT_EQ(published(*far).size(), 9u);
+    walk(*near);
+    EXPECT_EQ(published(*near).size(), 9u);
+    EXPECT_LE(near->prioritizer()->totalUsedPointCount(), 101u);
+    walk(*far);  // Loads nothing, but tells what it has lost.
+    EXPECT_EQ(published(*far), (Names{"r"}));
+    near->detach();
+    walk(*far);
+    EXPECT_EQ(published(*far).size(), 9u);
+}
+
+TEST_F(PointCloudStreamerTest, ClippingAndColorRangesDecideWhatIsLoaded) {
+    const auto streamer = streamerOf(sourceOf({.depth = 1}));
+    Eigen::Matrix4f world = Eigen::Matrix4f::Identity();
+    world(0, 3) = 2.0f;
+    streamer->setWorldMatrix(world);
+    streamer->setClippingVolume({Math::HalfSpace<float, 3>(Math::NPlane<float, 3>({1, 0, 0}, -2.5f))});
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer), (Names{"r", "r4", "r5", "r6", "r7"}));
+    streamer->setClippingVolume({});
+    streamer->setRenderMode(Render::RenderMode::PlaneDistance);
+    streamer->setPlane({{0, 0, 1}, 0});
+    streamer->setColorMapRange(-5.0f, -1.0f);
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer), (Names{"r", "r0", "r2", "r4", "r6"}));
+    streamer->setUseSignedDistance(false);
+    walk(*streamer);
+    EXPECT_EQ(published(*streamer), (Names{"r"}));
+}
+
+}  // namespace

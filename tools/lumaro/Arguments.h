@@ -1,0 +1,45 @@
+#pragma once
+
+#include <math/Color.h>
+#include <math/Point.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+namespace Tool {
+
+/// What stands behind an option cannot be used; the text says why.
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct PictureSize {
+    size_t width = 0;
+    size_t height = 0;
+
+    bool operator==(const PictureSize&) const = default;
+};
+
+constexpr size_t MAX_PICTURE_SIDE = 16384;
+
+// Each reads the whole text or throws UsageError.
+
+/// A finite number between two others.
+double parseNumber(const std::string& text, double low, double high);
+
+/// A whole number between two others, without a sign.
+uint64_t parseCount(const std::string& text, uint64_t low, uint64_t high);
+
+/// "640x480", sides from 1 to MAX_PICTURE_SIDE.
+PictureSize parseSize(const std::string& text);
+
+/// "RRGGBB", with or without a leading '#'.
+Math::Color parseColor(const std::string& text);
+
+/// "x,y,z"
+Math::Point<double, 3> parsePoint(const std::string& text);
+
+}  // namespace Tool

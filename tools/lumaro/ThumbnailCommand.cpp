@@ -1,0 +1,107 @@
+#include <octree/potree/FileSystemLocation.h>
+#include <render/renderables/Thumbnail.h>
+#include <tools/lumaro/Commands.h>
+#include <tools/lumaro/Console.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <memory>
+#include <system_error>
+
+namespace Tool {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Options {
+    std::string store;
+    std::string output;
+    PictureSize size{512, 512};
+    Math::Color background = Math::Color::white();
+    size_t maxLevel = 21;
+};
+
+/// A folder beside the target that takes the picture until it is complete.
+class UnfinishedPicture {
+public:
+    explicit UnfinishedPicture(fs::path target) : mTarget(std::move(target)) {
+        for (int number = 1;; ++number) {
+            mFolder = mTarget;
+            mFolder += ".partial" + std::to_string(number);
+            if (fs::create_directory(mFolder)) {
+                return;
+            }
+        }
+    }
+    ~UnfinishedPicture() { discard(); }
+    UnfinishedPicture(const UnfinishedPicture&) = delete;
+    UnfinishedPicture& operator=(const UnfinishedPicture&) = delete;
+
+    fs::path file() const { return mFolder / "picture.png"; }
+    void moveIntoPlace() { fs::rename(file(), mTarget); }
+    void discard() {
+        std::error_code ignored;
+        fs::remove_all(mFolder, ignored);
+    }
+
+private:
+    fs::path mTarget;
+    fs::path mFolder;
+};
+
+bool makeThumbnail(const Options& options, const std::stop_token& stop) {
+    const fs::path store = pathFromUtf8(options.store);
+    const Octree::Location location{PoTree::FileSystemLocation(store)};
+    if (!location.exists()) {
+        throw std::runtime_error("there is no point cloud store in " + options.store);
+    }
+    UnfinishedPicture picture(options.output.empty() ? store / "thumbnail.png"
+                                                     : pathFromUtf8(options.output));
+    Progress progress;
+    std::future<void> work = std::async(std::launch::async, [&] {
+        Render::createThumbnail(location, picture.file(), options.size.width, options.size.height,
+                                options.background, options.maxLevel);
+    });
+    const auto start = std::chrono::steady_clock::now();
+    while (work.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+        if (stop.stop_requested()) {
+            // The library makes a thumbnail in one call that cannot be stopped.
+            picture.discard();
+            std::fputs("lumaro: stopped\n", stderr);
+            std::_Exit(130);
+        }
+        const auto seconds =
+            std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
+        progress.show("drawing, " + std::to_string(seconds.count()) + " s");
+    }
+    work.get();
+    picture.moveIntoPlace();
+    return true;
+}
+
+}  // namespace
+
+void addThumbnailCommand(CLI::App& app, Job& job) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand(
+        "thumbnail", "Draw a preview of a store, seen obliquely from above, as a PNG file.");
+    command->add_option("store", options->store, "Folder of the store")->required()->type_name("STORE");
+    command->add_option("-o,--output", options->output, "File to write (default: thumbnail.png in the store)")
+        ->type_name("FILE");
+    addParsed(*command, "--size", options->size, parseSize, "WxH",
+              "Picture size in pixels (default 512x512)");
+    addParsed(*command, "--background", options->background, parseColor, "RRGGBB",
+              "Background colour (default FFFFFF)");
+    addParsed(
+        *command, "--max-level", options->maxLevel,
+        [](const std::string& text) { return static_cast<size_t>(parseCount(text, 0, 21)); }, "N",
+        "Deepest octree level to load; 0 is the root alone (default: all)");
+    command->callback([options, &job] {
+        job = [options](const std::stop_token& stop) { return makeThumbnail(*options, stop); };
+    });
+}
+
+}  // namespace Tool

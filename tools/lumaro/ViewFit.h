@@ -1,0 +1,18 @@
+#pragma once
+
+#include <math/NBoundingBox.h>
+#include <math/Point.h>
+
+namespace Tool {
+
+/// How far from a box's centre a camera stands that looks at it along `forward` with its head towards `up`
+/// (both unit length and perpendicular), so that the whole box fits into the picture with a small margin.
+/// `tanHalfFov` belongs to the vertical angle, `aspect` is width by height. At least 1e-3.
+double fittedDistance(const Math::NBoundingBox<double, 3>& box, const Math::Point<double, 3>& forward,
+                      const Math::Point<double, 3>& up, double tanHalfFov, double aspect);
+
+/// The height of an orthographic picture that shows the whole box, likewise.
+double fittedHeight(const Math::NBoundingBox<double, 3>& box, const Math::Point<double, 3>& forward,
+                    const Math::Point<double, 3>& up, double aspect);
+
+}  // namespace Tool

@@ -1,0 +1,69 @@
+#include <core/ExceptionChain.h>
+#include <tools/lumaro/Commands.h>
+#include <tools/lumaro/Console.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <sstream>
+
+namespace {
+
+constexpr int FAILED = 1;
+constexpr int USAGE = 2;
+constexpr int STOPPED = 130;
+
+void describe(CLI::App& app) {
+    app.name("lumaro");
+    app.description("Pictures and facts of very large point clouds (Potree 2.0 stores).");
+    app.footer(
+        "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 stopped with Ctrl-C.\n"
+        "'lumaro COMMAND --help' explains a command.");
+    app.set_version_flag("--version", "lumaro " LUMARO_VERSION);
+    app.require_subcommand(1);
+}
+
+/// Help and version go to standard output with exit code 0, everything else is wrong usage.
+int reportParse(const CLI::App& app, const CLI::ParseError& error) {
+    std::ostringstream output;
+    std::ostringstream errors;
+    const int code = app.exit(error, output, errors);
+    std::fputs(errors.str().c_str(), stderr);
+    Tool::writeOutput(output.str());
+    return code == 0 ? 0 : USAGE;
+}
+
+int run(int argc, char** argv) {
+    CLI::App app;
+    describe(app);
+    Tool::Job job;
+    Tool::addThumbnailCommand(app, job);
+    Tool::addRenderCommand(app, job);
+    Tool::addInfoCommand(app, job);
+    Tool::addMakeSampleCommand(app, job);
+    try {
+        std::vector<std::string> arguments = Tool::commandLine(argc, argv);
+        std::reverse(arguments.begin(), arguments.end());
+        app.parse(arguments);
+    } catch (const CLI::ParseError& error) {
+        return reportParse(app, error);
+    }
+
+    const Tool::ConsoleSession session;
+    if (!job(session.stopToken())) {
+        std::fputs("lumaro: stopped\n", stderr);
+        return STOPPED;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "lumaro: %s\n", Core::exceptionChain(error).c_str());
+        return FAILED;
+    }
+}
