@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 
 namespace Render {
@@ -13,10 +14,10 @@ using Histogram = std::array<std::size_t, 3 * 255 + 1>;
 
 // The first value, counted from one end, up to and including which more than `allowed` points lie.
 template <class Iterator>
-std::size_t clipped(Iterator begin, Iterator end, double allowed) {
-    double sum = 0.0;
+std::size_t clipped(Iterator begin, Iterator end, std::size_t allowed) {
+    std::size_t sum = 0;
     for (Iterator value = begin; value != end; ++value) {
-        sum += static_cast<double>(*value);
+        sum += *value;
         if (sum > allowed) {
             return static_cast<std::size_t>(value - begin);
         }
@@ -38,7 +39,8 @@ BrightnessAndContrast stretchColors(const std::vector<std::shared_ptr<const Node
         }
     }
     const auto allowed = [count](float share) {
-        return static_cast<double>(std::clamp(share, 0.0f, 1.0f)) * static_cast<double>(count);
+        const double points = double{std::clamp(share, 0.0f, 1.0f)} * static_cast<double>(count);
+        return static_cast<std::size_t>(std::llround(points));
     };
     const std::size_t last = histogram.size() - 1;
     const std::size_t low = clipped(histogram.begin(), histogram.end(), allowed(darkest));

@@ -22,8 +22,8 @@ using Render::RenderMode;
 
 constexpr size_t POINT_COUNT = 60000;
 
-/// Rasterisers may put the rim of a disc one pixel further; all else is the same.
-constexpr TestSupport::ImageTolerance TOLERANCE{2, 0.002};
+/// Two rasterisers put the rim of a disc, or a line, one pixel further here and there; all else is the same.
+constexpr TestSupport::ImageTolerance TOLERANCE{2, 0.005};
 
 struct View {
     const char* name;
@@ -44,17 +44,18 @@ void lookStraightDown(Renderer& renderer) {
     renderer.setOrthographic(170.0f, -1.0f, 1.0f);
 }
 
+void lookDownTheStreet(Renderer& renderer) {
+    renderer.setCameraPose(Place(70.0f, 22.0f, -60.0f), Place(-10.0f, 0.0f, -68.0f),
+                           Eigen::Vector3f::UnitZ());
+    renderer.setPerspective(50.0f, 0.01f, 1000.0f, 0.0f, 0.0f);
+}
+
 const View VIEWS[] = {
     {"overview", [](Renderer& renderer, auto&) { lookFromAbove(renderer); }},
-    {"street",
-     [](Renderer& renderer, auto&) {
-         renderer.setCameraPose(Place(70.0f, 22.0f, -60.0f), Place(-10.0f, 0.0f, -68.0f),
-                                Eigen::Vector3f::UnitZ());
-         renderer.setPerspective(50.0f, 0.01f, 1000.0f, 0.0f, 0.0f);
-     }},
-    {"large-points",
+    {"street", [](Renderer& renderer, auto&) { lookDownTheStreet(renderer); }},
+    {"street-large-points",
      [](Renderer& renderer, Render::PointCloudRenderable& cloud) {
-         lookFromAbove(renderer);
+         lookDownTheStreet(renderer);
          renderer.setBackgroundColor(20, 30, 60, 255);
          cloud.setMaxPointSize(14.0f);
      }},

@@ -51,8 +51,8 @@ TEST(MemoryOctree, PutsBoxesIntoModelUnitsAroundTheReference) {
     EXPECT_EQ(octree->boundingCube(), Box({-1000.0f, -1000.0f, -1000.0f}, {1000.0f, 1000.0f, 1000.0f}));
     EXPECT_EQ(octree->boundingBox(), Box({-1000.0f, -1000.0f, -800.0f}, {600.0f, 800.0f, -700.0f}));
     EXPECT_EQ(octree->boundingCube(OctreeNodeId()), octree->boundingCube());
-    EXPECT_EQ(octree->boundingCube(OctreeNodeId().child(5).child(2)),
-              Box({0.0f, -500.0f, 0.0f}, {500.0f, 0.0f, 500.0f}));
+    EXPECT_EQ(octree->boundingCube(OctreeNodeId().child(5).child(4)),
+              Box({500.0f, -1000.0f, 0.0f}, {1000.0f, -500.0f, 500.0f}));
     EXPECT_EQ(octree->spacing(3), 2.0f);
     octree->setUnitScale(1.0);
     EXPECT_EQ(octree->boundingCube().max.x(), 500.0f);

@@ -172,6 +172,10 @@ TEST_F(RendererNotification, automaticDepthFollowsCameraChangesAndEveryFrame) {
     EXPECT_EQ(scene->takeEvents(), (Events{"zRange 3 5", "render", "zRange 3 6", "render"}));
     renderer.setOrthographic(4.0f, 4.0f, 1.0f, 2.0f);
     EXPECT_EQ(scene->takeEvents(), (Events{"zRange 3 6", "projection 0.5"}));
+    // Planes that the host sets by itself hold until the next change.
+    renderer.setZNearAndFarViaBoundingBox(Box(P(0.0f, 0.0f, -9.0f), P(1.0f, 1.0f, 2.0f)));
+    EXPECT_EQ(scene->takeEvents(), (Events{"projection 0.5"}));
+    EXPECT_EQ(renderer.camera()->zFar(), 13.0f);
     scene->box = Box();
     renderer.render();
     EXPECT_EQ(scene->takeEvents(), (Events{"zRange 3 6", "render"}));

@@ -116,23 +116,25 @@ TEST_F(StreamingConvergenceTest, AfterAnyHistoryTheMostImportantNodesArePublishe
     streamer->startAsyncReload(nullptr, 21);
     std::size_t tight = 0;
     for (int round = 0; round < 25; ++round) {
+        const bool isTight = round % 2 != 0;
         for (int i = 0; i < 40; ++i) {
-            changeAnything(*streamer);
+            if (isTight && i == 30) {  // From here on, nodes of earlier views are in the way.
+                streamer->setVisible(true);
+                streamer->setMaxLevelToKeep(23);
+                streamer->setPriorityThreshold(any(1.0f, 3.0f));
+            }
+            if (isTight && i >= 30) {
+                changeCamera(*streamer);
+            } else {
+                changeAnything(*streamer);
+            }
             for (int pause = static_cast<int>(random() % 20); pause > 0; --pause) {
                 ASSERT_LE(streamer->prioritizer()->totalUsedPointCount(), budget);
                 std::this_thread::yield();
             }
         }
         streamer->setVisible(true);
-        if (round % 2 == 0) {
-            setBudget(*streamer, 1000000);
-        } else {
-            setBudget(*streamer, 1500 + random() % 3000);
-            streamer->setMaxLevelToKeep(23);
-            if (random() % 2 == 0) {
-                streamer->setPriorityThreshold(any(1.0f, 3.0f));  // Begins anew; else old nodes are in the way.
-            }
-        }
+        setBudget(*streamer, isTight ? 1500 + random() % 3000 : 1000000);
         streamer->waitUntilIdle();
         ASSERT_TRUE(streamer->isAsyncReloadHealthy(true));
 
