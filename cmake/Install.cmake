@@ -1,15 +1,13 @@
 # cmake --install: the DLL with its import library, the headers, the command line, and a package that gives
-# hosts the target Lumaro::Render.
+# hosts the target LumaroRender::LumaroRender.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/LumaroRender")
 
-set_target_properties(LumaroRender PROPERTIES EXPORT_NAME Render)
 target_include_directories(LumaroRender INTERFACE "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
 target_compile_features(LumaroRender INTERFACE cxx_std_20)
-add_library(Lumaro::Render ALIAS LumaroRender)
 
 install(TARGETS LumaroRender EXPORT LumaroRenderTargets
     RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
@@ -33,4 +31,4 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/LumaroRenderConfigVersio
     COMPATIBILITY SameMinorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/LumaroRenderConfig.cmake"
     "${PROJECT_BINARY_DIR}/LumaroRenderConfigVersion.cmake" DESTINATION "${package_dir}")
-install(EXPORT LumaroRenderTargets NAMESPACE Lumaro:: DESTINATION "${package_dir}")
+install(EXPORT LumaroRenderTargets NAMESPACE LumaroRender:: DESTINATION "${package_dir}")

@@ -3,9 +3,7 @@
 #include <render/gpu/ComException.h>
 #include <render/gpu/VertexLayouts.h>
 
-#include <algorithm>
 #include <cstring>
-#include <tuple>
 #include <utility>
 
 namespace Render {
@@ -101,6 +99,7 @@ void PointCloudGpu::uploadNodeTable(const PublishedNodes& published) {
     mNodeTable.unMap(mContext);
 }
 
+// In published order: where discs meet at one depth, the picture does not depend on what was uploaded when.
 void PointCloudGpu::collectDrawnNodes(const PublishedNodes& published) {
     mDrawnNodes.clear();
     for (std::size_t i = 0; i < published.nodes.size(); ++i) {
@@ -116,9 +115,6 @@ void PointCloudGpu::collectDrawnNodes(const PublishedNodes& published) {
         drawn.constants.nodeDepth = static_cast<std::uint32_t>(node.id.level());
         drawn.cube = node.cube;
     }
-    std::sort(mDrawnNodes.begin(), mDrawnNodes.end(), [](const DrawnNode& a, const DrawnNode& b) {
-        return std::tie(a.range.page, a.range.first) < std::tie(b.range.page, b.range.first);
-    });
 }
 
 void PointCloudGpu::draw() {

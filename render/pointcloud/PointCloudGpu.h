@@ -65,7 +65,7 @@ private:
     PointPool mPool;
     std::vector<ATL::CComPtr<ID3D11Buffer>> mPages;  ///< By the pool's page numbers.
     std::vector<std::size_t> mPageCapacities;
-    std::vector<DrawnNode> mDrawnNodes;  ///< Those with points, page by page.
+    std::vector<DrawnNode> mDrawnNodes;  ///< Those with points, as published.
     std::size_t mUploadedPointBytes = 0;
 
     std::optional<Boxes> mBoxes;  ///< Made when first shown.

@@ -5,7 +5,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <semaphore>
+#include <future>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -82,15 +82,15 @@ TEST(BackgroundThreadTest, TheFunctionMayRestartItself) {
 
 TEST(BackgroundThreadTest, DestructionStopsTheRunAndDropsOneThatIsDue) {
     std::atomic<int> runs = 0;
-    std::binary_semaphore begun(0);
+    std::promise<void> begun;
     {
         BackgroundThread thread([&](std::stop_token stop) {
             ++runs;
-            begun.release();
+            begun.set_value();
             waitForStop(stop);
             std::this_thread::sleep_for(20ms);  // Time for the destructor to begin after the restart.
         });
-        begun.acquire();
+        begun.get_future().wait();
         thread.restart();
     }
     EXPECT_EQ(runs, 1);

@@ -6,7 +6,7 @@
 #include <tests/support/PotreeFixture.h>
 
 #include <atomic>
-#include <latch>
+#include <future>
 #include <set>
 #include <thread>
 
@@ -17,14 +17,16 @@ namespace {
 /// Runs the function on several threads that begin together.
 template <class F>
 void together(std::size_t threadCount, F function) {
-    std::latch start(static_cast<std::ptrdiff_t>(threadCount));
+    std::promise<void> start;
+    const std::shared_future<void> started(start.get_future());
     std::vector<std::jthread> threads;
     for (std::size_t t = 0; t < threadCount; ++t) {
-        threads.emplace_back([&, t] {
-            start.arrive_and_wait();
+        threads.emplace_back([&function, started, t] {
+            started.wait();
             function(t);
         });
     }
+    start.set_value();
 }
 
 }  // namespace

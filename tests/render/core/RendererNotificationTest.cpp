@@ -178,7 +178,7 @@ TEST_F(RendererNotification, automaticDepthFollowsCameraChangesAndEveryFrame) {
     EXPECT_EQ(renderer.camera()->zFar(), 13.0f);
     scene->box = Box();
     renderer.render();
-    EXPECT_EQ(scene->takeEvents(), (Events{"zRange 3 6", "render"}));
+    EXPECT_EQ(scene->takeEvents(), (Events{"zRange 2 13", "render"}));
 }
 
 TEST_F(RendererNotification, aNewSceneHearsOfFiveSettingsAfterTheOldOneHasLeft) {

@@ -5,7 +5,6 @@
 
 #include <future>
 #include <limits>
-#include <semaphore>
 #include <stdexcept>
 
 namespace {
@@ -124,19 +123,19 @@ TEST_F(PointCloudStreamerTest, AStopEndsTheWalkWithinOneNodeAndPublishesNothing)
 TEST_F(PointCloudStreamerTest, ARestartCancelsTheRunningWalkWithoutWaitingForIt) {
     const auto source = sourceOf({.depth = 3});
     const auto streamer = streamerOf(source);
-    std::binary_semaphore reading{0};
-    std::binary_semaphore goOn{0};
+    std::promise<void> reading;
+    std::promise<void> goOn;
     source->setReadHook([&, first = true](OctreeNodeId) mutable {
         if (std::exchange(first, false)) {
-            reading.release();
-            goOn.acquire();
+            reading.set_value();
+            goOn.get_future().wait();
         }
     });
     streamer->startAsyncReload(nullptr, 21);
-    reading.acquire();
+    reading.get_future().wait();
     streamer->onProjectionChanged();  // Returns although the walk is stuck in its read.
     streamer->setPriorityThreshold(2.0f);
-    goOn.release();
+    goOn.set_value();
     streamer->waitUntilIdle();
     EXPECT_FALSE(published(*streamer).empty());
     EXPECT_TRUE(streamer->isAsyncReloadHealthy(true));
@@ -198,18 +197,18 @@ TEST_F(PointCloudStreamerTest, AWalkNeedsARenderer) {
 TEST_F(PointCloudStreamerTest, AnInvisibleCloudHoldsNothingAndLoadsNothing) {
     const auto source = sourceOf({.depth = 3});
     const auto streamer = streamerOf(source);
-    std::binary_semaphore reading{0};
-    std::binary_semaphore goOn{0};
+    std::promise<void> reading;
+    std::promise<void> goOn;
     source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
         if (++reads == 5) {
-            reading.release();
-            goOn.acquire();
+            reading.set_value();
+            goOn.get_future().wait();
         }
     });
     streamer->startAsyncReload(nullptr, 21);
-    reading.acquire();
+    reading.get_future().wait();
     streamer->setVisible(false);
-    goOn.release();
+    goOn.set_value();
     streamer->waitUntilIdle();
     EXPECT_TRUE(published(*streamer).empty());
     EXPECT_EQ(streamer->prioritizer()->totalUsedPointCount(), 0u);

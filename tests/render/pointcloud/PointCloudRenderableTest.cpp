@@ -1,0 +1,348 @@
+#include <gtest/gtest.h>
+#include <render/pointcloud/PointCloudRenderable.h>
+
+#include <tests/support/GpuTestDevice.h>
+#include <tests/support/SyntheticOctree.h>
+
+#include <cmath>
+#include <map>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+using Math::Color;
+using Math::Point;
+using Octree::OctreeNodeId;
+using Render::PointCloudRenderable;
+using Render::RenderMode;
+using TestSupport::Float4;
+using TestSupport::GpuTestDevice;
+
+constexpr unsigned size = 64;
+constexpr std::size_t vertexBytes = 24;
+
+struct CloudPoint {
+    Point<double, 3> position;
+    Color color;
+    std::uint16_t intensity = 0;
+};
+
+// Exactly the given points in a cube of edge 16 around the origin.
+class FixedCloud : public Octree::NodeSource {
+public:
+    explicit FixedCloud(std::map<OctreeNodeId, std::vector<CloudPoint>> nodes) : mNodes(std::move(nodes)) {
+        mFacts.boundingCube = {{-8, -8, -8}, {8, 8, 8}};
+        mFacts.boundingBox = mFacts.boundingCube;
+        mFacts.spacing = 1.0;
+    }
+
+    const Octree::StoreFacts& storeFacts() const override { return mFacts; }
+
+    bool nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token&) override {
+        facts = {0, 1, mNodes.at(id).size()};
+        for (std::size_t i = 0; i < 8; ++i) {
+            facts.childMask = static_cast<std::uint8_t>(facts.childMask | (mNodes.contains(id.child(i)) ? 1 << i : 0));
+        }
+        return true;
+    }
+
+    bool readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data, const std::stop_token&) override {
+        std::vector<Point<double, 3>> positions;
+        std::vector<Color> colors;
+        std::vector<std::uint16_t> intensities;
+        for (const CloudPoint& point : mNodes.at(id)) {
+            positions.push_back(point.position * unitScale);
+            colors.push_back(point.color);
+            intensities.push_back(point.intensity);
+        }
+        data.reset(positions.size());
+        data.setPositions(std::move(positions));
+        data.setColors(std::move(colors));
+        data.setIntensities(std::move(intensities));
+        return true;
+    }
+
+private:
+    const std::map<OctreeNodeId, std::vector<CloudPoint>> mNodes;
+    Octree::StoreFacts mFacts;
+};
+
+// A camera that looks straight down on the cube, four pixels a unit.
+class PointCloudRenderableTest : public testing::Test {
+protected:
+    PointCloudRenderableTest() {
+        camera->setViewport(size, size);
+        camera->setOrthographic(16, 16, 1, 100);
+        camera->setPose(Point<float, 3>(0, 0, 50), Eigen::Vector3f(0, 0, -1), Eigen::Vector3f(0, 1, 0));
+    }
+
+    std::shared_ptr<PointCloudRenderable> cloudOf(std::map<OctreeNodeId, std::vector<CloudPoint>> nodes) {
+        return shown(std::make_shared<FixedCloud>(std::move(nodes)));
+    }
+
+    std::shared_ptr<PointCloudRenderable> shown(std::shared_ptr<Octree::NodeSource> source) {
+        const auto octree = std::make_shared<Octree::Octree>(std::move(source), Octree::Location());
+        const auto cloud = PointCloudRenderable::create(octree, "cloud", 1000000);
+        cloud->setOctreeNodePriorityThreshold(1.0f);
+        cloud->setPointSize(2.0f);  // Discs of 16 pixels where nothing is finer.
+        cloud->setMaxPointSize(1000.0f);
+        cloud->init(size_t{1} << 40, camera, gpu.device(), gpu.context());
+        cloud->reloadPoints(nullptr, 21, {});
+        return cloud;
+    }
+
+    void draw(PointCloudRenderable& cloud) {
+        targets.bindAndClear();
+        cloud.render();
+        colors = targets.read(0);
+        positions = targets.read(1);
+        exactPositions = targets.read(2);
+    }
+
+    // The texel whose corner nearest to the middle of the picture lies at a point's x and y.
+    static std::size_t texelAt(float x, float y) {
+        const auto column = static_cast<std::size_t>((x + 8) * 4);
+        const auto row = static_cast<std::size_t>((8 - y) * 4);
+        return row * size + column;
+    }
+
+    std::size_t countOf(const Color& color) const {
+        const auto wanted = color.toFloats();
+        std::size_t count = 0;
+        for (const Float4& texel : colors) {
+            count += std::abs(texel[0] - wanted[0]) + std::abs(texel[1] - wanted[1]) +
+                                 std::abs(texel[2] - wanted[2]) + std::abs(texel[3] - wanted[3]) <
+                             1e-3f
+                         ? 1u
+                         : 0u;
+        }
+        return count;
+    }
+
+    std::size_t drawnTexels() const {
+        std::size_t count = 0;
+        for (const Float4& texel : exactPositions) {
+            count += texel[3] > 0 ? 1u : 0u;
+        }
+        return count;
+    }
+
+    static void expectNear(const Float4& actual, const Float4& expected) {
+        for (std::size_t i = 0; i < 4; ++i) {
+            EXPECT_NEAR(actual[i], expected[i], 0.005f) << i;
+        }
+    }
+
+    GpuTestDevice& gpu = GpuTestDevice::fresh();
+    TestSupport::FloatTargets targets{gpu, size, size, 3};
+    std::shared_ptr<Render::Camera> camera = std::make_shared<Render::Camera>(true);
+    std::vector<Float4> colors;
+    std::vector<Float4> positions;
+    std::vector<Float4> exactPositions;
+    const Color red{255, 51, 0};
+    const Color blue{0, 51, 255};
+    const OctreeNodeId root;
+};
+
+TEST_F(PointCloudRenderableTest, PointsAreRoundDiscsWithColorAndWorldPosition) {
+    const auto cloud = cloudOf({{root, {{{-4, -4, 1}, red}}}, {root.child(7), {{{3, 4, 2}, blue}}}});
+    Eigen::Matrix4f moved = Eigen::Matrix4f::Identity();
+    moved(0, 3) = 1.0f;
+    cloud->setMatrix(moved);
+    cloud->reloadPoints(nullptr, 21, {});
+    EXPECT_TRUE(cloud->needsRedraw());
+    draw(*cloud);
+    EXPECT_FALSE(cloud->needsRedraw());
+    EXPECT_EQ(cloud->numVisibleOctreeNodes(), 2u);
+    EXPECT_EQ(cloud->numVisiblePoints(), 2u);
+    expectNear(colors[texelAt(-3, -4)], {1, 0.2f, 0, 1});
+    expectNear(colors[texelAt(4, 4)], {0, 0.2f, 1, 1});
+    expectNear(exactPositions[texelAt(4, 4)], {4, 4, 2, 1});
+    expectNear(exactPositions[texelAt(-3, -4) + 5], {-3, -4, 1, 1});
+    expectNear(positions[texelAt(-3, -4) + 5], {-3 + 5.5f / 4, -4 - 0.5f / 4, 1, 1});
+    EXPECT_NEAR(static_cast<float>(countOf(red)), 3.1416f * 8 * 8, 12);
+    EXPECT_EQ(exactPositions[texelAt(-3, -4) + 7 * size + 7][3], 0);  // In the corner beside the disc.
+    EXPECT_GT(exactPositions[texelAt(-3, -4) + 7][3], 0);
+}
+
+TEST_F(PointCloudRenderableTest, DiscsAreHalfAsWideWhereTheNextLevelIsResident) {
+    const auto cloud = cloudOf({{root, {{{-4, -4, -4}, red}, {{4, 4, 4}, blue}}},
+                                {root.child(7), {{{7.9, 7.9, 7.9}, Color::white()}}}});
+    draw(*cloud);
+    EXPECT_NEAR(static_cast<float>(countOf(red)), 3.1416f * 64, 12);
+    EXPECT_NEAR(static_cast<float>(countOf(blue)), 3.1416f * 16, 6);
+    cloud->setMaxLevelToKeep(0);
+    cloud->reloadPoints(nullptr, 21, {});
+    draw(*cloud);
+    EXPECT_NEAR(static_cast<float>(countOf(blue)), 3.1416f * 64, 12);
+    cloud->setMaxPointSize(6);
+    draw(*cloud);
+    EXPECT_NEAR(static_cast<float>(countOf(blue)), 3.1416f * 9, 5);
+}
+
+TEST_F(PointCloudRenderableTest, OnlyWhatIsNewIsUploaded) {
+    const auto cloud = shown(std::make_shared<TestSupport::SyntheticOctree>(
+        TestSupport::SyntheticOctreeShape{.depth = 1, .pointsPerNode = 100}));
+    draw(*cloud);
+    EXPECT_EQ(cloud->uploadedPointBytes(), 9 * 100 * vertexBytes);
+    draw(*cloud);
+    cloud->setMaxLevelToKeep(0);
+    cloud->reloadPoints(nullptr, 21, {});
+    draw(*cloud);
+    const std::size_t rootTexels = drawnTexels();
+    EXPECT_EQ(cloud->uploadedPointBytes(), 9 * 100 * vertexBytes);
+    cloud->setMaxLevelToKeep(1);
+    cloud->reloadPoints(nullptr, 21, {});
+    draw(*cloud);
+    EXPECT_EQ(cloud->uploadedPointBytes(), 17 * 100 * vertexBytes);  // The root never left.
+    EXPECT_NE(drawnTexels(), rootTexels);
+    cloud->clearVisibleOctreeNodes();
+    draw(*cloud);
+    EXPECT_EQ(drawnTexels(), 0u);
+    EXPECT_EQ(cloud->uploadedPointBytes(), 17 * 100 * vertexBytes);
+}
+
+TEST_F(PointCloudRenderableTest, EightClippingPlanesAreTheMost) {
+    const auto cloud = cloudOf({{root, {{{-4, 0, 0}, red}, {{4, 0, 0}, blue}}}});
+    const Math::HalfSpace<float, 3> all(Math::NPlane<float, 3>({1, 0, 0}, 100));
+    std::vector<Math::HalfSpace<float, 3>> planes(7, all);
+    planes.push_back(Math::HalfSpace<float, 3>(Math::NPlane<float, 3>({1, 0, 0}, 0)));
+    cloud->setClippingVolume(planes);
+    cloud->reloadPoints(nullptr, 21, {});
+    draw(*cloud);
+    EXPECT_EQ(countOf(red), 0u);
+    EXPECT_GT(countOf(blue), 0u);
+    planes.resize(9, all);
+    planes[7] = all;
+    try {
+        cloud->setClippingVolume(planes);
+        FAIL();
+    } catch (const std::runtime_error& error) {
+        EXPECT_STREQ(error.what(), "Error: volume contains too many clipping planes, plane count = 9");
+    }
+    draw(*cloud);
+    EXPECT_EQ(countOf(red), 0u);
+    Eigen::Matrix4f moved = Eigen::Matrix4f::Identity();  // The planes stay where they are in the world.
+    moved(0, 3) = 5.0f;
+    cloud->setMatrix(moved);
+    cloud->reloadPoints(nullptr, 21, {});
+    draw(*cloud);
+    EXPECT_GT(countOf(red), 0u);
+}
+
+TEST_F(PointCloudRenderableTest, TheRenderModeDecidesTheColor) {
+    const auto cloud = cloudOf({{root, {{{0, 0, 0}, red, 0x8000}}}});
+    cloud->setUniformColor(Color(0, 255, 102));
+    cloud->onUpdateTomographicColor(Color(51, 102, 204));
+    cloud->setTomographicContrast(0.5f);
+    const auto colorIn = [&](RenderMode mode) {
+        cloud->onUpdateRenderMode(mode);
+        cloud->reloadPoints(nullptr, 21, {});
+        draw(*cloud);
+        return colors[texelAt(0, 0)];
+    };
+    const float grey = (255 + 51) / 3.0f / 255.0f;
+    expectNear(colorIn(RenderMode::Default), {1, 0.2f, 0, 1});
+    expectNear(colorIn(RenderMode::Normal), {1, 0.2f, 0, 1});
+    expectNear(colorIn(RenderMode::Intensity), {128 / 255.0f, 128 / 255.0f, 128 / 255.0f, 1});
+    expectNear(colorIn(RenderMode::UniformColor), {0, grey, grey * 0.4f, 1});
+    EXPECT_FALSE(cloud->isTransparent());
+    EXPECT_FALSE(cloud->backgroundColor());
+    const float radius = std::sqrt(2.0f) * 0.5f / 8;
+    const float rim = 1 - radius;
+    const float alpha = 0.5f * rim * rim * (3 - 2 * rim);
+    expectNear(colorIn(RenderMode::TomographicDark), {0.8f, 0.6f, 0.2f, alpha});
+    expectNear(colorIn(RenderMode::TomographicBright), {0.2f, 0.4f, 0.8f, alpha});
+    EXPECT_TRUE(cloud->isTransparent());
+    EXPECT_EQ(cloud->backgroundColor(), Color(0, 0, 0, 0));
+    cloud->onUpdateUseCloudColorsInTomographicRenderModes(true);
+    expectNear(colorIn(RenderMode::TomographicBright), {0, 1, 0.4f, alpha});
+    cloud->setSelected(true);
+    expectNear(colorIn(RenderMode::Default), {0, grey, grey * 0.4f, 1});
+}
+
+TEST_F(PointCloudRenderableTest, DistanceModesShowThePointsInTheirRange) {
+    const auto cloud = cloudOf({{root, {{{-4, 0, 1}, red}, {{4, 0, 3}, blue}}}});
+    cloud->onUpdateColorMap(Render::ColorMap::Gray);
+    cloud->onUpdateColorMapRange(0, 2);
+    cloud->onUpdatePlaneForDistanceColorization({{0, 0, 1}, 0});
+    cloud->onUpdateMeshForDistanceColorization(std::make_shared<Math::TriangleMesh<float>>(
+        std::vector<Point<float, 3>>{{-100, -100, 2.5f}, {100, -100, 2.5f}, {0, 100, 2.5f}},
+        std::vector<Math::TriangleMesh<float>::Triangle>{{0, 1, 2}}));
+    cloud->onUpdateRenderMode(RenderMode::PlaneDistance);
+    cloud->reloadPoints(nullptr, 21, {});
+    draw(*cloud);
+    expectNear(colors[texelAt(-4, 0)], {0.5f, 0.5f, 0.5f, 1});
+    EXPECT_EQ(exactPositions[texelAt(4, 0)][3], 0);
+    cloud->onUpdateRenderMode(RenderMode::MeshDistance);
+    draw(*cloud);
+    EXPECT_EQ(exactPositions[texelAt(-4, 0)][3], 0);
+    expectNear(colors[texelAt(4, 0)], {0.25f, 0.25f, 0.25f, 1});
+    cloud->onUpdateUseSignedDistance(false);
+    draw(*cloud);
+    expectNear(colors[texelAt(-4, 0)], {0.75f, 0.75f, 0.75f, 1});
+}
+
+TEST_F(PointCloudRenderableTest, ItCanLeaveARendererAndJoinAgain) {
+    const auto cloud = cloudOf({{root, {{{0, 0, 0}, red}}}});
+    EXPECT_THROW(cloud->init(1, camera, gpu.device(), gpu.context()), std::runtime_error);
+    draw(*cloud);
+    EXPECT_GT(drawnTexels(), 0u);
+    cloud->deinit();
+    EXPECT_EQ(cloud->numVisiblePoints(), 0u);
+    draw(*cloud);
+    EXPECT_EQ(drawnTexels(), 0u);
+    EXPECT_THROW(cloud->reloadPoints(nullptr, 21, {}), std::runtime_error);
+    cloud->init(size_t{1} << 41, camera, gpu.device(), gpu.context());
+    draw(*cloud);
+    EXPECT_EQ(drawnTexels(), 0u);
+    EXPECT_EQ(cloud->uploadedPointBytes(), 0u);
+    bool called = false;
+    cloud->startAsyncReload([&] { called = true; }, 21);
+    cloud->waitUntilLoaded();
+    EXPECT_TRUE(called);
+    draw(*cloud);
+    EXPECT_GT(drawnTexels(), 0u);
+    cloud->setVisible(false);
+    draw(*cloud);
+    EXPECT_EQ(drawnTexels(), 0u);
+    cloud->setVisible(true);
+    cloud->waitUntilLoaded();
+    draw(*cloud);
+    EXPECT_GT(drawnTexels(), 0u);
+}
+
+TEST_F(PointCloudRenderableTest, CubesOfNodesAreDrawnAsWireFrames) {
+    const auto cloud = cloudOf({{root, {{{-8, -8, -8}, red}}}, {root.child(7), {{{8, 8, 8}, red}}}});
+    cloud->setPointSize(0);
+    cloud->setUniformColor(blue);
+    draw(*cloud);
+    EXPECT_EQ(countOf(blue), 0u);
+    cloud->setShowBoundingBoxes(true);
+    EXPECT_TRUE(cloud->needsRedraw());
+    draw(*cloud);
+    EXPECT_GT(countOf(blue), 4 * 30u);  // At least the smaller cube's outline.
+    const std::size_t boxTexels = countOf(blue);
+    cloud->setUniformColor(Color(0, 255, 0));
+    draw(*cloud);
+    EXPECT_EQ(countOf(Color(0, 255, 0)), boxTexels);
+}
+
+TEST_F(PointCloudRenderableTest, AnotherUnitScaleMovesPointsAndCube) {
+    const auto cloud = cloudOf({{root, {{{-4, -4, 0}, red}}}});
+    EXPECT_FLOAT_EQ(cloud->defaultPointSize(), 5.1f);
+    cloud->setUnitScale(0.5);
+    EXPECT_FLOAT_EQ(cloud->pointSize(), 2.55f);
+    EXPECT_EQ(cloud->boundingCube().max, (Point<float, 3>(4, 4, 4)));
+    cloud->reloadPoints(nullptr, 21, {});
+    draw(*cloud);
+    expectNear(exactPositions[texelAt(-2, -2)], {-2, -2, 0, 1});
+    float brightness = 9;
+    float contrast = 9;
+    cloud->brightnessAndContrast(0, 0, brightness, contrast);  // One grey alone spans no range.
+    EXPECT_EQ(brightness, 0.0f);
+    EXPECT_EQ(contrast, 1.0f);
+}
+
+}  // namespace
