@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <exception>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -25,6 +27,13 @@ void describe(CLI::App& app) {
 
 /// Help and version go to standard output with exit code 0, everything else is wrong usage.
 int reportParse(const CLI::App& app, const CLI::ParseError& error) {
+    // The parser finds a command missing before it looks at the words that it does not know.
+    const std::vector<std::string> unknown = app.remaining();
+    if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr && !unknown.empty()) {
+        std::fprintf(stderr, "lumaro: '%s' is no command\nRun with --help for more information.\n",
+                     unknown.front().c_str());
+        return USAGE;
+    }
     std::ostringstream output;
     std::ostringstream errors;
     const int code = app.exit(error, output, errors);
