@@ -27,6 +27,8 @@ struct StoreFacts {
     double spacing = 0.0;
     std::uint64_t pointCount = 0;
     std::vector<AttributeInfo> attributes;
+    /// False: all points come out white.
+    bool hasColors = true;
 };
 
 struct NodeFacts {

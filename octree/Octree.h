@@ -66,6 +66,8 @@ public:
     std::uint64_t pointCount(OctreeNodeId id) const;
     std::uint64_t totalPointCount() const { return mFacts.pointCount; }
     const std::vector<AttributeInfo>& attributes() const { return mFacts.attributes; }
+    /// False: the store knows no colours, all points are white.
+    bool hasColors() const { return mFacts.hasColors; }
 
     /// Reads and decodes a node's points: the columns that data was constructed for and that the store has.
     /// False when stopped.

@@ -40,6 +40,7 @@ Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& gri
     facts.spacing = metadata.spacing;
     facts.pointCount = metadata.pointCount;
     facts.attributes = metadata.attributes;
+    facts.hasColors = metadata.find("rgb", 6) != nullptr;
     return facts;
 }
 

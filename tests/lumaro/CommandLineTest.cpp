@@ -140,7 +140,7 @@ TEST_F(CommandLine, WrongUsageEndsWithTwoAndSaysWhy) {
         {{L"paint", L"a"}, "'paint' is no command"},
         {{L"info"}, "store"},
         {{L"info", L"a", L"b"}, "b"},
-        {{L"render", L"a"}, "--output"},
+        {{L"render", L"/a"}, "--output"},
         {{L"thumbnail", L"a", L"--size", L"0x10"}, "--size"},
         {{L"thumbnail", L"a", L"--size", L"-5x10"}, "--size"},
         {{L"thumbnail", L"a", L"--size", L"16385x10"}, "16384"},
@@ -229,6 +229,21 @@ TEST_F(CommandLine, RenderLooksFromWhereItIsTold) {
     }
     EXPECT_GT(water, 300U);
     EXPECT_EQ(other, 0U);
+    // From far away just as well.
+    const auto inkFrom = [&](const wchar_t* eye, const wchar_t* angle) {
+        const Result distant = run({L"render", store().wstring(), L"-o", L"far.png", L"--size", L"64x64",
+                                    L"--eye", eye, L"--target", L"432580,5412380,185", L"--up", L"0,1,0",
+                                    L"--fov", angle, L"--point-size", L"1"});
+        EXPECT_EQ(distant.exitCode, 0U) << distant.errors;
+        const auto picture = Graphics::ColorImage::readPng(folder() / "far.png");
+        size_t ink = 0;
+        for (size_t i = 0; i < 64 * 64; ++i) {
+            ink += picture.pixel(i % 64, i / 64) == Math::Color::white() ? 0U : 1U;
+        }
+        return static_cast<double>(ink);
+    };
+    const double closeBy = inkFrom(L"432580,5412380,585", L"25");
+    EXPECT_NEAR(inkFrom(L"432580,5412380,20185", L"0.5"), closeBy, 0.1 * closeBy);
     // The other way there is only sky.
     const Result up = run({L"render", store().wstring(), L"-o", L"sky.png", L"--size", L"64x64", L"--eye",
                            L"432528,5412429,250", L"--target", L"432528,5412429,300", L"--up", L"0,1,0"});

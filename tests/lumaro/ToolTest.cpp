@@ -42,18 +42,18 @@ TEST(Arguments, RefuseEverythingElse) {
 
 namespace {
 
-/// Largest share of the half picture that a corner of the box reaches, seen from `distance`.
-double reachedShare(const Math::NBoundingBox<double, 3>& box, const Place& forward, const Place& up,
-                    double tanHalfFov, double aspect, double distance) {
-    double share = 0.0;
+/// The part of the picture that the box covers, seen from the eye: -1 to 1 from border to border.
+Math::NBoundingBox<double, 2> covered(const Math::NBoundingBox<double, 3>& box, const Place& forward,
+                                      const Place& up, double tanHalfFov, double aspect, const Place& eye) {
+    Math::NBoundingBox<double, 2> part;
     for (int i = 0; i < 8; ++i) {
-        const Place offset = box.corner(i) - (box.center() - forward * distance);
+        const Place offset = box.corner(i) - eye;
         const double depth = offset.dot(forward);
         EXPECT_GT(depth, 0.0);
-        share = std::max({share, std::abs(offset.dot(up)) / (depth * tanHalfFov),
-                          std::abs(offset.dot(forward.cross(up))) / (depth * tanHalfFov * aspect)});
+        part.extend(Math::Point<double, 2>(offset.dot(forward.cross(up)) / (depth * tanHalfFov * aspect),
+                                           offset.dot(up) / (depth * tanHalfFov)));
     }
-    return share;
+    return part;
 }
 
 }  // namespace
@@ -66,16 +66,18 @@ TEST(ViewFit, ShowsTheWholeBoxWithASmallMargin) {
     const Place up(-0.8, 0.0, 0.6);
     for (const double aspect : {0.5, 1.0, 3.0}) {
         for (const double tanHalfFov : {0.05, 0.4, 3.0}) {
-            const double distance = Tool::fittedDistance(box, forward, up, tanHalfFov, aspect);
-            const double share = reachedShare(box, forward, up, tanHalfFov, aspect, distance);
-            EXPECT_LT(share, 1.0);
-            EXPECT_GT(share, 0.9);
+            const Place eye = Tool::fittedEye(box, forward, up, tanHalfFov, aspect);
+            const auto part = covered(box, forward, up, tanHalfFov, aspect, eye);
+            EXPECT_NEAR(std::max(part.max[0], part.max[1]), 1 / 1.04, 1e-9);
+            const int tight = part.max[0] > part.max[1] ? 0 : 1;
+            EXPECT_NEAR(part.min[tight], -part.max[tight], 1e-9);
+            EXPECT_GT(part.min[1 - tight], -1.0);
         }
     }
     // Seen flat, the box is 10 wide and 80 * 0.8 + 4 * 0.6 high.
     EXPECT_NEAR(Tool::fittedHeight(box, forward, up, 1.0), 66.4 * 1.04, 1e-9);
     EXPECT_NEAR(Tool::fittedHeight(box, forward, up, 0.1), 100.0 * 1.04, 1e-9);
-    EXPECT_GT(Tool::fittedDistance({Place(), Place()}, forward, up, 0.4, 1.0), 0.0);
+    EXPECT_GT(-Tool::fittedEye({Place(), Place()}, forward, up, 0.4, 1.0).dot(forward), 0.0);
 }
 
 TEST(StoreInfo, TellsAbsoluteFacts) {

@@ -4,6 +4,7 @@
 #include <tools/lumaro/CloudScene.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
+#include <tools/lumaro/StoreInfo.h>
 #include <tools/lumaro/ViewFit.h>
 
 #include <array>
@@ -46,7 +47,7 @@ struct Options {
     bool fitOrtho = false;
     size_t budget = 10'000'000;
     size_t maxLevel = 21;
-    Render::RenderMode mode = Render::RenderMode::Default;
+    std::optional<Render::RenderMode> mode;
     double pointSize = 5.0;
 };
 
@@ -105,24 +106,34 @@ void placeCamera(Render::Renderer& renderer, const Options& options, const Place
         }
     }
     const Place upright = uprightFor(forward, options.up);
-    const Place eye = options.eye
-                          ? *options.eye - origin
-                          : target - forward * fittedDistance(box, forward, upright, tanHalfFov, aspect);
+    const bool orthographic = options.orthoHeight || options.fitOrtho;
+    const Place eye = options.eye    ? *options.eye - origin
+                      : orthographic ? target - forward * std::max(box.size().length(), 1.0)
+                                     : fittedEye(box, forward, upright, tanHalfFov, aspect);
+    renderer.setAutoAdjustZRange(true);  // First, so that the walk's frustum follows the camera.
     renderer.setCameraPose(eye.cast<float>(), forward.cast<float>().vector(), upright.cast<float>().vector());
-    if (options.orthoHeight || options.fitOrtho) {
+    if (orthographic) {
         const double height = options.orthoHeight.value_or(fittedHeight(box, forward, upright, aspect));
         renderer.setOrthographic(static_cast<float>(height), -1.0f, 1.0f);
     } else {
         renderer.setPerspective(static_cast<float>(options.fovDegrees), 0.01f, 1000.0f, 0.0f, 0.0f);
     }
-    renderer.setAutoAdjustZRange(true);
+}
+
+/// Points without colours are white: their heights say more.
+Render::RenderMode modeFor(const std::vector<std::string>& stores) {
+    const bool colored = std::any_of(stores.begin(), stores.end(), [](const std::string& store) {
+        return hasColors(PoTree::FileSystemLocation(pathFromUtf8(store)));
+    });
+    return colored ? Render::RenderMode::Default : Render::RenderMode::PlaneDistance;
 }
 
 void colorize(Render::Renderer& renderer, const Options& options) {
+    const Render::RenderMode mode = options.mode.value_or(modeFor(options.stores));
     renderer.setBackgroundColor(options.background);
-    renderer.setRenderMode(options.mode);
+    renderer.setRenderMode(mode);
     const Math::NBoundingBox<float, 3> box = renderer.boundingBox();
-    if (options.mode == Render::RenderMode::PlaneDistance && !box.isEmpty()) {
+    if (mode == Render::RenderMode::PlaneDistance && !box.isEmpty()) {
         const float height = box.max.z() - box.min.z();
         // A hair more on both sides, so that rounding does not drop the lowest and the highest points.
         const float margin = std::max(height * 1e-4f, 1e-6f);
@@ -189,10 +200,12 @@ bool renderStores(const Options& options, const std::stop_token& stop) {
 }
 
 void addCameraOptions(CLI::App& command, Options& options) {
-    addParsed(command, "--eye", options.eye, parsePoint, "X,Y,Z",
-              "Where the camera stands, in absolute coordinates (default: where all is seen)");
+    CLI::Option* const eye =
+        addParsed(command, "--eye", options.eye, parsePoint, "X,Y,Z",
+                  "Where the camera stands, in absolute coordinates (default: where all is seen)");
     addParsed(command, "--target", options.target, parsePoint, "X,Y,Z",
-              "What it looks at, in absolute coordinates (default: the middle)");
+              "What it looks at, in absolute coordinates (default: the middle)")
+        ->needs(eye);
     addParsed(
         command, "--up", options.up,
         [](const std::string& text) {
@@ -232,7 +245,7 @@ void addRenderCommand(CLI::App& app, Job& job) {
     addCameraOptions(*command, *options);
     addParsed(*command, "--mode", options->mode, parseMode, "MODE",
               "What decides the colours: default, intensity, normal, uniform, height, tomographic-dark or "
-              "tomographic-bright");
+              "tomographic-bright (default: default, and height for stores without colours)");
     addParsed(
         *command, "--point-size", options->pointSize,
         [](const std::string& text) { return parseNumber(text, 1.0, 100.0); }, "PIXELS",

@@ -57,6 +57,10 @@ Json boxJson(const Math::NBoundingBox<double, 3>& box) {
 
 }  // namespace
 
+bool hasColors(const Octree::Location& location) {
+    return Octree::Octree(location).hasColors();
+}
+
 StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token& stop) {
     const Octree::Octree octree(location);
     StoreInfo info;

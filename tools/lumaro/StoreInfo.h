@@ -28,6 +28,9 @@ struct StoreInfo {
 /// Reads the store's description and its whole hierarchy, no points. Counts stay incomplete when stopped.
 StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token& stop = {});
 
+/// Whether the points of the store have colours of their own.
+bool hasColors(const Octree::Location& location);
+
 /// For a reader: one line a fact, then a table of the attributes.
 std::string infoText(const StoreInfo& info);
 

@@ -2,12 +2,14 @@
 #include <render/renderables/Thumbnail.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
+#include <tools/lumaro/StoreInfo.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 namespace Tool {
@@ -20,7 +22,7 @@ struct Options {
     std::string store;
     std::string output;
     PictureSize size{512, 512};
-    Math::Color background = Math::Color::white();
+    std::optional<Math::Color> background;
     size_t maxLevel = 21;
 };
 
@@ -58,12 +60,15 @@ bool makeThumbnail(const Options& options, const std::stop_token& stop) {
     if (!location.exists()) {
         throw std::runtime_error("there is no point cloud store in " + options.store);
     }
+    // Points without colours are white.
+    const Math::Color background =
+        options.background.value_or(hasColors(location) ? Math::Color::white() : Math::Color(32, 32, 32));
     UnfinishedPicture picture(options.output.empty() ? store / "thumbnail.png"
                                                      : pathFromUtf8(options.output));
     Progress progress;
     std::future<void> work = std::async(std::launch::async, [&] {
-        Render::createThumbnail(location, picture.file(), options.size.width, options.size.height,
-                                options.background, options.maxLevel);
+        Render::createThumbnail(location, picture.file(), options.size.width, options.size.height, background,
+                                options.maxLevel);
     });
     const auto start = std::chrono::steady_clock::now();
     while (work.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
@@ -94,7 +99,7 @@ void addThumbnailCommand(CLI::App& app, Job& job) {
     addParsed(*command, "--size", options->size, parseSize, "WxH",
               "Picture size in pixels (default 512x512)");
     addParsed(*command, "--background", options->background, parseColor, "RRGGBB",
-              "Background colour (default FFFFFF)");
+              "Background colour (default FFFFFF; 202020 for a store without colours)");
     addParsed(
         *command, "--max-level", options->maxLevel,
         [](const std::string& text) { return static_cast<size_t>(parseCount(text, 0, 21)); }, "N",

@@ -23,6 +23,7 @@ void describe(CLI::App& app) {
         "'lumaro COMMAND --help' explains a command.");
     app.set_version_flag("--version", "lumaro " LUMARO_VERSION);
     app.require_subcommand(1);
+    app.allow_windows_style_options(false);  // A path may begin with a slash.
 }
 
 /// Help and version go to standard output with exit code 0, everything else is wrong usage.
