@@ -37,10 +37,10 @@ void lookAt(Render::Renderer& renderer) {
     const Math::NBoundingBox<float, 3> box = renderer.boundingBox();
     const Math::Point<float, 3> center = box.center();
     const float size = std::max({box.size().x(), box.size().y(), box.size().z()});
+    renderer.setAutoAdjustZRange(true);
     renderer.setCameraPose(center + Math::Point<float, 3>(0.8f, 0.8f, 0.7f) * size, center,
                            Eigen::Vector3f::UnitZ());
     renderer.setPerspective(50.0f, 0.01f, 1000.0f, 0.0f, 0.0f);
-    renderer.setAutoAdjustZRange(true);
 }
 
 void measure(const char* store, size_t budget) {

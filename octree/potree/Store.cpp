@@ -40,7 +40,7 @@ Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& gri
     facts.spacing = metadata.spacing;
     facts.pointCount = metadata.pointCount;
     facts.attributes = metadata.attributes;
-    facts.hasColors = metadata.find("rgb", 6) != nullptr;
+    facts.hasColors = ColumnOffsets(metadata).color.has_value();
     return facts;
 }
 

@@ -69,9 +69,8 @@ TEST(ViewFit, ShowsTheWholeBoxWithASmallMargin) {
             const Place eye = Tool::fittedEye(box, forward, up, tanHalfFov, aspect);
             const auto part = covered(box, forward, up, tanHalfFov, aspect, eye);
             EXPECT_NEAR(std::max(part.max[0], part.max[1]), 1 / 1.04, 1e-9);
-            const int tight = part.max[0] > part.max[1] ? 0 : 1;
-            EXPECT_NEAR(part.min[tight], -part.max[tight], 1e-9);
-            EXPECT_GT(part.min[1 - tight], -1.0);
+            EXPECT_NEAR(part.center()[0], 0.0, 1e-9);
+            EXPECT_NEAR(part.center()[1], 0.0, 1e-9);
         }
     }
     // Seen flat, the box is 10 wide and 80 * 0.8 + 4 * 0.6 high.

@@ -32,16 +32,31 @@ Wedge wedgeAround(const Math::NBoundingBox<double, 3>& box, const Math::Point<do
     return {-(above + below) / (2.0 * tangent), (above - below) / 2.0};
 }
 
+/// How far aside an eye at this depth, behind the wedge's edge, sees the box in the middle.
+double centeredAcross(const Math::NBoundingBox<double, 3>& box, const Math::Point<double, 3>& forward,
+                      const Math::Point<double, 3>& sideways, double tangent, double depth) {
+    // The narrower the wedge, the farther back is its edge.
+    double narrow = 0.0;
+    double wide = tangent;
+    for (int step = 0; step < 50; ++step) {
+        const double middle = (narrow + wide) / 2.0;
+        (wedgeAround(box, forward, sideways, middle).depth < depth ? narrow : wide) = middle;
+    }
+    return wedgeAround(box, forward, sideways, wide).across;
+}
+
 }  // namespace
 
 Math::Point<double, 3> fittedEye(const Math::NBoundingBox<double, 3>& box,
                                  const Math::Point<double, 3>& forward, const Math::Point<double, 3>& up,
                                  double tanHalfFov, double aspect) {
     const Math::Point<double, 3> right = forward.cross(up);
-    const Wedge vertical = wedgeAround(box, forward, up, tanHalfFov / MARGIN);
-    const Wedge horizontal = wedgeAround(box, forward, right, tanHalfFov * aspect / MARGIN);
-    const double depth = std::min({vertical.depth, horizontal.depth, -LEAST});
-    return box.center() + forward * depth + up * vertical.across + right * horizontal.across;
+    const double high = tanHalfFov / MARGIN;
+    const double wide = high * aspect;
+    const double depth = std::min(
+        {wedgeAround(box, forward, up, high).depth, wedgeAround(box, forward, right, wide).depth, -LEAST});
+    return box.center() + forward * depth + up * centeredAcross(box, forward, up, high, depth) +
+           right * centeredAcross(box, forward, right, wide, depth);
 }
 
 double fittedHeight(const Math::NBoundingBox<double, 3>& box, const Math::Point<double, 3>& forward,
