@@ -110,7 +110,8 @@ public:
     void getZRange(float& zNear, float& zFar) const;
     /// Handed to the scene as its matrix.
     void setModelMatrix(const Eigen::Matrix4f& modelMatrix);
-    /// When on, near and far follow the scene's world bounding box at every camera change and every frame.
+    /// When on, near and far follow the scene's world bounding box at every camera change and every frame; so switch it
+    /// on before placing the camera, or the points beyond the old far plane are loaded a frame late.
     void setAutoAdjustZRange(bool autoAdjustZRange);
     bool autoAdjustZRangeEnabled() const { return mAutoAdjustZRange; }
 
