@@ -19,7 +19,7 @@ TEST(OctreeNodeId, NamesItsPath) {
 }
 
 TEST(OctreeNodeId, OrdersLevelByLevelWithSiblingsAdjacent) {
-    const OctreeNodeId root;
+    const OctreeNodeId root{};
     const std::set<OctreeNodeId> ids{root.child(7),          root.child(0).child(3), root,
                                      root.child(6).child(1), root.child(0),          root.child(0).child(2)};
     std::string order;

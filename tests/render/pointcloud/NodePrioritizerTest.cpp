@@ -57,7 +57,7 @@ protected:
         return names;
     }
 
-    const OctreeNodeId root;
+    const OctreeNodeId root{};
     FakeSource source;
     std::stop_source stop;
     NodePrioritizer prioritizer{35};

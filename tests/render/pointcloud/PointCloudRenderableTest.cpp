@@ -142,7 +142,7 @@ protected:
     std::vector<Float4> exactPositions;
     const Color red{255, 51, 0};
     const Color blue{0, 51, 255};
-    const OctreeNodeId root;
+    const OctreeNodeId root{};
 };
 
 TEST_F(PointCloudRenderableTest, PointsAreRoundDiscsWithColorAndWorldPosition) {

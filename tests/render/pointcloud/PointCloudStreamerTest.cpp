@@ -60,7 +60,7 @@ TEST_F(PointCloudStreamerTest, LevelsBoundTheWalk) {
 }
 
 TEST_F(PointCloudStreamerTest, HiddenNodesAreSkippedAndEmptyOnesPassedThrough) {
-    const OctreeNodeId root;
+    const OctreeNodeId root{};
     const auto streamer = streamerOf(sourceOf(
         {.depth = 2,
          .childMask = 0x03,

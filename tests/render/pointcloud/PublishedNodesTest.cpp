@@ -97,7 +97,7 @@ TEST(PublishedNodesTest, AFullLevelReachesOffsetsOfTwoBytes) {
 }
 
 TEST(PublishedNodesTest, ANodeWithoutItsParentIsInNoMask) {
-    const OctreeNodeId root;
+    const OctreeNodeId root{};
     const PublishedNodes published = publish({root, root.child(2), root.child(3).child(1), root.child(2).child(7)});
     ASSERT_EQ(published.nodes[3].id.name(), "r31");
     EXPECT_EQ(published.nodeTable[0], (PublishedNodes::Texel{1 << 2, 0, 1, 0}));
