@@ -2,12 +2,14 @@
 
 #include <math/NBoundingBox.h>
 #include <math/Point.h>
+#include <math/TriangleIndex.h>
 
 #include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -22,7 +24,8 @@ struct NearestPoint {
     T squaredDistance = std::numeric_limits<T>::infinity();
 };
 
-/// An immutable triangle mesh to measure distances to.
+/// An immutable triangle mesh to measure distances to. Any number of threads may do so at once. Copies share
+/// the index that makes it fast; building one takes O(n log n) for n triangles.
 template <class T>
 class TriangleMesh {
 public:
@@ -30,7 +33,8 @@ public:
 
     TriangleMesh() = default;
 
-    /// Throws std::invalid_argument when a triangle refers to a vertex that is not there.
+    /// Throws std::invalid_argument when a triangle refers to a vertex that is not there, std::length_error
+    /// for 2^32 triangles or more.
     TriangleMesh(std::vector<Point<T, 3>> vertices, std::vector<Triangle> triangles)
         : mVertices(std::move(vertices)), mTriangles(std::move(triangles)) {
         for (const Triangle& triangle : mTriangles) {
@@ -43,6 +47,7 @@ public:
         for (const Point<T, 3>& vertex : mVertices) {
             mBoundingBox.extend(vertex);
         }
+        buildIndex();
     }
 
     const std::vector<Point<T, 3>>& vertices() const { return mVertices; }
@@ -54,8 +59,11 @@ public:
     /// True without triangles.
     bool empty() const { return mTriangles.empty(); }
 
-    /// This mesh moved by an affine matrix.
+    /// This mesh moved by an affine matrix, with an index of its own unless that is the identity.
     TriangleMesh transformed(const Eigen::Matrix<T, 4, 4>& m) const {
+        if (m == Eigen::Matrix<T, 4, 4>::Identity()) {
+            return *this;
+        }
         TriangleMesh result;
         result.mTriangles = mTriangles;
         result.mVertices.reserve(mVertices.size());
@@ -63,84 +71,58 @@ public:
             result.mVertices.push_back(transformPoint(m, vertex));
             result.mBoundingBox.extend(result.mVertices.back());
         }
+        result.buildIndex();
         return result;
     }
 
-    /// Looks at every triangle; of several equally near ones the first counts. Throws std::logic_error on an
-    /// empty mesh.
+    /// Of several equally near triangles the first counts. A triangle with a corner that is not finite counts
+    /// as infinitely far, as does everything from a point that is not finite; when all are, triangle and
+    /// point are 0. Throws std::logic_error on an empty mesh.
     NearestPoint<T> nearestPoint(const Point<T, 3>& p) const {
-        if (empty()) {
-            throw std::logic_error("An empty mesh has no nearest point");
-        }
-        NearestPoint<T> nearest;
-        for (size_t i = 0; i < mTriangles.size(); ++i) {
-            const Point<T, 3> candidate = nearestOnTriangle(p, corner(i, 0), corner(i, 1), corner(i, 2));
-            const T squared = squaredDistance(p, candidate);
-            if (squared < nearest.squaredDistance) {
-                nearest = {candidate, i, squared};
-            }
-        }
-        return nearest;
+        const Nearest nearest = find(p);
+        const Point<Real, 3> point = p.template cast<Real>() + nearest.offset;
+        return {std::isinf(nearest.squaredDistance) ? Point<T, 3>() : point.template cast<T>(),
+                nearest.triangle, static_cast<T>(nearest.squaredDistance)};
     }
 
     /// Distance to the nearest point. Throws as nearestPoint does.
-    T distance(const Point<T, 3>& p) const { return std::sqrt(nearestPoint(p).squaredDistance); }
+    T distance(const Point<T, 3>& p) const { return static_cast<T>(std::sqrt(find(p).squaredDistance)); }
 
     /// The distance, negative behind the triangle of the nearest point, that is on the side its
     /// counter-clockwise normal points away from. Throws as nearestPoint does.
     T signedDistance(const Point<T, 3>& p) const {
-        const NearestPoint<T> nearest = nearestPoint(p);
-        const Point<T, 3>& a = corner(nearest.triangle, 0);
-        const Point<T, 3> normal = (corner(nearest.triangle, 1) - a).cross(corner(nearest.triangle, 2) - a);
-        const T distance = std::sqrt(nearest.squaredDistance);
-        return normal.dot(p - nearest.point) < T(0) ? -distance : distance;
+        const Nearest nearest = find(p);
+        const Point<Real, 3> a = corner(nearest.triangle, 0);
+        const Point<Real, 3> normal =
+            (corner(nearest.triangle, 1) - a).cross(corner(nearest.triangle, 2) - a);
+        const T distance = static_cast<T>(std::sqrt(nearest.squaredDistance));
+        // The nearest point lies in the triangle's plane, as its corner does, which is not rounded.
+        return normal.dot(p.template cast<Real>() - a) < Real(0) ? -distance : distance;
     }
 
 private:
-    const Point<T, 3>& corner(size_t triangle, size_t i) const { return mVertices[mTriangles[triangle][i]]; }
+    using Real = typename TriangleIndex<T>::Real;
+    using Nearest = typename TriangleIndex<T>::Nearest;
 
-    static Point<T, 3> nearestOnTriangle(const Point<T, 3>& p, const Point<T, 3>& a, const Point<T, 3>& b,
-                                         const Point<T, 3>& c);
-    static Point<T, 3> nearestOnEdge(const Point<T, 3>& p, const Point<T, 3>& a, const Point<T, 3>& b);
+    void buildIndex() {
+        mIndex = empty() ? nullptr : std::make_shared<const TriangleIndex<T>>(mVertices, mTriangles);
+    }
+
+    Nearest find(const Point<T, 3>& p) const {
+        if (empty()) {
+            throw std::logic_error("An empty mesh has no nearest point");
+        }
+        return mIndex->nearest(p);
+    }
+
+    Point<Real, 3> corner(size_t triangle, size_t i) const {
+        return mVertices[mTriangles[triangle][i]].template cast<Real>();
+    }
 
     std::vector<Point<T, 3>> mVertices;
     std::vector<Triangle> mTriangles;
     NBoundingBox<T, 3> mBoundingBox;
+    std::shared_ptr<const TriangleIndex<T>> mIndex;  // Null when empty.
 };
-
-// Above the inside, the foot of the perpendicular; everywhere else, and for triangles without area, the
-// nearest point lies on an edge.
-template <class T>
-Point<T, 3> TriangleMesh<T>::nearestOnTriangle(const Point<T, 3>& p, const Point<T, 3>& a,
-                                               const Point<T, 3>& b, const Point<T, 3>& c) {
-    const Point<T, 3> ab = b - a;
-    const Point<T, 3> ac = c - a;
-    const Point<T, 3> ap = p - a;
-    const Point<T, 3> normal = ab.cross(ac);
-    const T whole = normal.squaredLength();
-    const T beyondAc = normal.dot(ap.cross(ac));
-    const T beyondAb = normal.dot(ab.cross(ap));
-    if (whole > T(0) && beyondAc >= T(0) && beyondAb >= T(0) && beyondAc + beyondAb <= whole) {
-        return a + ab * (beyondAc / whole) + ac * (beyondAb / whole);
-    }
-    Point<T, 3> nearest = nearestOnEdge(p, a, b);
-    for (const Point<T, 3>& candidate : {nearestOnEdge(p, b, c), nearestOnEdge(p, c, a)}) {
-        if (squaredDistance(p, candidate) < squaredDistance(p, nearest)) {
-            nearest = candidate;
-        }
-    }
-    return nearest;
-}
-
-template <class T>
-Point<T, 3> TriangleMesh<T>::nearestOnEdge(const Point<T, 3>& p, const Point<T, 3>& a, const Point<T, 3>& b) {
-    const Point<T, 3> ab = b - a;
-    const T along = ab.dot(p - a);
-    const T whole = ab.squaredLength();
-    if (!(along > T(0))) {
-        return a;
-    }
-    return along < whole ? a + ab * (along / whole) : b;
-}
 
 }  // namespace Math

@@ -68,7 +68,8 @@ struct ps_in
     float4 pos : SV_POSITION;
     float4 col : COL;
     float4 worldPosition : TEXCOORD1;
-    float4 exactWorldPosition : TEXCOORD2;
+    // Not interpolated: a picked point is the stored one, to the last bit.
+    nointerpolation float4 exactWorldPosition : TEXCOORD2;
     float2 uv : TEXCOORD0;
 };
 

@@ -4,6 +4,7 @@
 #include <array>
 #include <cassert>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #if defined(_MSC_VER)
@@ -157,19 +158,29 @@ void Renderer::setViewport(size_t width, size_t height) {
     if (width == viewport().width() && height == viewport().height()) {
         return;
     }
-    mCamera->setViewport(width, height);
-    mScenePass.setViewport(toUnsigned(width), toUnsigned(height));
-    mOutputPass.setViewport(toUnsigned(width), toUnsigned(height));
-    for (Texture2d* staging :
-         {&mColorStaging, &mDepthStaging, &mWorldPositionStaging, &mExactWorldPositionStaging}) {
-        staging->resize(mDevice, toUnsigned(width), toUnsigned(height), 1);
+    try {
+        resizeTargets(toUnsigned(width), toUnsigned(height));
+    } catch (const ComException& error) {
+        resizeTargets(toUnsigned(viewport().width()), toUnsigned(viewport().height()));
+        const std::string size = std::to_string(width) + " x " + std::to_string(height);
+        throwIfFailed(error.result(), ("making render targets of " + size + " pixels").c_str());
     }
+    mCamera->setViewport(width, height);
     if (mScene) {
         mScene->onUpdateViewport(mCamera);
         mScene->onUpdateProjectionMatrix(mCamera);
     }
     mPostProcess.setViewport(viewport());
     mCamera->setNeedsRedraw(true);
+}
+
+void Renderer::resizeTargets(unsigned width, unsigned height) {
+    mScenePass.setViewport(width, height);
+    mOutputPass.setViewport(width, height);
+    for (Texture2d* staging :
+         {&mColorStaging, &mDepthStaging, &mWorldPositionStaging, &mExactWorldPositionStaging}) {
+        staging->resize(mDevice, width, height, 1);
+    }
 }
 
 double Renderer::aspectRatio() const {
@@ -191,6 +202,7 @@ void Renderer::setBackgroundColor(const Math::Color& color) {
 
 void Renderer::render() {
     viewport().set(mDeviceContext);
+    resetPointChunkPosition();
     updateZRangeIfNeeded();
     drawScene();
     drawPostProcess();

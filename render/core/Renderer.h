@@ -20,6 +20,7 @@
 #include <render/gpu/DepthStencilState.h>
 #include <render/gpu/RasterizerState.h>
 #include <render/gpu/Texture2d.h>
+#include <render/gpu/VertexTypes.h>
 
 #include <d3d11.h>
 
@@ -27,6 +28,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 namespace Render {
 class Renderer;
@@ -73,8 +75,8 @@ public:
     const ATL::CComPtr<ID3D11Device>& device() const { return mDevice; }
     const ATL::CComPtr<ID3D11DeviceContext>& deviceContext() const { return mDeviceContext; }
 
-    /// Size of the picture in pixels; re-creates the render targets. Neither may be zero: targets of no size
-    /// cannot be created (ComException).
+    /// Size of the picture in pixels; re-creates the render targets. A size of zero or beyond the device's
+    /// limit throws ComException, with the size in the nested exception, and leaves the old one.
     void setViewport(size_t width, size_t height);
     const Viewport& viewport() const { return mCamera->viewport(); }
     double aspectRatio() const;
@@ -110,8 +112,9 @@ public:
     void getZRange(float& zNear, float& zFar) const;
     /// Handed to the scene as its matrix.
     void setModelMatrix(const Eigen::Matrix4f& modelMatrix);
-    /// When on, near and far follow the scene's world bounding box at every camera change and every frame; so switch it
-    /// on before placing the camera, or the points beyond the old far plane are loaded a frame late.
+    /// When on, near and far follow the scene's world bounding box at every camera change and every frame; so
+    /// switch it on before placing the camera, or the points beyond the old far plane are loaded a frame
+    /// late.
     void setAutoAdjustZRange(bool autoAdjustZRange);
     bool autoAdjustZRangeEnabled() const { return mAutoAdjustZRange; }
 
@@ -161,6 +164,30 @@ public:
     /// Takes over the scene's proposal; nothing happens without a scene.
     void autoAdjustBrightnessAndContrast(float lower, float upper);
 
+    // Picking looks at the last render(), in pixels from the top left corner; nothing is drawn again. Points
+    // are in world coordinates. All return false where there is nothing to pick, outside the picture as well.
+
+    /// The point under a pixel. Zero, and false, where nothing was drawn; outside the picture `point` is left
+    /// alone.
+    bool pickPoint(size_t x, size_t y, Math::Point<float, 3>& point);
+    /// The point nearest to the eye among the pixels from x - tolerance to x + tolerance - 1, y likewise; so
+    /// a tolerance of 0 finds nothing.
+    bool pickClosestPointWithTolerance(size_t x, size_t y, size_t tolerance, Math::Point<float, 3>& point);
+    /// The same and its distance to the mesh for distance colorization, signed if useSignedDistance():
+    /// negative behind the nearest triangle. False without a mesh. An empty mesh throws std::logic_error.
+    bool pickPointWithDistanceToColorizationMesh(size_t x, size_t y, size_t tolerance,
+                                                 Math::Point<float, 3>& point, float& distance);
+    /// The same with the plane for distance colorization, in units of its normal. False without a mesh, too:
+    /// a distance is only measured while one is set.
+    bool pickPointWithDistanceToColorizationPlane(size_t x, size_t y, size_t tolerance,
+                                                  Math::Point<float, 3>& point, float& distance);
+    /// The plane of least squares through those points around the pixel that lie closer than maxDistance to a
+    /// common plane; its unit normal points towards the eye. `point` is where the line of sight through the
+    /// pixel meets it. False with fewer than three points, or when the line of sight misses the plane, which
+    /// is set even then.
+    bool pickPlane(size_t x, size_t y, size_t tolerance, Math::NPlane<float, 3>& plane,
+                   Math::Point<float, 3>& point, double maxDistance);
+
     Math::Point<float, 3> unProject(size_t x, size_t y, float depth);
     Math::Point<float, 3> project(const Math::Point<float, 3>& point);
 
@@ -172,11 +199,25 @@ public:
     /// Renders, then writes the picture.
     void writePngImage(const std::filesystem::path& path);
 
+    /// The drawn pixels of the last render() as points in world coordinates with the colours of the picture,
+    /// row by row: the next maxCount of them, fewer at the end, then none. Copies two whole targets at every
+    /// call. render(), resetPointChunkPosition() and getPoints() begin anew.
+    size_t getNextPointChunk(VertexPosColor* buffer, size_t maxCount);
+    /// The same as three doubles a point and one int: red in the lowest byte, then green and blue.
+    size_t getNextPointChunk(double* xyz, int* rgb, size_t maxCount);
+    void resetPointChunkPosition();
+    /// All of them at once.
+    void getPoints(std::vector<VertexPosColor>& points);
+    /// Renders, then writes all points as text: a line of titles, then "X Y Z Red Green Blue Alpha" with
+    /// seven significant digits and colours from 0 to 255. That writing failed is not reported.
+    void writePoints(const std::filesystem::path& path);
+
 private:
     void createDevice();
     void createPasses();
     void createStates();
     void createStagingTextures();
+    void resizeTargets(unsigned width, unsigned height);
     Math::Color frameBackground();
     void drawScene();
     void drawPostProcess();
@@ -187,6 +228,10 @@ private:
     template <class Notify>
     void settingChanged(Notify notify);
     void updateZRangeIfNeeded();
+    template <class Look>
+    auto lookAtPositions(Look look);
+    template <class Write>
+    size_t nextPoints(size_t maxCount, Write write);
     template <class Image>
     void readBack(Texture2d& staging, const Texture2d& source, Image& image);
 
@@ -209,6 +254,8 @@ private:
     Texture2d mExactWorldPositionStaging;
     PostProcess mPostProcess;
     bool mAutoAdjustZRange;
+    size_t mChunkColumn = 0;  ///< Where the next point chunk begins.
+    size_t mChunkRow = 0;
 
     RenderMode mRenderMode = RenderMode::Default;
     ColorMap mColorMap = static_cast<ColorMap>(0);

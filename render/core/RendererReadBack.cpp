@@ -1,31 +1,13 @@
+#include <render/core/ReadMapping.h>
 #include <render/core/Renderer.h>
+#include <render/core/WorldPositions.h>
 
 #include <cstring>
+#include <fstream>
+#include <iomanip>
 #include <stdexcept>
 
 namespace Render {
-
-namespace {
-
-/// A texture mapped for reading, unmapped when it goes out of scope.
-class ReadMapping {
-public:
-    ReadMapping(Texture2d& texture, ID3D11DeviceContext* context)
-        : mTexture(texture), mContext(context), mMapped(texture.map(context, D3D11_MAP_READ, 0)) {}
-    ~ReadMapping() { mTexture.unMap(mContext, 0); }
-    ReadMapping(const ReadMapping&) = delete;
-    ReadMapping& operator=(const ReadMapping&) = delete;
-
-    const D3D11_MAPPED_SUBRESOURCE& operator*() const { return mMapped; }
-    const D3D11_MAPPED_SUBRESOURCE* operator->() const { return &mMapped; }
-
-private:
-    Texture2d& mTexture;
-    ID3D11DeviceContext* mContext;
-    D3D11_MAPPED_SUBRESOURCE mMapped;
-};
-
-}  // namespace
 
 template <class Image>
 void Renderer::readBack(Texture2d& staging, const Texture2d& source, Image& image) {
@@ -36,14 +18,6 @@ void Renderer::readBack(Texture2d& staging, const Texture2d& source, Image& imag
         throw std::runtime_error("image size does not match");
     }
     std::memcpy(image.data(), mapping->pData, mapping->DepthPitch);
-}
-
-Math::Point<float, 3> Renderer::unProject(size_t x, size_t y, float depth) {
-    return mCamera->unProject(x, y, depth);
-}
-
-Math::Point<float, 3> Renderer::project(const Math::Point<float, 3>& point) {
-    return mCamera->project(point);
 }
 
 void Renderer::getColorImage(Graphics::ColorImage& image) {
@@ -59,6 +33,77 @@ void Renderer::writePngImage(const std::filesystem::path& path) {
     Graphics::ColorImage image;
     getColorImage(image);
     image.writePng(path);
+}
+
+template <class Write>
+size_t Renderer::nextPoints(size_t maxCount, Write write) {
+    mColorStaging.copy(mDeviceContext, mOutputPass.texture("color"));
+    mWorldPositionStaging.copy(mDeviceContext, mOutputPass.texture("worldPosition"));
+    const ReadMapping colors(mColorStaging, mDeviceContext);
+    const ReadMapping mapped(mWorldPositionStaging, mDeviceContext);
+    const WorldPositions positions(mapped->pData, viewport().width(), viewport().height(), mapped->RowPitch);
+    size_t count = 0;
+    while (count < maxCount && mChunkRow < positions.height()) {
+        // The picture may have become narrower since the last chunk.
+        if (mChunkColumn < positions.width() && positions.isDrawn(mChunkColumn, mChunkRow)) {
+            Math::Color color;
+            std::memcpy(&color,
+                        static_cast<const std::byte*>(colors->pData) + mChunkRow * colors->RowPitch +
+                            mChunkColumn * sizeof color,
+                        sizeof color);
+            write(count++, positions.at(mChunkColumn, mChunkRow), color);
+        }
+        if (++mChunkColumn >= positions.width()) {
+            mChunkColumn = 0;
+            ++mChunkRow;
+        }
+    }
+    return count;
+}
+
+size_t Renderer::getNextPointChunk(VertexPosColor* buffer, size_t maxCount) {
+    return nextPoints(maxCount,
+                      [buffer](size_t i, const Math::Point<float, 3>& position, const Math::Color& color) {
+                          buffer[i] = VertexPosColor(position, color);
+                      });
+}
+
+size_t Renderer::getNextPointChunk(double* xyz, int* rgb, size_t maxCount) {
+    return nextPoints(maxCount,
+                      [=](size_t i, const Math::Point<float, 3>& position, const Math::Color& color) {
+                          xyz[3 * i] = double{position.x()};
+                          xyz[3 * i + 1] = double{position.y()};
+                          xyz[3 * i + 2] = double{position.z()};
+                          rgb[i] = color.r() | color.g() << 8 | color.b() << 16;
+                      });
+}
+
+void Renderer::resetPointChunkPosition() {
+    mChunkColumn = 0;
+    mChunkRow = 0;
+}
+
+void Renderer::getPoints(std::vector<VertexPosColor>& points) {
+    constexpr size_t chunkSize = size_t{1} << 20;
+    resetPointChunkPosition();
+    points.clear();
+    std::vector<VertexPosColor> chunk(chunkSize);
+    while (const size_t count = getNextPointChunk(chunk.data(), chunk.size())) {
+        points.insert(points.end(), chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(count));
+    }
+}
+
+void Renderer::writePoints(const std::filesystem::path& path) {
+    render();
+    std::vector<VertexPosColor> points;
+    getPoints(points);
+    std::ofstream file(path);
+    file << "X Y Z Red Green Blue Alpha\n" << std::setprecision(7);
+    for (const VertexPosColor& point : points) {
+        file << point.position.x() << ' ' << point.position.y() << ' ' << point.position.z() << ' '
+             << int{point.color.r()} << ' ' << int{point.color.g()} << ' ' << int{point.color.b()} << ' '
+             << int{point.color.a()} << '\n';
+    }
 }
 
 }  // namespace Render

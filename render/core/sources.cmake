@@ -1,14 +1,16 @@
-set(LUMARO_CORE_STREAMING_SOURCES Camera.cpp)
-set(LUMARO_CORE_STREAMING_HEADERS Camera.h RenderMode.h)
+set(LUMARO_CORE_STREAMING_SOURCES Camera.cpp WorldPositions.cpp)
+set(LUMARO_CORE_STREAMING_HEADERS Camera.h RenderMode.h WorldPositions.h)
 set(LUMARO_CORE_RENDER_SOURCES
     PostProcess.cpp
     Renderable.cpp
     RenderPass.cpp
     Renderer.cpp
+    RendererPicking.cpp
     RendererReadBack.cpp
     RendererSettings.cpp)
 set(LUMARO_CORE_RENDER_HEADERS
     PostProcess.h
+    ReadMapping.h
     Renderable.h
     RenderPass.h
     Renderer.h)

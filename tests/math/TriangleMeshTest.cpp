@@ -3,41 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Geometry>
-#include <random>
 
 namespace {
 
 using Math::TriangleMesh;
 using P = Math::Point<float, 3>;
-
-/// The smallest distance to a dense grid of points on the triangle.
-float sampledDistance(const P& p, const P& a, const P& b, const P& c) {
-    constexpr int STEPS = 200;
-    float nearest = std::numeric_limits<float>::infinity();
-    for (int i = 0; i <= STEPS; ++i) {
-        for (int j = 0; i + j <= STEPS; ++j) {
-            const P q = a + (b - a) * (float(i) / STEPS) + (c - a) * (float(j) / STEPS);
-            nearest = std::min(nearest, Math::distance(p, q));
-        }
-    }
-    return nearest;
-}
-
-TEST(TriangleMeshTest, TheDistanceIsTheShortestToAnyPointOfATriangle) {
-    std::mt19937 random(7);
-    std::uniform_real_distribution<float> coordinate(-1.0f, 1.0f);
-    const auto point = [&] { return P(coordinate(random), coordinate(random), coordinate(random)); };
-    for (int i = 0; i < 60; ++i) {
-        const P a = point();
-        const P b = point();
-        const P c = point();
-        const P p = point() * 1.5f;
-        const auto nearest = TriangleMesh<float>({a, b, c}, {{0, 1, 2}}).nearestPoint(p);
-        EXPECT_NEAR(std::sqrt(nearest.squaredDistance), sampledDistance(p, a, b, c), 0.01f);
-        EXPECT_LE(std::sqrt(nearest.squaredDistance), sampledDistance(p, a, b, c) + 1e-6f);
-        EXPECT_NEAR(sampledDistance(nearest.point, a, b, c), 0.0f, 0.02f) << "not on the triangle";
-    }
-}
 
 TEST(TriangleMeshTest, TrianglesWithoutAreaCountAsTheirEdges) {
     const std::vector<P> line = {P(0, 0, 0), P(2, 0, 0), P(1, 0, 0)};

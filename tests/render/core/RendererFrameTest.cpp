@@ -1,15 +1,19 @@
 #include "Patch.h"
 #include "RecordingRenderable.h"
 
+#include <core/ExceptionChain.h>
 #include <graphics/ColorImage.h>
 #include <graphics/DepthImage.h>
 #include <gtest/gtest.h>
 #include <render/core/Renderer.h>
+#include <render/gpu/ComException.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <string>
+#include <utility>
 
 namespace {
 
@@ -80,6 +84,24 @@ TEST_F(RendererFrame, eachPixelOfThePictureIsWhereItWasDrawn) {
                 EXPECT_EQ(image.pixel(x, y), red ? kRed : green ? kGreen : kGray) << x << ' ' << y;
             }
         }
+    }
+}
+
+TEST_F(RendererFrame, anImpossibleSizeLeavesTheOldOne) {
+    scene->draw = [&] { patch.draw({-1, -1, 1, 1, 0.5f, kRed}); };
+    for (const auto& [width, height] : {std::pair<size_t, size_t>{0, 5}, {5, 0}, {40000, 30000}}) {
+        try {
+            renderer.setViewport(width, height);
+            ADD_FAILURE() << width << ' ' << height;
+        } catch (const Render::ComException& error) {
+            const std::string size = std::to_string(width) + " x " + std::to_string(height);
+            EXPECT_NE(Core::exceptionChain(error).find(size), std::string::npos)
+                << Core::exceptionChain(error);
+        }
+        EXPECT_EQ(renderer.viewport().width(), 37u);
+        const Graphics::ColorImage image = picture();
+        ASSERT_EQ(image.width(), 37u);
+        EXPECT_EQ(image.pixel(36, 22), kRed);
     }
 }
 

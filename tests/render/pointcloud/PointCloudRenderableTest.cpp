@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <math/Spectrum.h>
 #include <render/pointcloud/PointCloudRenderable.h>
 
 #include <tests/support/GpuTestDevice.h>
@@ -7,6 +8,7 @@
 #include <cmath>
 #include <map>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace {
@@ -42,12 +44,14 @@ public:
     bool nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token&) override {
         facts = {0, 1, mNodes.at(id).size()};
         for (std::size_t i = 0; i < 8; ++i) {
-            facts.childMask = static_cast<std::uint8_t>(facts.childMask | (mNodes.contains(id.child(i)) ? 1 << i : 0));
+            facts.childMask =
+                static_cast<std::uint8_t>(facts.childMask | (mNodes.contains(id.child(i)) ? 1 << i : 0));
         }
         return true;
     }
 
-    bool readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data, const std::stop_token&) override {
+    bool readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,
+                  const std::stop_token&) override {
         std::vector<Point<double, 3>> positions;
         std::vector<Color> colors;
         std::vector<std::uint16_t> intensities;
@@ -118,6 +122,16 @@ protected:
                          : 0u;
         }
         return count;
+    }
+
+    /// The colour of the one point at (x, 0).
+    Float4 drawnNear(float x) const {
+        for (std::size_t i = 0; i < colors.size(); ++i) {
+            if (exactPositions[i][3] > 0 && std::abs(exactPositions[i][0] - x) < 0.01f) {
+                return colors[i];
+            }
+        }
+        return {-1, -1, -1, -1};
     }
 
     std::size_t drawnTexels() const {
@@ -282,6 +296,44 @@ TEST_F(PointCloudRenderableTest, DistanceModesShowThePointsInTheirRange) {
     cloud->onUpdateUseSignedDistance(false);
     draw(*cloud);
     expectNear(colors[texelAt(-4, 0)], {0.75f, 0.75f, 0.75f, 1});
+}
+
+TEST_F(PointCloudRenderableTest, EveryColorMapIsThatOfTheReferenceInBothDistanceModes) {
+    constexpr float first = -0.5f;
+    constexpr float last = 1.1f;
+    constexpr int count = 15;
+    const auto distanceOf = [](int i) {
+        return first + (last - first) * (static_cast<float>(i) + 0.37f) / count;
+    };
+    std::vector<CloudPoint> points;
+    for (int i = 0; i < count; ++i) {
+        points.push_back({{i - 7.0, 0, double{distanceOf(i)}}, red});
+    }
+    const auto cloud = cloudOf({{root, points}});
+    cloud->setMaxPointSize(3);
+    cloud->onUpdateColorMapRange(first, last);
+    cloud->onUpdatePassFailDistanceRange(-0.2f, 0.6f);
+    cloud->onUpdateWarnDistanceRange(0.0f, 0.3f);
+    cloud->onUpdatePlaneForDistanceColorization({{0, 0, 1}, 0});
+    cloud->onUpdateMeshForDistanceColorization(std::make_shared<Math::TriangleMesh<float>>(
+        std::vector<Point<float, 3>>{{-100, -100, 0}, {100, -100, 0}, {0, 100, 0}},
+        std::vector<Math::TriangleMesh<float>::Triangle>{{0, 1, 2}}));
+    for (const RenderMode mode : {RenderMode::PlaneDistance, RenderMode::MeshDistance}) {
+        cloud->onUpdateRenderMode(mode);
+        cloud->reloadPoints(nullptr, 21, {});
+        for (int map = 0; map < 13; ++map) {
+            const auto name = static_cast<Render::ColorMap>(map);
+            cloud->onUpdateColorMap(name);
+            draw(*cloud);
+            for (int i = 0; i < count; ++i) {
+                SCOPED_TRACE("map " + std::to_string(map) + ", distance " + std::to_string(distanceOf(i)));
+                expectNear(
+                    drawnNear(static_cast<float>(i) - 7),
+                    Math::Spectrum::colorizeByDistance(distanceOf(i), first, last, Render::spectrumName(name),
+                                                       {-0.2f, 0.6f, 0.0f, 0.3f}));
+            }
+        }
+    }
 }
 
 TEST_F(PointCloudRenderableTest, ItCanLeaveARendererAndJoinAgain) {
