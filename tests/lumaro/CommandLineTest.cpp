@@ -1,12 +1,11 @@
 #include <graphics/ColorImage.h>
+#include <tests/lumaro/Program.h>
 #include <tests/support/PotreeFixture.h>
 
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -15,75 +14,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path programFile() {
-    std::wstring path(32768, L'\0');
-    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-    return fs::path(path).parent_path() / "lumaro.exe";
-}
-
-std::string contents(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-struct Result {
-    DWORD exitCode = 0;
-    std::string output;
-    std::string errors;
-};
-
-/// The program, run with its output going to files as if to a pipe.
-class Program {
-public:
-    Program(const fs::path& folder, const std::vector<std::wstring>& arguments)
-        : mOutput(folder / "stdout.txt"), mErrors(folder / "stderr.txt") {
-        std::wstring line = L"\"" + programFile().wstring() + L"\"";
-        for (const std::wstring& argument : arguments) {
-            line += L" \"" + argument + L"\"";
-        }
-        SECURITY_ATTRIBUTES inheritable{sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
-        const auto open = [&](const fs::path& file) {
-            return CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inheritable,
-                               CREATE_ALWAYS, 0, nullptr);
-        };
-        STARTUPINFOW startup{};
-        startup.cb = sizeof startup;
-        startup.dwFlags = STARTF_USESTDHANDLES;
-        startup.hStdOutput = open(mOutput);
-        startup.hStdError = open(mErrors);
-        startup.hStdInput = INVALID_HANDLE_VALUE;
-        mStarted = CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, folder.c_str(),
-                                  &startup, &mProcess) != 0;
-        CloseHandle(startup.hStdOutput);
-        CloseHandle(startup.hStdError);
-    }
-    ~Program() {
-        if (mStarted) {
-            CloseHandle(mProcess.hProcess);
-            CloseHandle(mProcess.hThread);
-        }
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    bool started() const { return mStarted; }
-
-    Result wait() const {
-        Result result{9999, "", "the program did not start or did not end"};
-        if (mStarted && WaitForSingleObject(mProcess.hProcess, 300000) == WAIT_OBJECT_0) {
-            GetExitCodeProcess(mProcess.hProcess, &result.exitCode);
-            result.output = contents(mOutput);
-            result.errors = contents(mErrors);
-        }
-        return result;
-    }
-
-private:
-    fs::path mOutput;
-    fs::path mErrors;
-    PROCESS_INFORMATION mProcess{};
-    bool mStarted = false;
-};
+using Support::contents;
+using Support::Program;
+using Support::Result;
 
 /// One small store for all tests, in a folder whose name no code page can spell.
 class CommandLine : public testing::Test {
@@ -152,6 +85,18 @@ TEST_F(CommandLine, WrongUsageEndsWithTwoAndSaysWhy) {
         {{L"render", L"a", L"-o", L"b", L"--mode", L"rainbow"}, "tomographic-dark"},
         {{L"render", L"a", L"-o", L"b", L"--ortho", L"5", L"--fov", L"30"}, "--ortho"},
         {{L"render", L"a", L"-o", L"b", L"--budget", L"-1"}, "-1"},
+        {{L"render", L"a", L"-o", L"b", L"--color-map", L"pink"}, "level-of-accuracy"},
+        {{L"render", L"a", L"-o", L"b", L"--range", L"2,1"}, "2,1"},
+        {{L"render", L"a", L"-o", L"b", L"--plane", L"0,0,0,5"}, "direction"},
+        {{L"render", L"a", L"-o", L"b", L"--mode", L"plane-distance"}, "--ramp"},
+        {{L"render", L"a", L"-o", L"b", L"--mesh", L"m.obj"}, "--range"},
+        {{L"render", L"a", L"-o", L"b", L"--ramp", L"0,0,0:0,0,1", L"--range", L"0,1"}, "--range"},
+        {{L"render", L"a", L"-o", L"b", L"--clip", L"0,0,0:1,1,1", L"--clip", L"0,0,0:1,1,1"}, "eight"},
+        {{L"render", L"a", L"-o", L"b", L"--auto-contrast", L"0.1,2"}, "--auto-contrast"},
+        {{L"pick", L"a", L"--at", L"64,0", L"--size", L"64x64"}, "64x64"},
+        {{L"pick", L"a", L"--at", L"1,1", L"--plane-fit", L"1"}, "--tolerance"},
+        {{L"legend", L"-o", L"b"}, "--range"},
+        {{L"legend", L"-o", L"b", L"--range", L"0,1", L"--size", L"20x400"}, "64x64"},
         {{L"make-sample", L"a", L"--points", L"0"}, "--points"}};
     for (const auto& [arguments, expected] : cases) {
         const Result result = run(arguments);
@@ -162,7 +107,8 @@ TEST_F(CommandLine, WrongUsageEndsWithTwoAndSaysWhy) {
 }
 
 TEST_F(CommandLine, HelpGoesToStandardOutput) {
-    for (const wchar_t* command : {L"thumbnail", L"render", L"info", L"make-sample"}) {
+    for (const wchar_t* command :
+         {L"thumbnail", L"render", L"pick", L"screen-points", L"legend", L"info", L"make-sample"}) {
         const Result result = run({command, L"--help"});
         EXPECT_EQ(result.exitCode, 0U);
         EXPECT_NE(result.output.find("Usage"), std::string::npos) << result.output;

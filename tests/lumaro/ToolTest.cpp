@@ -3,6 +3,7 @@
 #include <tools/lumaro/Arguments.h>
 #include <tools/lumaro/SampleScene.h>
 #include <tools/lumaro/StoreInfo.h>
+#include <tools/lumaro/Ticks.h>
 #include <tools/lumaro/ViewFit.h>
 
 #include <gtest/gtest.h>
@@ -38,6 +39,47 @@ TEST(Arguments, RefuseEverythingElse) {
     for (const char* number : {"", "nan", "inf", "3.1", "-3.1", "1x", "0x1", "+1"}) {
         EXPECT_THROW(Tool::parseNumber(number, -3, 3), UsageError) << number;
     }
+}
+
+TEST(Arguments, ReadPlanesAndBoxes) {
+    const auto plane = Tool::parsePlane("0,3,-4,-10");
+    EXPECT_NEAR(plane.signedDistance(Place(0.0, 0.0, 0.0)), -2.0, 1e-12);
+    EXPECT_NEAR(plane.signedDistance(Place(7.0, 5.0, 0.0)), 1.0, 1e-12);
+
+    const auto box = Tool::parseClip("-1,2,3:4,5,6");
+    ASSERT_EQ(box.size(), 6U);
+    const auto sidesAround = [&](const Place& p) {
+        return std::count_if(box.begin(), box.end(),
+                             [&](const auto& side) { return side.signedDistance(p) >= 0; });
+    };
+    EXPECT_EQ(sidesAround(Place(-1.0, 5.0, 4.0)), 6);
+    for (const Place& outside : {Place(-1.1, 3, 4), Place(4.1, 3, 4), Place(0, 1.9, 4), Place(0, 5.1, 4),
+                                 Place(0, 3, 2.9), Place(0, 3, 6.1)}) {
+        EXPECT_EQ(sidesAround(outside), 5);
+    }
+    for (const char* clip :
+         {"", "1,2,3", "0,0,0,1", "1,2,3,4,5", "0,0,0:1,1", "0,0,0:1,1,0", "0,0,0:1,1,1:2,2,2"}) {
+        EXPECT_THROW(Tool::parseClip(clip), UsageError) << clip;
+    }
+    for (const char* range : {"1", "1,1", "2,1", "1,2,3", "1,nan", "1,", "5e9,5000000001"}) {
+        EXPECT_THROW(Tool::parseRange(range), UsageError) << range;
+    }
+}
+
+TEST(Ticks, AreRoundNumbersWithinTheRange) {
+    const auto labels = [](double low, double high, size_t most) {
+        std::string text;
+        for (const Tool::Tick& tick : Tool::roundTicks(low, high, most)) {
+            text += (text.empty() ? "" : " ") + tick.label;
+        }
+        return text;
+    };
+    EXPECT_EQ(labels(-2.5, 17.0, 11), "-2 0 2 4 6 8 10 12 14 16");
+    EXPECT_EQ(labels(-0.3, 0.3, 7), "-0.3 -0.2 -0.1 0.0 0.1 0.2 0.3");
+    EXPECT_EQ(labels(-0.3, 0.3, 6), "-0.2 0.0 0.2");
+    EXPECT_EQ(labels(0.0, 1.0, 3), "0.0 0.5 1.0");
+    EXPECT_EQ(labels(432500.0, 432500.1, 3), "432500.00 432500.05 432500.10");
+    EXPECT_EQ(labels(-3e9, 4e9, 4), "-2000000000 0 2000000000 4000000000");
 }
 
 namespace {

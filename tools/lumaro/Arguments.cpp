@@ -1,5 +1,6 @@
 #include <tools/lumaro/Arguments.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <system_error>
@@ -7,6 +8,8 @@
 namespace Tool {
 
 namespace {
+
+using Place = Math::Point<double, 3>;
 
 template <class T, class... Format>
 T parseWhole(const std::string& text, const char* expected, Format... format) {
@@ -26,6 +29,32 @@ std::string shortText(double value) {
         text.pop_back();
     }
     return text;
+}
+
+std::vector<double> parseNumbers(const std::string& text, size_t count, const std::string& expected) {
+    constexpr double FARTHEST = 1e12;
+    std::vector<double> numbers;
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find(',', begin), text.size());
+        numbers.push_back(parseNumber(text.substr(begin, end - begin), -FARTHEST, FARTHEST));
+        begin = end + 1;
+    }
+    if (numbers.size() != count) {
+        throw UsageError("'" + text + "' is not " + expected);
+    }
+    return numbers;
+}
+
+Place placeFrom(const std::vector<double>& numbers) {
+    return {numbers[0], numbers[1], numbers[2]};
+}
+
+std::pair<Place, Place> parsePlaces(const std::string& text) {
+    const size_t colon = text.find(':');
+    if (colon == std::string::npos) {
+        throw UsageError("'" + text + "' is not a pair of places such as 0,0,0:1,2,3");
+    }
+    return {parsePoint(text.substr(0, colon)), parsePoint(text.substr(colon + 1))};
 }
 
 }  // namespace
@@ -67,16 +96,64 @@ Math::Color parseColor(const std::string& text) {
     return Math::Color(rgb | 0xff000000U);
 }
 
-Math::Point<double, 3> parsePoint(const std::string& text) {
-    const size_t first = text.find(',');
-    const size_t second = first == std::string::npos ? first : text.find(',', first + 1);
-    if (second == std::string::npos) {
-        throw UsageError("'" + text + "' is not a place such as 1.5,2,-3");
+Place parsePoint(const std::string& text) {
+    return placeFrom(parseNumbers(text, 3, "a place such as 1.5,2,-3"));
+}
+
+std::pair<double, double> parseRange(const std::string& text) {
+    const std::vector<double> ends = parseNumbers(text, 2, "a range such as -0.5,2");
+    if (!(ends[0] < ends[1])) {
+        throw UsageError("'" + text + "' is no range: its first number is not below its second");
     }
-    constexpr double FARTHEST = 1e12;
-    return {parseNumber(text.substr(0, first), -FARTHEST, FARTHEST),
-            parseNumber(text.substr(first + 1, second - first - 1), -FARTHEST, FARTHEST),
-            parseNumber(text.substr(second + 1), -FARTHEST, FARTHEST)};
+    if (static_cast<float>(ends[0]) == static_cast<float>(ends[1])) {
+        throw UsageError("'" + text + "' is too narrow");
+    }
+    return {ends[0], ends[1]};
+}
+
+std::pair<size_t, size_t> parsePixel(const std::string& text) {
+    const size_t comma = text.find(',');
+    if (comma == std::string::npos) {
+        throw UsageError("'" + text + "' is not a pixel such as 320,240");
+    }
+    return {static_cast<size_t>(parseCount(text.substr(0, comma), 0, MAX_PICTURE_SIDE - 1)),
+            static_cast<size_t>(parseCount(text.substr(comma + 1), 0, MAX_PICTURE_SIDE - 1))};
+}
+
+Math::NPlane<double, 3> parsePlane(const std::string& text) {
+    const std::vector<double> numbers = parseNumbers(text, 4, "a plane such as 0,0,1,-185");
+    const Place normal = placeFrom(numbers);
+    const double length = normal.length();
+    if (length == 0.0) {
+        throw UsageError("'" + text + "' is no plane: its normal has no direction");
+    }
+    return {normal / length, numbers[3] / length};
+}
+
+std::pair<Place, Place> parseRamp(const std::string& text) {
+    const std::pair<Place, Place> ends = parsePlaces(text);
+    if (ends.first == ends.second) {
+        throw UsageError("'" + text + "' has no length");
+    }
+    return ends;
+}
+
+std::vector<Math::NPlane<double, 3>> parseClip(const std::string& text) {
+    if (text.find(':') == std::string::npos) {
+        return {parsePlane(text)};
+    }
+    const auto [low, high] = parsePlaces(text);
+    std::vector<Math::NPlane<double, 3>> sides;
+    for (int axis = 0; axis < 3; ++axis) {
+        if (!(low[axis] < high[axis])) {
+            throw UsageError("'" + text + "' is no box: its second corner is not beyond its first");
+        }
+        Place normal;
+        normal[axis] = 1.0;
+        sides.emplace_back(normal, -low[axis]);
+        sides.emplace_back(-normal, high[axis]);
+    }
+    return sides;
 }
 
 }  // namespace Tool

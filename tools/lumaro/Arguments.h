@@ -1,12 +1,15 @@
 #pragma once
 
 #include <math/Color.h>
+#include <math/NPlane.h>
 #include <math/Point.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace Tool {
 
@@ -41,5 +44,20 @@ Math::Color parseColor(const std::string& text);
 
 /// "x,y,z"
 Math::Point<double, 3> parsePoint(const std::string& text);
+
+/// "low,high", low the smaller one, as floats too.
+std::pair<double, double> parseRange(const std::string& text);
+
+/// "x,y" in pixels.
+std::pair<size_t, size_t> parsePixel(const std::string& text);
+
+/// "nx,ny,nz,d": the points p with n·p + d = 0. Comes back with a normal of unit length.
+Math::NPlane<double, 3> parsePlane(const std::string& text);
+
+/// "x,y,z:x,y,z", two different places.
+std::pair<Math::Point<double, 3>, Math::Point<double, 3>> parseRamp(const std::string& text);
+
+/// Half-spaces, the kept side where the normals point: one as a plane or six as a box "x0,y0,z0:x1,y1,z1".
+std::vector<Math::NPlane<double, 3>> parseClip(const std::string& text);
 
 }  // namespace Tool

@@ -58,6 +58,12 @@ void CloudScene::onUpdateRenderMode(Render::RenderMode renderMode) {
     }
 }
 
+void CloudScene::onUpdateMeshForDistanceColorization(const std::shared_ptr<Math::TriangleMesh<float>>& mesh) {
+    for (const Cloud& cloud : mClouds) {
+        cloud->onUpdateMeshForDistanceColorization(mesh);
+    }
+}
+
 void CloudScene::onUpdatePlaneForDistanceColorization(const Math::NPlane<float, 3>& plane) {
     for (const Cloud& cloud : mClouds) {
         cloud->onUpdatePlaneForDistanceColorization(plane);
@@ -76,6 +82,18 @@ void CloudScene::onUpdateColorMapRange(float minDistance, float maxDistance) {
     }
 }
 
+void CloudScene::onUpdatePassFailDistanceRange(float minDistance, float maxDistance) {
+    for (const Cloud& cloud : mClouds) {
+        cloud->onUpdatePassFailDistanceRange(minDistance, maxDistance);
+    }
+}
+
+void CloudScene::onUpdateWarnDistanceRange(float minDistance, float maxDistance) {
+    for (const Cloud& cloud : mClouds) {
+        cloud->onUpdateWarnDistanceRange(minDistance, maxDistance);
+    }
+}
+
 void CloudScene::onUpdateUseSignedDistance(bool useSignedDistance) {
     for (const Cloud& cloud : mClouds) {
         cloud->onUpdateUseSignedDistance(useSignedDistance);
@@ -85,6 +103,12 @@ void CloudScene::onUpdateUseSignedDistance(bool useSignedDistance) {
 void CloudScene::onUpdateTomographicColor(const Math::Color& color) {
     for (const Cloud& cloud : mClouds) {
         cloud->onUpdateTomographicColor(color);
+    }
+}
+
+void CloudScene::onUpdateUseCloudColorsInTomographicRenderModes(bool useCloudColors) {
+    for (const Cloud& cloud : mClouds) {
+        cloud->onUpdateUseCloudColorsInTomographicRenderModes(useCloudColors);
     }
 }
 
@@ -101,6 +125,21 @@ std::optional<Math::Color> CloudScene::backgroundColor() {
 
 bool CloudScene::isTransparent() const {
     return mClouds.front()->isTransparent();
+}
+
+void CloudScene::brightnessAndContrast(float lower, float upper, float& brightness, float& contrast) {
+    float darkest = 1.0f;
+    float brightest = 0.0f;
+    for (const Cloud& cloud : mClouds) {
+        if (cloud->numVisiblePoints() > 0) {
+            cloud->brightnessAndContrast(lower, upper, brightness, contrast);
+            darkest = std::min(darkest, 0.5f - brightness - 0.5f / contrast);
+            brightest = std::max(brightest, 0.5f - brightness + 0.5f / contrast);
+        }
+    }
+    const bool any = darkest < brightest;
+    brightness = any ? 0.5f - (darkest + brightest) / 2.0f : 0.0f;
+    contrast = any ? 1.0f / (brightest - darkest) : 1.0f;
 }
 
 Math::NBoundingBox<float, 3> CloudScene::boundingBox() {

@@ -24,14 +24,20 @@ public:
     void onUpdateZRange(const std::shared_ptr<Render::Camera>& camera) override;
     void onUpdateViewport(const std::shared_ptr<Render::Camera>& camera) override;
     void onUpdateRenderMode(Render::RenderMode renderMode) override;
+    void onUpdateMeshForDistanceColorization(const std::shared_ptr<Math::TriangleMesh<float>>& mesh) override;
     void onUpdatePlaneForDistanceColorization(const Math::NPlane<float, 3>& plane) override;
     void onUpdateColorMap(Render::ColorMap colorMap) override;
     void onUpdateColorMapRange(float minDistance, float maxDistance) override;
+    void onUpdatePassFailDistanceRange(float minDistance, float maxDistance) override;
+    void onUpdateWarnDistanceRange(float minDistance, float maxDistance) override;
     void onUpdateUseSignedDistance(bool useSignedDistance) override;
     void onUpdateTomographicColor(const Math::Color& color) override;
+    void onUpdateUseCloudColorsInTomographicRenderModes(bool useCloudColors) override;
     void render() override;
     std::optional<Math::Color> backgroundColor() override;
     bool isTransparent() const override;
+    /// Stretches what lies between the darkest and the brightest that any of the clouds would.
+    void brightnessAndContrast(float lower, float upper, float& brightness, float& contrast) override;
     Math::NBoundingBox<float, 3> boundingBox() override;
     bool needsRedraw() const override;
 

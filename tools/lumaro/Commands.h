@@ -17,6 +17,9 @@ using Job = std::function<bool(std::stop_token)>;
 // Each adds its subcommand, which stores its work in `job` when it is the one that was given.
 void addThumbnailCommand(CLI::App& app, Job& job);
 void addRenderCommand(CLI::App& app, Job& job);
+void addPickCommand(CLI::App& app, Job& job);
+void addScreenPointsCommand(CLI::App& app, Job& job);
+void addLegendCommand(CLI::App& app, Job& job);
 void addInfoCommand(CLI::App& app, Job& job);
 void addMakeSampleCommand(CLI::App& app, Job& job);
 

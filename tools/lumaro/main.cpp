@@ -49,6 +49,9 @@ int run(int argc, char** argv) {
     Tool::Job job;
     Tool::addThumbnailCommand(app, job);
     Tool::addRenderCommand(app, job);
+    Tool::addPickCommand(app, job);
+    Tool::addScreenPointsCommand(app, job);
+    Tool::addLegendCommand(app, job);
     Tool::addInfoCommand(app, job);
     Tool::addMakeSampleCommand(app, job);
     try {

@@ -1,14 +1,18 @@
 #include <gtest/gtest.h>
+#include <math/PlaneFit.h>
 #include <octree/potree/FileSystemLocation.h>
 #include <render/core/Renderer.h>
 #include <render/pointcloud/PointCloudRenderable.h>
 #include <tests/support/PotreeFixture.h>
 #include <tests/support/SyntheticOctree.h>
 
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <random>
+#include <set>
 #include <sstream>
 
 namespace {
@@ -120,6 +124,7 @@ protected:
                           return renderer.pickPointWithDistanceToColorizationMesh(a, b, c, point, distance);
                       }),
                       expected);
+            expectPlanePickRight(x, y, t);
             if (expected) {
                 EXPECT_NEAR(distance, isSigned ? mesh->signedDistance(nearest) : mesh->distance(nearest),
                             1e-5);
@@ -128,6 +133,45 @@ protected:
         }
         EXPECT_GT(hits, count / 5);
         EXPECT_LT(hits, count);
+    }
+
+    /// The steps of a plane pick once more, on the positions picked one by one.
+    void expectPlanePickRight(int x, int y, int t) {
+        std::vector<P> points;
+        visitSquare(x, y, t, [&](const P& point) {
+            if (points.empty() || points.back() != point) {
+                points.push_back(point);
+            }
+        });
+        std::optional<Plane> fitted;
+        if (const auto robust = Math::PlaneFit::robust(points, 0.2)) {
+            std::vector<P> inliers;
+            for (const size_t i : robust->inliers) {
+                inliers.push_back(points[i]);
+            }
+            fitted = Math::PlaneFit::leastSquares(inliers);
+        }
+        Plane plane(P(9, 9, 9), 9);
+        P point(9, 9, 9);
+        const bool hit = renderer.pickPlane(static_cast<size_t>(x), static_cast<size_t>(y),
+                                            static_cast<size_t>(t), plane, point, 0.2);
+        if (!fitted) {
+            EXPECT_FALSE(hit);
+            EXPECT_EQ(plane.offset, 9);
+            return;
+        }
+        const P eye = renderer.eye();
+        const float side = fitted->signedDistance(eye) < 0 ? -1.0f : 1.0f;
+        EXPECT_EQ(plane.normal, fitted->normal * side);
+        EXPECT_EQ(plane.offset, fitted->offset * side);
+        const P sight = renderer.unProject(static_cast<size_t>(x), static_cast<size_t>(y), 0.0f) - eye;
+        EXPECT_EQ(hit, plane.normal.dot(sight) < 0 || plane.signedDistance(eye) == 0);
+        if (hit) {
+            EXPECT_NEAR(plane.signedDistance(point), 0, 1e-3f * (1 + (point - eye).length()));
+            EXPECT_NEAR((point - eye).cross(sight).length() / sight.length(), 0,
+                        1e-3f * (1 + (point - eye).length()));
+            EXPECT_GE((point - eye).dot(sight), 0);
+        }
     }
 
     Render::Renderer renderer{GetParam()};
@@ -183,6 +227,51 @@ TEST_P(RendererPicking, RandomPicksAgreeOnARealCloud) {
     }
     show(Render::PointCloudRenderable::create(PoTree::FileSystemLocation(store), "lion", 1000000, 1.0));
     expectRandomPicksRight(10000);
+}
+
+TEST_P(RendererPicking, AbsoluteCoordinatesFarFromTheOriginAreRightToTheStoresScale) {
+    const std::filesystem::path folder =
+        std::filesystem::path(LUMARO_DATA_DIR) / "potree" / "lone-star-brotli";
+    if (!std::filesystem::exists(folder)) {
+        GTEST_SKIP() << "needs real stores in LUMARO_DATA_DIR";
+    }
+    const PoTree::FileSystemLocation location(folder);
+    show(Render::PointCloudRenderable::create(location, "lone star", 1000000, 1.0));
+    // Around 4,918,340 m, in steps of a quarter of a millimetre: the steps from the store's offset.
+    constexpr double scale = 0.00025;
+    const Octree::Octree octree{Octree::Location(location)};
+    const auto stepsOf = [&octree](const Math::Point<double, 3>& model) {
+        const auto absolute = model + octree.referencePosition();
+        return std::array<double, 3>{(absolute.x() - 515368.6) / scale, (absolute.y() - 4918340.3625) / scale,
+                                     (absolute.z() - 2322.895) / scale};
+    };
+    std::set<std::array<long long, 3>> stored;
+    std::vector<Octree::OctreeNodeId> open{Octree::OctreeNodeId()};
+    while (!open.empty()) {
+        const Octree::OctreeNodeId id = open.back();
+        open.pop_back();
+        const Octree::NodeChildren children = octree.children(id);
+        open.insert(open.end(), children.begin(), children.end());
+        Octree::NodePointData data(static_cast<unsigned>(Octree::Attribute::Position));
+        ASSERT_TRUE(octree.getNodePointData(id, data));
+        for (size_t i = 0; i < data.size(); ++i) {
+            const auto steps = stepsOf(data.position(i));
+            stored.insert({std::llround(steps[0]), std::llround(steps[1]), std::llround(steps[2])});
+        }
+    }
+    size_t drawn = 0;
+    for (const Pixel& pixel : pixels) {
+        if (pixel.drawn) {
+            const auto steps = stepsOf(pixel.point.cast<double>());
+            for (const double step : steps) {
+                EXPECT_NEAR(step, std::round(step), 0.05);
+            }
+            EXPECT_TRUE(
+                stored.contains({std::llround(steps[0]), std::llround(steps[1]), std::llround(steps[2])}));
+            ++drawn;
+        }
+    }
+    EXPECT_GT(drawn, 300u);
 }
 
 TEST_P(RendererPicking, ThePickedPlaneFacesTheEyeAndMeetsTheLineOfSight) {

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <math/Point.h>
+#include <math/TriangleMesh.h>
+
+#include <filesystem>
+#include <memory>
+
+namespace Tool {
+
+/// The faces of an OBJ file as triangles, relative to `origin`. Throws std::runtime_error naming the file
+/// when it cannot be read or holds no faces.
+std::shared_ptr<Math::TriangleMesh<float>> readObjMesh(const std::filesystem::path& file,
+                                                       const Math::Point<double, 3>& origin);
+
+}  // namespace Tool

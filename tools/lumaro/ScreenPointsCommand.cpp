@@ -1,0 +1,68 @@
+#include <tools/lumaro/Commands.h>
+#include <tools/lumaro/Console.h>
+#include <tools/lumaro/OutputFile.h>
+#include <tools/lumaro/StoreView.h>
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+namespace Tool {
+
+namespace {
+
+struct Options {
+    ViewOptions view;
+    std::string output;
+};
+
+void putLine(std::ostream& stream, const Math::Point<double, 3>& place, const Math::Color& color) {
+    std::array<char, 128> line{};
+    const int length = std::snprintf(line.data(), line.size(), "%.4f %.4f %.4f %d %d %d %d\n", place.x(),
+                                     place.y(), place.z(), color.r(), color.g(), color.b(), color.a());
+    stream.write(line.data(), length);
+}
+
+bool writeScreenPoints(const Options& options, const std::stop_token& stop) {
+    OutputFile file(pathFromUtf8(options.output));
+    Progress progress;
+    StoreView view(options.view);
+    if (!view.draw(stop, progress)) {
+        return false;
+    }
+    file.stream() << "X Y Z Red Green Blue Alpha\n";
+    std::vector<Render::VertexPosColor> chunk(size_t{1} << 20);
+    size_t written = 0;
+    while (const size_t count = view.renderer().getNextPointChunk(chunk.data(), chunk.size())) {
+        for (size_t i = 0; i < count; ++i) {
+            putLine(file.stream(), view.absolute(chunk[i].position), chunk[i].color);
+        }
+        written += count;
+        progress.show("writing, " + grouped(written) + " points");
+        if (stop.stop_requested()) {
+            return false;
+        }
+    }
+    file.moveIntoPlace();
+    progress.finish(grouped(written) + " points written to " + options.output);
+    return true;
+}
+
+}  // namespace
+
+void addScreenPointsCommand(CLI::App& app, Job& job) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("screen-points",
+                                                 "Draw the same picture as render, then write its pixels as "
+                                                 "points: a text file of absolute coordinates "
+                                                 "and colours.");
+    addViewOptions(*command, options->view);
+    command->add_option("-o,--output", options->output, "File to write")->required()->type_name("FILE");
+    command->callback([options, &job] {
+        checkDisplayOptions(options->view.display);
+        job = [options](const std::stop_token& stop) { return writeScreenPoints(*options, stop); };
+    });
+}
+
+}  // namespace Tool
