@@ -12,26 +12,21 @@ BackgroundThread::BackgroundThread(std::function<void(std::stop_token)> function
     : mFunction(std::move(function)), mThread([this] { work(); }) {}
 
 BackgroundThread::~BackgroundThread() {
-    std::stop_source stop(std::nostopstate);
-    {
-        const std::lock_guard lock(mMutex);
-        mQuit = true;
-        stop = mStop;
-    }
-    mWake.notify_one();
-    stop.request_stop();  // Runs the function's stop callbacks, hence outside the lock.
+    signal(mQuit);
     mThread.join();
 }
 
 void BackgroundThread::restart() {
-    std::stop_source stop(std::nostopstate);
-    {
-        const std::lock_guard lock(mMutex);
-        mRunDue = true;
-        stop = mStop;
-    }
+    signal(mRunDue);
+}
+
+void BackgroundThread::signal(bool& flag) {
+    std::unique_lock lock(mMutex);
+    flag = true;
+    std::stop_source stop = mStop;
+    lock.unlock();
     mWake.notify_one();
-    stop.request_stop();
+    stop.request_stop();  // Runs the function's stop callbacks, hence outside the lock.
 }
 
 bool BackgroundThread::isRunning() const {

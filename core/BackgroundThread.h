@@ -38,6 +38,7 @@ public:
     void waitUntilIdle();
 
 private:
+    void signal(bool& flag);  ///< Sets one of the flags below and stops the current run.
     void work();
     void runOnce(std::stop_token stop) const;
 

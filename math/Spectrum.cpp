@@ -336,8 +336,8 @@ Rgba Spectrum::evaluate(SpectrumNames name, float value, const Limits& limits) {
     return turbo(x);
 }
 
-Rgba Spectrum::evaluate(SpectrumNames name, float x) {
-    return evaluate(name, x, Limits());
+Rgba Spectrum::evaluate(SpectrumNames name, float value) {
+    return evaluate(name, value, Limits());
 }
 
 Rgba Spectrum::colorizeByDistance(float distance, float minDistance, float maxDistance, SpectrumNames name,

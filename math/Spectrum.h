@@ -48,9 +48,9 @@ public:
         float maxWarn = 0;
     };
 
-    /// The colour at x, which every scale but Gray clamps to 0 … 1; an unknown name gives Turbo.
-    static Rgba evaluate(SpectrumNames name, float x, const Limits& limits);
-    static Rgba evaluate(SpectrumNames name, float x);
+    /// The colour at value, which every scale but Gray clamps to 0 … 1; an unknown name gives Turbo.
+    static Rgba evaluate(SpectrumNames name, float value, const Limits& limits);
+    static Rgba evaluate(SpectrumNames name, float value);
 
     /// The colour of a distance on a scale that spans minDistance … maxDistance; the limits are distances as
     /// well.

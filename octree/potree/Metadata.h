@@ -17,13 +17,13 @@ namespace PoTree {
 struct Metadata {
     /// Throws StoreError naming the file and the key that is missing or wrong.
     static Metadata read(const std::filesystem::path& file);
-    static Metadata parse(const std::string& json, const std::filesystem::path& file);
+    static Metadata parse(const std::string& text, const std::filesystem::path& file);
 
     /// Bytes a point takes in a decompressed chunk: 16 for "position", 8 for "rgb", else as declared.
     static std::size_t encodedSize(const Octree::AttributeInfo& attribute);
 
     /// nullptr when the store has no such attribute of that declared size.
-    const Octree::AttributeInfo* find(const std::string& name, std::size_t size) const;
+    const Octree::AttributeInfo* find(const std::string& wanted, std::size_t size) const;
 
     std::string name;
     std::string encoding;

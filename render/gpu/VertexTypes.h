@@ -19,7 +19,7 @@ struct VertexPosColor {
     Math::Point<float, 3> position;
     Math::Color color;
 
-    VertexPosColor() {}
+    VertexPosColor() = default;
     VertexPosColor(const Math::Point<float, 3>& p, const Math::Color& c) : position(p), color(c) {}
     VertexPosColor(float x, float y, float z, unsigned int rgba) : position(x, y, z), color(rgba) {}
     VertexPosColor(float x, float y, float z, unsigned char r, unsigned char g, unsigned char b,
@@ -32,7 +32,7 @@ struct VertexPosNormalColor {
     Math::Point<float, 3> normal;
     Math::Color color;
 
-    VertexPosNormalColor() {}
+    VertexPosNormalColor() = default;
     VertexPosNormalColor(const Math::Point<float, 3>& p, const Eigen::Vector3f& n, const Math::Color& c)
         : position(p), normal(n.x(), n.y(), n.z()), color(c) {}
     VertexPosNormalColor(float x, float y, float z, float nx, float ny, float nz, unsigned int rgba)
@@ -49,7 +49,7 @@ struct VertexPosNormalTexCoordColor {
     Math::Point<float, 2> texCoord;
     Math::Color color;
 
-    VertexPosNormalTexCoordColor() {}
+    VertexPosNormalTexCoordColor() = default;
     VertexPosNormalTexCoordColor(const Math::Point<float, 3>& p, const Eigen::Vector3f& n,
                                  const Math::Point<float, 2>& uv, const Math::Color& c)
         : position(p), normal(n.x(), n.y(), n.z()), texCoord(uv), color(c) {}
@@ -68,7 +68,7 @@ struct VertexPosColorIntensityClassIndexScanIndex {
     uint8_t classIndex = 0;
     uint16_t scanIndex = 0;
 
-    VertexPosColorIntensityClassIndexScanIndex() {}
+    VertexPosColorIntensityClassIndexScanIndex() = default;
 };
 
 /// The vertex of a point cloud, drawn as one instance a point.
@@ -81,7 +81,7 @@ struct VertexPosColorIntensityClassIndexScanIndexDistance {
     /// Distance to a reference mesh in model units; the largest float when none is known.
     float distance = std::numeric_limits<float>::max();
 
-    VertexPosColorIntensityClassIndexScanIndexDistance() {}
+    VertexPosColorIntensityClassIndexScanIndexDistance() = default;
     VertexPosColorIntensityClassIndexScanIndexDistance(const Math::Point<float, 3>& p, const Math::Color& c,
                                                        unsigned char intensityValue, unsigned char classValue,
                                                        unsigned short scanValue, float distanceValue)
@@ -101,7 +101,7 @@ struct VertexPosNormalColorIntensityClassIndexScanIndex {
     uint8_t classIndex = 0;
     uint16_t scanIndex = 0;
 
-    VertexPosNormalColorIntensityClassIndexScanIndex() {}
+    VertexPosNormalColorIntensityClassIndexScanIndex() = default;
 };
 
 /// An axis-aligned box drawn as a wire frame, one instance a box.

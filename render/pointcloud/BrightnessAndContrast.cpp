@@ -27,8 +27,8 @@ std::size_t clipped(Iterator begin, Iterator end, std::size_t allowed) {
 
 }  // namespace
 
-BrightnessAndContrast stretchColors(const std::vector<std::shared_ptr<const NodeVertices>>& nodes, float darkest,
-                                    float brightest) {
+BrightnessAndContrast stretchColors(const std::vector<std::shared_ptr<const NodeVertices>>& nodes,
+                                    float darkest, float brightest) {
     Histogram histogram{};
     std::size_t count = 0;
     for (const auto& node : nodes) {

@@ -10,8 +10,8 @@
 
 namespace Render {
 
-/// Gives each location a colour of its own and keeps it. Hues halve the circle again and again: 0, 180, 90, 270, 45,
-/// 135, 225, 315 and so on. Every member may be called from any thread.
+/// Gives each location a colour of its own and keeps it. Hues halve the circle again and again: 0, 180, 90,
+/// 270, 45, 135, 225, 315 and so on. Every member may be called from any thread.
 class LocationPalette {
 public:
     /// The palette of the process.

@@ -6,8 +6,9 @@
 
 namespace Render {
 
-bool updateMeshDistances(Octree::OctreeNodeId id, VertexContainer& vertices, const Math::TriangleMesh<float>& mesh,
-                         float scale, int group, MeshDistanceCache& cache, const std::stop_token& stop) {
+bool updateMeshDistances(Octree::OctreeNodeId id, VertexContainer& vertices,
+                         const Math::TriangleMesh<float>& mesh, float scale, int group,
+                         MeshDistanceCache& cache, const std::stop_token& stop) {
     if (mesh.empty()) {
         return true;
     }

@@ -20,18 +20,21 @@ std::shared_ptr<Cache> createOrGet(const Octree::Location& location, double unit
 }  // namespace
 
 std::shared_ptr<VertexContainerCache> createOrGetSharedVertexContainerCache(const Octree::Location& location,
-                                                                            double unitScale, std::size_t capacity,
+                                                                            double unitScale,
+                                                                            std::size_t capacity,
                                                                             std::size_t expectedEntries) {
     return createOrGet<VertexContainerCache>(location, unitScale, capacity, expectedEntries);
 }
 
 std::shared_ptr<MeshDistanceCache> createOrGetSharedMeshDistanceCache(const Octree::Location& location,
-                                                                      double unitScale, std::size_t capacity) {
+                                                                      double unitScale,
+                                                                      std::size_t capacity) {
     return createOrGet<MeshDistanceCache>(location, unitScale, capacity);
 }
 
-std::shared_ptr<PointDataCache> createOrGetSharedPointDataCache(const Octree::Location& location, double unitScale,
-                                                                std::size_t capacity, std::size_t expectedEntries) {
+std::shared_ptr<PointDataCache> createOrGetSharedPointDataCache(const Octree::Location& location,
+                                                                double unitScale, std::size_t capacity,
+                                                                std::size_t expectedEntries) {
     return createOrGet<PointDataCache>(location, unitScale, capacity, expectedEntries);
 }
 

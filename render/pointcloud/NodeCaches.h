@@ -20,17 +20,20 @@ using VertexContainerCache =
 /// Distances of the points of nodes to a mesh, by nodes; a group belongs to one mesh in one place.
 using MeshDistanceCache = Core::GroupedLruCache<Octree::OctreeNodeId, std::vector<float>, int>;
 /// Decoded points of nodes, charged by points.
-using PointDataCache =
-    Core::LruCache<Octree::OctreeNodeId, Octree::NodePointData, Core::CacheEntrySizeCount<Octree::NodePointData>>;
+using PointDataCache = Core::LruCache<Octree::OctreeNodeId, Octree::NodePointData,
+                                      Core::CacheEntrySizeCount<Octree::NodePointData>>;
 
-/// The caches of a point cloud. They are shared in the whole process by all that show or query the same location at
-/// the same unit scale: who asks first decides the sizes. Nothing is shared between clouds without a location.
+/// The caches of a point cloud. They are shared in the whole process by all that show or query the same
+/// location at the same unit scale: who asks first decides the sizes. Nothing is shared between clouds
+/// without a location.
 std::shared_ptr<VertexContainerCache> createOrGetSharedVertexContainerCache(const Octree::Location& location,
-                                                                            double unitScale, std::size_t capacity,
+                                                                            double unitScale,
+                                                                            std::size_t capacity,
                                                                             std::size_t expectedEntries);
 std::shared_ptr<MeshDistanceCache> createOrGetSharedMeshDistanceCache(const Octree::Location& location,
                                                                       double unitScale, std::size_t capacity);
-std::shared_ptr<PointDataCache> createOrGetSharedPointDataCache(const Octree::Location& location, double unitScale,
-                                                                std::size_t capacity, std::size_t expectedEntries);
+std::shared_ptr<PointDataCache> createOrGetSharedPointDataCache(const Octree::Location& location,
+                                                                double unitScale, std::size_t capacity,
+                                                                std::size_t expectedEntries);
 
 }  // namespace Render

@@ -22,8 +22,9 @@ static_assert(sizeof(NodeId) == 16);
 
 }  // namespace Render
 
-/// Maps every node to 0 or 1, so that a hash table searches all its nodes one after another. Not noexcept: the
-/// standard library then keeps the result beside each node instead of computing it anew at every step of a search.
+/// Maps every node to 0 or 1, so that a hash table searches all its nodes one after another. Not noexcept:
+/// the standard library then keeps the result beside each node instead of computing it anew at every step of
+/// a search.
 template <>
 struct std::hash<Render::NodeId> {
     bool operator()(const Render::NodeId& id) const {

@@ -21,7 +21,8 @@ std::uint64_t nextSerial() {
 constexpr auto moreImportant = [](const auto& a, const auto& b) { return a->priority > b->priority; };
 
 // Null when stopped.
-std::shared_ptr<NodeVertices> fetch(NodeVertexSource& source, Octree::OctreeNodeId id, const std::stop_token& stop) {
+std::shared_ptr<NodeVertices> fetch(NodeVertexSource& source, Octree::OctreeNodeId id,
+                                    const std::stop_token& stop) {
     auto fetched = std::make_shared<NodeVertices>();
     fetched->serial = nextSerial();
     bool success = false;
@@ -46,7 +47,8 @@ NodePrioritizer::~NodePrioritizer() = default;
 
 std::shared_ptr<NodePrioritizer> NodePrioritizer::shared(std::size_t rendererId, std::size_t budget) {
     static Core::SharedResources<std::size_t, NodePrioritizer> prioritizers;
-    return prioritizers.getOrCreate(rendererId, [budget] { return std::make_shared<NodePrioritizer>(budget); });
+    return prioritizers.getOrCreate(rendererId,
+                                    [budget] { return std::make_shared<NodePrioritizer>(budget); });
 }
 
 void NodePrioritizer::addUser(std::size_t instanceId, std::size_t budget) {
@@ -100,7 +102,8 @@ std::size_t NodePrioritizer::residentNodeCount() const {
     return mEntries.size();
 }
 
-NodePrioritizer::OfferResult NodePrioritizer::offer(const NodeId& id, const Math::NBoundingBox<float, 3>& cube,
+NodePrioritizer::OfferResult NodePrioritizer::offer(const NodeId& id,
+                                                    const Math::NBoundingBox<float, 3>& cube,
                                                     const NodePriority& priority, NodeVertexSource& source,
                                                     std::stop_token stop,
                                                     std::optional<std::uint64_t> generation) {
@@ -149,7 +152,8 @@ NodePrioritizer::OfferResult NodePrioritizer::offer(const NodeId& id, const Math
         }
         evictUntilWithinBudget(evicted);
     }
-    const bool stayed = std::none_of(evicted.begin(), evicted.end(), [&](const auto& e) { return e->id == id; });
+    const bool stayed =
+        std::none_of(evicted.begin(), evicted.end(), [&](const auto& e) { return e->id == id; });
     return {.resident = stayed, .changed = true};
 }
 
@@ -281,7 +285,9 @@ void NodePrioritizer::collectDrawn(std::size_t instanceId, bool dropDeepestLevel
               [](const auto* a, const auto* b) { return a->id.octreeNodeId < b->id.octreeNodeId; });
 }
 
-void NodePrioritizer::updateOctreeTextureData(Buffer& buffer) const { buffer.buildNodeTable(); }
+void NodePrioritizer::updateOctreeTextureData(Buffer& buffer) const {
+    buffer.buildNodeTable();
+}
 
 void NodePrioritizer::updateVertexBuffer(Buffer& buffer) const {
     buffer.nodes.clear();
@@ -297,7 +303,8 @@ void NodePrioritizer::updateVertexBuffer(Buffer& buffer) const {
     }
 }
 
-std::vector<std::shared_ptr<const NodeVertices>> NodePrioritizer::residentVertices(std::size_t instanceId) const {
+std::vector<std::shared_ptr<const NodeVertices>> NodePrioritizer::residentVertices(
+    std::size_t instanceId) const {
     const std::lock_guard lock(mMutex);
     std::vector<std::shared_ptr<const NodeVertices>> result;
     for (const auto& entry : mEntries) {

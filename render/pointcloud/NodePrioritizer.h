@@ -18,16 +18,18 @@
 
 namespace Render {
 
-/// Keeps the nodes that are worth drawing, of all point clouds of one renderer, under a common budget in points.
+/// Keeps the nodes that are worth drawing, of all point clouds of one renderer, under a common budget in
+/// points.
 ///
-/// A node is offered with its priority. While the budget is not used up it becomes resident; after that it has to
-/// be more important than the least important resident node, which makes room for it. Without eviction the sum of
-/// points stays strictly below the budget; eviction stops as soon as the sum is at or below it.
+/// A node is offered with its priority. While the budget is not used up it becomes resident; after that it
+/// has to be more important than the least important resident node, which makes room for it. Without eviction
+/// the sum of points stays strictly below the budget; eviction stops as soon as the sum is at or below it.
 ///
-/// The point clouds that share a prioritizer register with their own budgets; the smallest of these holds. Nodes of
-/// one point cloud are told from those of others by its instance id.
+/// The point clouds that share a prioritizer register with their own budgets; the smallest of these holds.
+/// Nodes of one point cloud are told from those of others by its instance id.
 ///
-/// Every member may be called from any thread. Vertices are fetched, and evicted ones destroyed, outside the lock.
+/// Every member may be called from any thread. Vertices are fetched, and evicted ones destroyed, outside the
+/// lock.
 class NodePrioritizer {
 public:
     using Buffer = PublishedNodes;
@@ -60,19 +62,19 @@ public:
     std::size_t totalUsedPointCount() const;
     std::size_t residentNodeCount() const;
 
-    /// Offers one node; fetches it unless it is resident or not important enough. With a generation given, the
-    /// offer is refused when clear() has been called for this point cloud since that generation was asked for; a
-    /// clear() during the fetch refuses it in any case. A stop is quiet; other failures to fetch throw
+    /// Offers one node; fetches it unless it is resident or not important enough. With a generation given,
+    /// the offer is refused when clear() has been called for this point cloud since that generation was asked
+    /// for; a clear() during the fetch refuses it in any case. A stop is quiet; other failures to fetch throw
     /// std::runtime_error "Error loading point data" with the cause nested inside.
-    OfferResult offer(const NodeId& id, const Math::NBoundingBox<float, 3>& cube, const NodePriority& priority,
-                      NodeVertexSource& source, std::stop_token stop,
+    OfferResult offer(const NodeId& id, const Math::NBoundingBox<float, 3>& cube,
+                      const NodePriority& priority, NodeVertexSource& source, std::stop_token stop,
                       std::optional<std::uint64_t> generation = std::nullopt);
 
     /// Changes with every clear() of the point cloud.
     std::uint64_t generation(std::size_t instanceId) const;
 
-    /// Gives each resident node of the point cloud the priority `rate(Octree::OctreeNodeId, cube)`; runs under the
-    /// lock and ends early when `stop` is signalled.
+    /// Gives each resident node of the point cloud the priority `rate(Octree::OctreeNodeId, cube)`; runs
+    /// under the lock and ends early when `stop` is signalled.
     template <class Rate>
     void rerate(std::size_t instanceId, std::stop_token stop, Rate&& rate);
 
@@ -83,8 +85,9 @@ public:
     /// True when the nodes to draw may differ from the last publication, whoever caused it.
     bool hasUnpublishedChanges(std::size_t instanceId) const;
 
-    /// Publishes the point cloud's resident nodes except discarded ones, 4096 at most, and returns how many there
-    /// are. With dropDeepestLevel only those above the last of the consecutive levels that begin at the root.
+    /// Publishes the point cloud's resident nodes except discarded ones, 4096 at most, and returns how many
+    /// there are. With dropDeepestLevel only those above the last of the consecutive levels that begin at the
+    /// root.
     Counts updateBuffers(std::size_t instanceId, bool dropDeepestLevel, Core::TripleBuffer<Buffer>& buffers);
 
     /// The vertices of all resident nodes of one point cloud.
@@ -103,8 +106,8 @@ private:
 
     struct User {
         std::optional<std::size_t> budget;  ///< None while it is not registered.
-        std::uint64_t generation = 0;  ///< Never used twice.
-        bool changed = false;  ///< Since its last publication.
+        std::uint64_t generation = 0;       ///< Never used twice.
+        bool changed = false;               ///< Since its last publication.
     };
 
     // All of these expect the lock to be held.

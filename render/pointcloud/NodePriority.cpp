@@ -15,7 +15,9 @@ bool isOutside(const Math::NBoundingBox<float, 3>& box, const Math::Frustum<floa
     return clippingVolume.isOutside(box) || frustum.isOutside(box);
 }
 
-float radiusOf(const Math::NBoundingBox<float, 3>& box) { return (box.size() * 0.5f).length(); }
+float radiusOf(const Math::NBoundingBox<float, 3>& box) {
+    return (box.size() * 0.5f).length();
+}
 
 Eigen::Vector2f toPixels(const Eigen::Matrix4f& projection, const Math::Point<float, 3>& point,
                          const Viewport& viewport) {
@@ -36,15 +38,16 @@ NodePriority NodePriority::rated(float priority, float distanceToEye, float thre
 NodePriority NodePriority::perspective(const Math::NBoundingBox<float, 3>& box,
                                        const Math::Frustum<float>& frustum,
                                        const Math::ConvexPolytope<float, 3>& clippingVolume,
-                                       const Math::Point<float, 3>& eye, float scale, const Viewport& viewport,
-                                       float fieldOfView, float threshold) {
+                                       const Math::Point<float, 3>& eye, float scale,
+                                       const Viewport& viewport, float fieldOfView, float threshold) {
     if (isOutside(box, frustum, clippingVolume)) {
         return discard();
     }
     const float distance = Math::distance(eye, box.center());
     const float halfHeight = static_cast<float>(viewport.height()) / 2.0f;
     const float priority =
-        distance > 0.0f ? halfHeight / (std::tan(fieldOfView / 2.0f) * distance) * radiusOf(box) * scale : largest;
+        distance > 0.0f ? halfHeight / (std::tan(fieldOfView / 2.0f) * distance) * radiusOf(box) * scale
+                        : largest;
     return rated(priority, distance, threshold);
 }
 
@@ -59,7 +62,8 @@ NodePriority NodePriority::orthographic(const Math::NBoundingBox<float, 3>& box,
     }
     const Math::Point<float, 3> center = box.center();
     const Math::Point<float, 3> edge = center + Math::Point<float, 3>(radiusOf(box) * scale, 0.0f, 0.0f);
-    const float priority = (toPixels(projection, edge, viewport) - toPixels(projection, center, viewport)).norm();
+    const float priority =
+        (toPixels(projection, edge, viewport) - toPixels(projection, center, viewport)).norm();
     return rated(priority, Math::distance(eye, center), threshold);
 }
 

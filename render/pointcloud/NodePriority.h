@@ -12,16 +12,18 @@
 
 namespace Render {
 
-/// How much an octree node matters for a view: its size on screen in pixels first, then its distance to the eye.
+/// How much an octree node matters for a view: its size on screen in pixels first, then its distance to the
+/// eye.
 ///
 ///   perspective:  priority = (height / 2) / (tan(fieldOfView / 2) · distance) · radius · scale
-///   orthographic: priority = pixels between the projections of the centre and of centre + (radius · scale, 0, 0)
+///   orthographic: priority = pixels between the projections of the centre and of centre + (radius · scale,
+///   0, 0)
 ///
-/// radius is half the box diagonal, distance runs from the eye to the box centre in model coordinates, height is
-/// the viewport's. A priority is never infinite or NaN.
+/// radius is half the box diagonal, distance runs from the eye to the box centre in model coordinates, height
+/// is the viewport's. A priority is never infinite or NaN.
 ///
-/// Priorities that differ by less than 0.1 count as equally large: the nearer node then matters more. That makes
-/// the order not transitive, which the heaps it is used in put up with.
+/// Priorities that differ by less than 0.1 count as equally large: the nearer node then matters more. That
+/// makes the order not transitive, which the heaps it is used in put up with.
 class LUMARO_API NodePriority {
 public:
     /// Above everything else.
@@ -30,12 +32,15 @@ public:
     static NodePriority discard() { return NodePriority(0.0f, largest); }
 
     /// discard() for a box outside frustum or clipping volume (both in the box's coordinates) or smaller than
-    /// threshold. `fieldOfView` is vertical, in radians; `scale` takes lengths of the model to those of the world.
-    static NodePriority perspective(const Math::NBoundingBox<float, 3>& box, const Math::Frustum<float>& frustum,
+    /// threshold. `fieldOfView` is vertical, in radians; `scale` takes lengths of the model to those of the
+    /// world.
+    static NodePriority perspective(const Math::NBoundingBox<float, 3>& box,
+                                    const Math::Frustum<float>& frustum,
                                     const Math::ConvexPolytope<float, 3>& clippingVolume,
                                     const Math::Point<float, 3>& eye, float scale, const Viewport& viewport,
                                     float fieldOfView, float threshold);
-    static NodePriority orthographic(const Math::NBoundingBox<float, 3>& box, const Math::Frustum<float>& frustum,
+    static NodePriority orthographic(const Math::NBoundingBox<float, 3>& box,
+                                     const Math::Frustum<float>& frustum,
                                      const Math::ConvexPolytope<float, 3>& clippingVolume,
                                      const Math::Point<float, 3>& eye, float scale,
                                      const Eigen::Matrix4f& projection, const Viewport& viewport,

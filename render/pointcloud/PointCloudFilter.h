@@ -10,8 +10,8 @@
 
 namespace Render {
 
-/// What bounds a query: a deepest level, a least spacing in world units and a region. The region is the caller's and
-/// must outlive this; null stands for all of space.
+/// What bounds a query: a deepest level, a least spacing in world units and a region. The region is the
+/// caller's and must outlive this; null stands for all of space.
 class LUMARO_API PointCloudFilter {
 public:
     PointCloudFilter(std::size_t maxLevel, float minSpacing, IFilter* filter)

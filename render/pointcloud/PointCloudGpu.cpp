@@ -88,14 +88,16 @@ void PointCloudGpu::uploadPoints(const PublishedNodes& published) {
         const std::size_t first = range.first * pointSize;
         const std::size_t size = published.nodes[i].pointCount * pointSize;
         const D3D11_BOX box{static_cast<UINT>(first), 0, 0, static_cast<UINT>(first + size), 1, 1};
-        mContext->UpdateSubresource(mPages[range.page], 0, &box, published.nodes[i].vertices->vertices.data(), 0, 0);
+        mContext->UpdateSubresource(mPages[range.page], 0, &box, published.nodes[i].vertices->vertices.data(),
+                                    0, 0);
         mUploadedPointBytes += size;
     }
 }
 
 void PointCloudGpu::uploadNodeTable(const PublishedNodes& published) {
     const D3D11_MAPPED_SUBRESOURCE mapped = mNodeTable.map(mContext, D3D11_MAP_WRITE_DISCARD);
-    std::memcpy(mapped.pData, published.nodeTable.data(), published.nodeTable.size() * sizeof(PublishedNodes::Texel));
+    std::memcpy(mapped.pData, published.nodeTable.data(),
+                published.nodeTable.size() * sizeof(PublishedNodes::Texel));
     mNodeTable.unMap(mContext);
 }
 
@@ -148,7 +150,8 @@ void PointCloudGpu::drawNodes() {
         }
         mNodeConstants.set(node.constants);
         mNodeConstants.upload(mContext);
-        mContext->DrawInstanced(corners, static_cast<UINT>(node.pointCount), 0, static_cast<UINT>(node.range.first));
+        mContext->DrawInstanced(corners, static_cast<UINT>(node.pointCount), 0,
+                                static_cast<UINT>(node.range.first));
     }
     ID3D11Buffer* const none = nullptr;
     mContext->IASetVertexBuffers(0, 1, &none, &stride, &offset);

@@ -20,16 +20,16 @@
 
 namespace Render {
 
-/// The GPU side of one point cloud: shaders, constants, the node table and the points of the published nodes. Render
-/// thread only. Failing calls throw ComException.
+/// The GPU side of one point cloud: shaders, constants, the node table and the points of the published nodes.
+/// Render thread only. Failing calls throw ComException.
 class PointCloudGpu {
 public:
     PointCloudGpu(ATL::CComPtr<ID3D11Device> device, ATL::CComPtr<ID3D11DeviceContext> context);
 
     void setConstants(const PointCloudFrameConstants& constants) { mFrameConstants.set(constants); }
 
-    /// Sends what a publication has and the GPU lacks, and drops the publication's vertices. After a failure the
-    /// publication still has all of them and can be taken over again.
+    /// Sends what a publication has and the GPU lacks, and drops the publication's vertices. After a failure
+    /// the publication still has all of them and can be taken over again.
     void takeOver(PublishedNodes& published);
 
     /// Draws the nodes of the last publication.
@@ -68,7 +68,7 @@ private:
     std::vector<DrawnNode> mDrawnNodes;  ///< Those with points, as published.
     std::size_t mUploadedPointBytes = 0;
 
-    std::optional<Boxes> mBoxes;  ///< Made when first shown.
+    std::optional<Boxes> mBoxes;             ///< Made when first shown.
     std::optional<Math::Color> mBoxesColor;  ///< Of what is in them; none when that is out of date.
 };
 

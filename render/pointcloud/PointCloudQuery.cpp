@@ -21,10 +21,8 @@ PointCloudQuery::PointCloudQuery(PointCloudQuery&&) noexcept = default;
 PointCloudQuery& PointCloudQuery::operator=(PointCloudQuery&&) noexcept = default;
 PointCloudQuery::~PointCloudQuery() = default;
 
-std::shared_ptr<PointCloudQuery::Cache> PointCloudQuery::createOrGetSharedCache(const Octree::Location& location,
-                                                                               double unitScale,
-                                                                               std::size_t capacity,
-                                                                               std::size_t expectedEntries) {
+std::shared_ptr<PointCloudQuery::Cache> PointCloudQuery::createOrGetSharedCache(
+    const Octree::Location& location, double unitScale, std::size_t capacity, std::size_t expectedEntries) {
     return createOrGetSharedPointDataCache(location, unitScale, capacity, expectedEntries);
 }
 
@@ -105,7 +103,9 @@ bool PointCloudQuery::loadNextNode() {
 
 Octree::NodeChildren PointCloudQuery::fetch(Octree::OctreeNodeId id) {
     try {
-        const auto load = [&](Octree::NodePointData& points) { return mOctree->getNodePointData(id, points); };
+        const auto load = [&](Octree::NodePointData& points) {
+            return mOctree->getNodePointData(id, points);
+        };
         mPoints = Octree::NodePointData();
         if (mCache ? mCache->getOrLoad(id, mPoints, load) : load(mPoints)) {
             return mOctree->children(id);

@@ -18,16 +18,16 @@
 
 namespace Render {
 
-/// Hands out the points of a cloud that lie in a region, down to a level and a point spacing, in chunks of the
-/// caller's size. Walks the octree breadth first and reads nodes as it needs them.
+/// Hands out the points of a cloud that lie in a region, down to a level and a point spacing, in chunks of
+/// the caller's size. Walks the octree breadth first and reads nodes as it needs them.
 ///
 /// Belongs to one thread at a time; it may be another than the one that renders the cloud.
 class LUMARO_API PointCloudQuery {
 public:
     using Cache = PointDataCache;
 
-    /// `cache` may be null. `filter` stays the caller's and must outlive the query; null stands for all of space.
-    /// `minSpacing` is in world units.
+    /// `cache` may be null. `filter` stays the caller's and must outlive the query; null stands for all of
+    /// space. `minSpacing` is in world units.
     PointCloudQuery(std::shared_ptr<Octree::Octree> octree, std::shared_ptr<Cache> cache,
                     const Eigen::Matrix4f& world, IFilter* filter, std::size_t maxLevel, float minSpacing,
                     std::chrono::nanoseconds timeLimit);
@@ -39,8 +39,9 @@ public:
     static std::shared_ptr<Cache> createOrGetSharedCache(const Octree::Location& location, double unitScale,
                                                          std::size_t capacity, std::size_t expectedEntries);
 
-    /// Writes up to maxCount points in world coordinates; 0 means that there are no more. Throws std::runtime_error
-    /// "Querying node data failed", with the cause nested inside, when a node cannot be read.
+    /// Writes up to maxCount points in world coordinates; 0 means that there are no more. Throws
+    /// std::runtime_error "Querying node data failed", with the cause nested inside, when a node cannot be
+    /// read.
     std::size_t getNextPointChunk(VertexPosColor* out, std::size_t maxCount);
 
     /// Applies to the nodes and points not handed out yet.

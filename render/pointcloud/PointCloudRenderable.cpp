@@ -16,13 +16,14 @@ constexpr float pointSizeFactor = 5.1f;
 }  // namespace
 
 std::shared_ptr<PointCloudRenderable> PointCloudRenderable::create(const Octree::Location& location,
-                                                                   const std::string& name, std::size_t budget,
-                                                                   double unitScale) {
+                                                                   const std::string& name,
+                                                                   std::size_t budget, double unitScale) {
     return std::make_shared<PointCloudRenderable>(Private(), location, name, budget, unitScale);
 }
 
 std::shared_ptr<PointCloudRenderable> PointCloudRenderable::create(std::shared_ptr<Octree::Octree> octree,
-                                                                   const std::string& name, std::size_t budget) {
+                                                                   const std::string& name,
+                                                                   std::size_t budget) {
     return std::make_shared<PointCloudRenderable>(Private(), std::move(octree), name, budget);
 }
 
@@ -30,8 +31,8 @@ PointCloudRenderable::PointCloudRenderable(Private, const Octree::Location& loca
                                            std::size_t budget, double unitScale)
     : PointCloudRenderable(Private(), std::make_shared<Octree::Octree>(location, unitScale), name, budget) {}
 
-PointCloudRenderable::PointCloudRenderable(Private, std::shared_ptr<Octree::Octree> octree, const std::string& name,
-                                           std::size_t budget)
+PointCloudRenderable::PointCloudRenderable(Private, std::shared_ptr<Octree::Octree> octree,
+                                           const std::string& name, std::size_t budget)
     : Renderable(name),
       mOctree(std::move(octree)),
       mUniformColor(LocationPalette::instance().color(mOctree->location())),
@@ -54,7 +55,9 @@ PointCloudRenderable::PointCloudRenderable(Private, std::shared_ptr<Octree::Octr
     mConstants.useSignedDistance = 1;
 }
 
-PointCloudRenderable::~PointCloudRenderable() { mStreamer->detach(); }
+PointCloudRenderable::~PointCloudRenderable() {
+    mStreamer->detach();
+}
 
 std::shared_ptr<VertexContainerCache> PointCloudRenderable::createOrGetSharedVertexContainerCache(
     const Octree::Location& location, double unitScale, std::size_t capacity, std::size_t expectedEntries) {
@@ -67,7 +70,8 @@ std::shared_ptr<MeshDistanceCache> PointCloudRenderable::createOrGetSharedMeshDi
 }
 
 void PointCloudRenderable::init(std::size_t rendererId, std::shared_ptr<Camera> camera,
-                                ATL::CComPtr<ID3D11Device> device, ATL::CComPtr<ID3D11DeviceContext> deviceContext) {
+                                ATL::CComPtr<ID3D11Device> device,
+                                ATL::CComPtr<ID3D11DeviceContext> deviceContext) {
     if (mGpu) {
         throw std::runtime_error("Error init was called on an already initialized PointCloudRenderable");
     }
@@ -123,21 +127,29 @@ void PointCloudRenderable::startAsyncReload(void (*onProgress)(), std::size_t ma
     startAsyncReload(std::function<void()>(onProgress), maxLevel);
 }
 
-void PointCloudRenderable::stopAsyncReload() { mStreamer->stopAsyncReload(); }
+void PointCloudRenderable::stopAsyncReload() {
+    mStreamer->stopAsyncReload();
+}
 
-bool PointCloudRenderable::isAsyncReloadActive() const { return mStreamer->isAsyncReloadActive(); }
+bool PointCloudRenderable::isAsyncReloadActive() const {
+    return mStreamer->isAsyncReloadActive();
+}
 
 bool PointCloudRenderable::isAsyncReloadHealthy(bool rethrow) const {
     return mStreamer->isAsyncReloadHealthy(rethrow);
 }
 
-void PointCloudRenderable::waitUntilLoaded() { mStreamer->waitUntilIdle(); }
+void PointCloudRenderable::waitUntilLoaded() {
+    mStreamer->waitUntilIdle();
+}
 
 PointCloudRenderable::UpdateInterval PointCloudRenderable::updateInterval() const {
     return mStreamer->updateInterval();
 }
 
-void PointCloudRenderable::setUpdateInterval(UpdateInterval interval) { mStreamer->setUpdateInterval(interval); }
+void PointCloudRenderable::setUpdateInterval(UpdateInterval interval) {
+    mStreamer->setUpdateInterval(interval);
+}
 
 bool PointCloudRenderable::restartLoadingAfterCameraChange() const {
     return mStreamer->restartLoadingAfterCameraChange();
@@ -147,19 +159,29 @@ void PointCloudRenderable::setRestartLoadingAfterCameraChange(bool restart) {
     mStreamer->setRestartLoadingAfterCameraChange(restart);
 }
 
-float PointCloudRenderable::octreeNodePriorityThreshold() const { return mStreamer->priorityThreshold(); }
+float PointCloudRenderable::octreeNodePriorityThreshold() const {
+    return mStreamer->priorityThreshold();
+}
 
 void PointCloudRenderable::setOctreeNodePriorityThreshold(float threshold) {
     mStreamer->setPriorityThreshold(threshold);
 }
 
-std::size_t PointCloudRenderable::minLevelToKeep() const { return mStreamer->minLevelToKeep(); }
+std::size_t PointCloudRenderable::minLevelToKeep() const {
+    return mStreamer->minLevelToKeep();
+}
 
-void PointCloudRenderable::setMinLevelToKeep(std::size_t level) { mStreamer->setMinLevelToKeep(level); }
+void PointCloudRenderable::setMinLevelToKeep(std::size_t level) {
+    mStreamer->setMinLevelToKeep(level);
+}
 
-std::size_t PointCloudRenderable::maxLevelToKeep() const { return mStreamer->maxLevelToKeep(); }
+std::size_t PointCloudRenderable::maxLevelToKeep() const {
+    return mStreamer->maxLevelToKeep();
+}
 
-void PointCloudRenderable::setMaxLevelToKeep(std::size_t level) { mStreamer->setMaxLevelToKeep(level); }
+void PointCloudRenderable::setMaxLevelToKeep(std::size_t level) {
+    mStreamer->setMaxLevelToKeep(level);
+}
 
 NodePriority PointCloudRenderable::boundingBoxPriority(std::size_t level,
                                                        const Math::NBoundingBox<float, 3>& box) const {
@@ -171,29 +193,48 @@ void PointCloudRenderable::clearVisibleOctreeNodes() {
     setNeedsRedraw(true);
 }
 
-std::size_t PointCloudRenderable::numVisibleOctreeNodes() const { return mStreamer->publishedNodeCount(); }
+std::size_t PointCloudRenderable::numVisibleOctreeNodes() const {
+    return mStreamer->publishedNodeCount();
+}
 
-std::size_t PointCloudRenderable::numVisiblePoints() const { return mStreamer->publishedPointCount(); }
+std::size_t PointCloudRenderable::numVisiblePoints() const {
+    return mStreamer->publishedPointCount();
+}
 
-std::size_t PointCloudRenderable::uploadedPointBytes() const { return mGpu ? mGpu->uploadedPointBytes() : 0; }
+std::size_t PointCloudRenderable::uploadedPointBytes() const {
+    return mGpu ? mGpu->uploadedPointBytes() : 0;
+}
 
-Math::NBoundingBox<float, 3> PointCloudRenderable::boundingBox() { return mOctree->boundingBox(); }
+Math::NBoundingBox<float, 3> PointCloudRenderable::boundingBox() {
+    return mOctree->boundingBox();
+}
 
-Math::NBoundingBox<float, 3> PointCloudRenderable::boundingCube() const { return mOctree->boundingCube(); }
+Math::NBoundingBox<float, 3> PointCloudRenderable::boundingCube() const {
+    return mOctree->boundingCube();
+}
 
 Math::NBoundingBox<float, 3> PointCloudRenderable::boundingCube(Octree::OctreeNodeId id) const {
     return mOctree->boundingCube(id);
 }
 
-Math::Point<double, 3> PointCloudRenderable::referencePosition() const { return mOctree->referencePosition(); }
+Math::Point<double, 3> PointCloudRenderable::referencePosition() const {
+    return mOctree->referencePosition();
+}
 
-float PointCloudRenderable::spacing(std::size_t level) const { return mOctree->spacing(level); }
+float PointCloudRenderable::spacing(std::size_t level) const {
+    return mOctree->spacing(level);
+}
 
-double PointCloudRenderable::unitScale() const { return mOctree->unitScale(); }
+double PointCloudRenderable::unitScale() const {
+    return mOctree->unitScale();
+}
 
-float PointCloudRenderable::defaultPointSize() const { return mOctree->spacing(0) * pointSizeFactor; }
+float PointCloudRenderable::defaultPointSize() const {
+    return mOctree->spacing(0) * pointSizeFactor;
+}
 
-void PointCloudRenderable::brightnessAndContrast(float lower, float upper, float& brightness, float& contrast) {
+void PointCloudRenderable::brightnessAndContrast(float lower, float upper, float& brightness,
+                                                 float& contrast) {
     BrightnessAndContrast result;
     if (const auto& prioritizer = mStreamer->prioritizer()) {
         result = stretchColors(prioritizer->residentVertices(id()), lower, upper);
@@ -202,11 +243,10 @@ void PointCloudRenderable::brightnessAndContrast(float lower, float upper, float
     contrast = result.contrast;
 }
 
-std::shared_ptr<PointCloudQuery> PointCloudRenderable::createPointCloudQuery(IFilter* filter, std::size_t maxLevel,
-                                                                             float minSpacing,
-                                                                             std::chrono::nanoseconds timeLimit) {
-    return std::make_shared<PointCloudQuery>(mOctree, mStreamer->pointDataCache(), worldMatrix(), filter, maxLevel,
-                                             minSpacing, timeLimit);
+std::shared_ptr<PointCloudQuery> PointCloudRenderable::createPointCloudQuery(
+    IFilter* filter, std::size_t maxLevel, float minSpacing, std::chrono::nanoseconds timeLimit) {
+    return std::make_shared<PointCloudQuery>(mOctree, mStreamer->pointDataCache(), worldMatrix(), filter,
+                                             maxLevel, minSpacing, timeLimit);
 }
 
 }  // namespace Render

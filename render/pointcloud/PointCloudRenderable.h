@@ -38,16 +38,18 @@ class PointCloudGpu;
 class PointCloudStreamer;
 
 /// Shows one octree point cloud without ever holding it whole: a walk visits the octree from its root, most
-/// important node first, and keeps what is worth most within a budget in points that the point clouds of a renderer
-/// share; each frame draws what the last publication of a walk held.
+/// important node first, and keeps what is worth most within a budget in points that the point clouds of a
+/// renderer share; each frame draws what the last publication of a walk held.
 ///
-/// Life: created, initialised by joining a renderer, loading between startAsyncReload() and stopAsyncReload() (or
-/// during reloadPoints()), deinitialised by leaving the renderer, and so on again. Whatever changes which nodes matter
-/// restarts the loader, and never waits for it unless noted.
+/// Life: created, initialised by joining a renderer, loading between startAsyncReload() and stopAsyncReload()
+/// (or during reloadPoints()), deinitialised by leaving the renderer, and so on again. Whatever changes which
+/// nodes matter restarts the loader, and never waits for it unless noted.
 ///
-/// All members belong to the rendering thread except where noted. onProgress callbacks run on the thread of the walk,
-/// under no lock; they may read counts and ask for redraws but must not start, stop or deinitialise anything.
-class LUMARO_API PointCloudRenderable : public Renderable, public std::enable_shared_from_this<PointCloudRenderable> {
+/// All members belong to the rendering thread except where noted. onProgress callbacks run on the thread of
+/// the walk, under no lock; they may read counts and ask for redraws but must not start, stop or deinitialise
+/// anything.
+class LUMARO_API PointCloudRenderable : public Renderable,
+                                        public std::enable_shared_from_this<PointCloudRenderable> {
     struct Private {
         explicit Private() = default;
     };
@@ -55,15 +57,16 @@ class LUMARO_API PointCloudRenderable : public Renderable, public std::enable_sh
 public:
     using UpdateInterval = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
 
-    /// `budget` counts points; the smallest budget of the point clouds of a renderer holds for all of them together.
-    /// Throws as opening an octree does.
-    static std::shared_ptr<PointCloudRenderable> create(const Octree::Location& location, const std::string& name,
-                                                        std::size_t budget, double unitScale);
+    /// `budget` counts points; the smallest budget of the point clouds of a renderer holds for all of them
+    /// together. Throws as opening an octree does.
+    static std::shared_ptr<PointCloudRenderable> create(const Octree::Location& location,
+                                                        const std::string& name, std::size_t budget,
+                                                        double unitScale);
     static std::shared_ptr<PointCloudRenderable> create(std::shared_ptr<Octree::Octree> octree,
                                                         const std::string& name, std::size_t budget);
 
-    PointCloudRenderable(Private, const Octree::Location& location, const std::string& name, std::size_t budget,
-                         double unitScale);
+    PointCloudRenderable(Private, const Octree::Location& location, const std::string& name,
+                         std::size_t budget, double unitScale);
     PointCloudRenderable(Private, std::shared_ptr<Octree::Octree> octree, const std::string& name,
                          std::size_t budget);
     PointCloudRenderable(const PointCloudRenderable&) = delete;
@@ -72,10 +75,10 @@ public:
 
     /// The caches that all point clouds of a location at a unit scale share; see NodeCaches.h.
     static std::shared_ptr<VertexContainerCache> createOrGetSharedVertexContainerCache(
-        const Octree::Location& location, double unitScale, std::size_t capacity, std::size_t expectedEntries);
-    static std::shared_ptr<MeshDistanceCache> createOrGetSharedMeshDistanceCache(const Octree::Location& location,
-                                                                                 double unitScale,
-                                                                                 std::size_t capacity);
+        const Octree::Location& location, double unitScale, std::size_t capacity,
+        std::size_t expectedEntries);
+    static std::shared_ptr<MeshDistanceCache> createOrGetSharedMeshDistanceCache(
+        const Octree::Location& location, double unitScale, std::size_t capacity);
 
     /// Throws std::runtime_error when it is initialised already.
     void init(std::size_t rendererId, std::shared_ptr<Camera> camera, ATL::CComPtr<ID3D11Device> device,
@@ -85,8 +88,8 @@ public:
     void render() override;
 
     /// One walk on the calling thread, down to maxLevel. Returns quietly when `stop` is signalled. Throws
-    /// std::runtime_error when it is not initialised and when point data cannot be loaded; the cause of the latter is
-    /// nested inside. `onProgress` is called after each publication; it may be null.
+    /// std::runtime_error when it is not initialised and when point data cannot be loaded; the cause of the
+    /// latter is nested inside. `onProgress` is called after each publication; it may be null.
     void reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop);
     void reloadPoints(void (*onProgress)(), std::size_t maxLevel, std::stop_token stop);
 
@@ -103,13 +106,13 @@ public:
 
     // A captureless lambda fits both callbacks above; these take any function object.
     template <class OnProgress>
-        requires(std::is_class_v<OnProgress> && std::invocable<OnProgress&>)
-    void reloadPoints(OnProgress onProgress, std::size_t maxLevel, std::stop_token stop) {
+    requires(std::is_class_v<OnProgress>&& std::invocable<OnProgress&>) void reloadPoints(
+        OnProgress onProgress, std::size_t maxLevel, std::stop_token stop) {
         reloadPoints(std::function<void()>(std::move(onProgress)), maxLevel, std::move(stop));
     }
     template <class OnProgress>
-        requires(std::is_class_v<OnProgress> && std::invocable<OnProgress&>)
-    void startAsyncReload(OnProgress onProgress, std::size_t maxLevel) {
+    requires(std::is_class_v<OnProgress>&& std::invocable<OnProgress&>) void startAsyncReload(
+        OnProgress onProgress, std::size_t maxLevel) {
         startAsyncReload(std::function<void()>(std::move(onProgress)), maxLevel);
     }
 
@@ -172,8 +175,8 @@ public:
     void setVisible(bool visible) override;
     bool isTransparent() const override;
     std::optional<Math::Color> backgroundColor() override;
-    /// Stretches the resident points' colours over the full range; `lower` and `upper` are the shares of the darkest
-    /// and brightest points that may be clipped.
+    /// Stretches the resident points' colours over the full range; `lower` and `upper` are the shares of the
+    /// darkest and brightest points that may be clipped.
     void brightnessAndContrast(float lower, float upper, float& brightness, float& contrast) override;
 
     void onUpdateProjectionMatrix(const std::shared_ptr<Camera>& camera) override;
@@ -192,7 +195,8 @@ public:
     void onUpdateUseCloudColorsInTomographicRenderModes(bool useCloudColors) override;
 
     /// The filter stays the caller's and must outlive the query.
-    std::shared_ptr<PointCloudQuery> createPointCloudQuery(IFilter* filter, std::size_t maxLevel, float minSpacing,
+    std::shared_ptr<PointCloudQuery> createPointCloudQuery(IFilter* filter, std::size_t maxLevel,
+                                                           float minSpacing,
                                                            std::chrono::nanoseconds timeLimit);
 
 private:

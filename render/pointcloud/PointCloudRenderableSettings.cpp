@@ -67,7 +67,9 @@ void PointCloudRenderable::updateClippingConstants() {
     setConstant(mConstants.clippingPlanes, planes);
 }
 
-Math::Frustum<float> PointCloudRenderable::frustumModelCs() const { return mStreamer->parameters().frustum; }
+Math::Frustum<float> PointCloudRenderable::frustumModelCs() const {
+    return mStreamer->parameters().frustum;
+}
 
 void PointCloudRenderable::updateCameraConstants() {
     if (!mCamera) {
@@ -88,7 +90,9 @@ void PointCloudRenderable::updateCameraConstants() {
     }
 }
 
-float PointCloudRenderable::pointSize() const { return mConstants.pointSize; }
+float PointCloudRenderable::pointSize() const {
+    return mConstants.pointSize;
+}
 
 void PointCloudRenderable::setPointSize(float size) {
     if (setConstant(mConstants.pointSize, size)) {
@@ -96,7 +100,9 @@ void PointCloudRenderable::setPointSize(float size) {
     }
 }
 
-float PointCloudRenderable::maxPointSize() const { return mConstants.maxPointSize; }
+float PointCloudRenderable::maxPointSize() const {
+    return mConstants.maxPointSize;
+}
 
 void PointCloudRenderable::setMaxPointSize(float size) {
     if (setConstant(mConstants.maxPointSize, size)) {
@@ -104,7 +110,9 @@ void PointCloudRenderable::setMaxPointSize(float size) {
     }
 }
 
-float PointCloudRenderable::tomographicContrast() const { return mConstants.tomoContrast; }
+float PointCloudRenderable::tomographicContrast() const {
+    return mConstants.tomoContrast;
+}
 
 void PointCloudRenderable::setTomographicContrast(float contrast) {
     if (setConstant(mConstants.tomoContrast, contrast)) {
@@ -112,7 +120,9 @@ void PointCloudRenderable::setTomographicContrast(float contrast) {
     }
 }
 
-Math::Color PointCloudRenderable::uniformColor() const { return mUniformColor; }
+Math::Color PointCloudRenderable::uniformColor() const {
+    return mUniformColor;
+}
 
 void PointCloudRenderable::setUniformColor(const Math::Color& color) {
     mUniformColor = color;
@@ -121,7 +131,9 @@ void PointCloudRenderable::setUniformColor(const Math::Color& color) {
     }
 }
 
-bool PointCloudRenderable::showBoundingBoxes() const { return mShowBoundingBoxes; }
+bool PointCloudRenderable::showBoundingBoxes() const {
+    return mShowBoundingBoxes;
+}
 
 void PointCloudRenderable::setShowBoundingBoxes(bool show) {
     if (mShowBoundingBoxes != show) {
@@ -180,7 +192,8 @@ void PointCloudRenderable::onUpdateMeshForDistanceColorization(
 }
 
 void PointCloudRenderable::onUpdatePlaneForDistanceColorization(const Math::NPlane<float, 3>& plane) {
-    setConstant(mConstants.distancePlane, {plane.normal.x(), plane.normal.y(), plane.normal.z(), plane.offset});
+    setConstant(mConstants.distancePlane,
+                {plane.normal.x(), plane.normal.y(), plane.normal.z(), plane.offset});
     mStreamer->setPlane(plane);
 }
 
@@ -220,7 +233,8 @@ void PointCloudRenderable::onUpdateTomographicColor(const Math::Color& color) {
 }
 
 void PointCloudRenderable::onUpdateUseCloudColorsInTomographicRenderModes(bool useCloudColors) {
-    if (setConstant(mConstants.useCloudColorsInTomographicRenderModes, std::int32_t{useCloudColors ? 1 : 0})) {
+    if (setConstant(mConstants.useCloudColorsInTomographicRenderModes,
+                    std::int32_t{useCloudColors ? 1 : 0})) {
         setNeedsRedraw(true);
     }
 }

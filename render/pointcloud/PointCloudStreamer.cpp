@@ -28,10 +28,12 @@ PointCloudStreamer::PointCloudStreamer(std::shared_ptr<Octree::Octree> octree, s
       mCaches(takeCaches()),
       mBuffers(std::make_unique<Core::TripleBuffer<PublishedNodes>>()) {}
 
-PointCloudStreamer::~PointCloudStreamer() { detach(); }
+PointCloudStreamer::~PointCloudStreamer() {
+    detach();
+}
 
-void PointCloudStreamer::attach(std::size_t rendererId, std::size_t instanceId, std::shared_ptr<const Camera> camera,
-                                std::function<void()> onPublished) {
+void PointCloudStreamer::attach(std::size_t rendererId, std::size_t instanceId,
+                                std::shared_ptr<const Camera> camera, std::function<void()> onPublished) {
     mCamera = std::move(camera);
     mInstanceId = instanceId;
     mOnPublished = std::move(onPublished);
@@ -54,7 +56,8 @@ void PointCloudStreamer::detach() {
     mPublishedPointCount = 0;
 }
 
-void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop) {
+void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::size_t maxLevel,
+                                      std::stop_token stop) {
     if (!isAttached()) {
         throw std::runtime_error("reloadingPoints is not allowed if PointCloudRenderable is not initialized");
     }
@@ -63,10 +66,11 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
     // Before the parameters are copied: a change that also clears then makes every offer of this walk stale.
     const std::uint64_t generation = mPrioritizer->generation(mInstanceId);
     const WalkParameters parameters = this->parameters();
-    mPrioritizer->rerate(mInstanceId, stop,
-                         [&](Octree::OctreeNodeId id, const auto& cube) { return rate(parameters, id, cube); });
-    // Nodes may have come, gone or changed sides of the threshold since the last publication: in a walk that was
-    // stopped, through another point cloud, or just now.
+    mPrioritizer->rerate(mInstanceId, stop, [&](Octree::OctreeNodeId id, const auto& cube) {
+        return rate(parameters, id, cube);
+    });
+    // Nodes may have come, gone or changed sides of the threshold since the last publication: in a walk that
+    // was stopped, through another point cloud, or just now.
     bool changed = mPrioritizer->hasUnpublishedChanges(mInstanceId);
 
     auto lastPublication = std::chrono::steady_clock::now();
@@ -103,7 +107,8 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
     }
 }
 
-// The root is offered unrated, so that a point cloud never vanishes altogether; it must not do so later either.
+// The root is offered unrated, so that a point cloud never vanishes altogether; it must not do so later
+// either.
 NodePriority PointCloudStreamer::rate(const WalkParameters& parameters, Octree::OctreeNodeId id,
                                       const Math::NBoundingBox<float, 3>& cube) const {
     return id.isRoot() ? NodePriority::keep() : parameters.boundingBoxPriority(id.level(), cube);
@@ -153,7 +158,8 @@ void PointCloudStreamer::publish() {
     }
 }
 
-bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) {
+bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out,
+                                           std::stop_token stop) {
     std::shared_ptr<VertexContainerCache> vertexCache;
     std::shared_ptr<MeshDistanceCache> distanceCache;
     std::shared_ptr<const Math::TriangleMesh<float>> mesh;
@@ -177,10 +183,11 @@ bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContai
 PointCloudStreamer::Caches PointCloudStreamer::takeCaches() const {
     const double unitScale = mOctree->unitScale();
     const Octree::Location& location = mOctree->location();
-    return {unitScale,
-            createOrGetSharedVertexContainerCache(location, unitScale, vertexCacheCapacity, expectedCacheEntries),
-            createOrGetSharedMeshDistanceCache(location, unitScale, meshDistanceCacheCapacity),
-            createOrGetSharedPointDataCache(location, unitScale, pointDataCacheCapacity, expectedCacheEntries)};
+    return {
+        unitScale,
+        createOrGetSharedVertexContainerCache(location, unitScale, vertexCacheCapacity, expectedCacheEntries),
+        createOrGetSharedMeshDistanceCache(location, unitScale, meshDistanceCacheCapacity),
+        createOrGetSharedPointDataCache(location, unitScale, pointDataCacheCapacity, expectedCacheEntries)};
 }
 
 void PointCloudStreamer::adoptUnitScale() {
@@ -218,10 +225,13 @@ void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std:
 }
 
 void PointCloudStreamer::createLoader() {
-    mLoader = std::make_unique<Core::BackgroundThread>([this](const std::stop_token& stop) { runLoader(stop); });
+    mLoader =
+        std::make_unique<Core::BackgroundThread>([this](const std::stop_token& stop) { runLoader(stop); });
 }
 
-void PointCloudStreamer::stopAsyncReload() { mLoader.reset(); }
+void PointCloudStreamer::stopAsyncReload() {
+    mLoader.reset();
+}
 
 void PointCloudStreamer::runLoader(const std::stop_token& stop) {
     std::exception_ptr error;

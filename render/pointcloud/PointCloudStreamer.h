@@ -26,17 +26,18 @@
 
 namespace Render {
 
-/// Decides which nodes of one point cloud are worth drawing and brings them in; everything of a point cloud's life
-/// that needs no Direct3D.
+/// Decides which nodes of one point cloud are worth drawing and brings them in; everything of a point cloud's
+/// life that needs no Direct3D.
 ///
-/// A walk visits the octree from the root, most important node first, and offers each node to the prioritizer that
-/// the point clouds of a renderer share; the children of nodes that become resident follow. Each update interval
-/// the resident nodes are published through a triple buffer. A walk works on a copy of the parameters taken at its
-/// start; whatever changes them ends with a restart of the loader, which never waits for it.
+/// A walk visits the octree from the root, most important node first, and offers each node to the prioritizer
+/// that the point clouds of a renderer share; the children of nodes that become resident follow. Each update
+/// interval the resident nodes are published through a triple buffer. A walk works on a copy of the
+/// parameters taken at its start; whatever changes them ends with a restart of the loader, which never waits
+/// for it.
 ///
-/// Threads: one host thread owns the streamer and makes every call except where noted. The loader's thread runs
-/// walks. Publications are read by the host's thread. The callbacks run on the thread of the walk, under no lock,
-/// and must not start or stop the loader.
+/// Threads: one host thread owns the streamer and makes every call except where noted. The loader's thread
+/// runs walks. Publications are read by the host's thread. The callbacks run on the thread of the walk, under
+/// no lock, and must not start or stop the loader.
 class PointCloudStreamer : private NodeVertexSource {
 public:
     using Duration = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
@@ -47,17 +48,17 @@ public:
     PointCloudStreamer(const PointCloudStreamer&) = delete;
     PointCloudStreamer& operator=(const PointCloudStreamer&) = delete;
 
-    /// Joins the point clouds of a renderer. `onPublished` is called after each publication. The camera is read
-    /// here and by the setters, on the host's thread.
+    /// Joins the point clouds of a renderer. `onPublished` is called after each publication. The camera is
+    /// read here and by the setters, on the host's thread.
     void attach(std::size_t rendererId, std::size_t instanceId, std::shared_ptr<const Camera> camera,
                 std::function<void()> onPublished);
     /// Stops the loader and leaves the prioritizer with all nodes.
     void detach();
     bool isAttached() const { return mPrioritizer != nullptr; }
 
-    /// One walk on the calling thread, down to maxLevel; waits for a walk of the loader to end first. Returns quietly
-    /// when `stop` is signalled. Throws std::runtime_error before attach() and "Error loading point data", with the
-    /// cause nested inside, for nodes that cannot be loaded.
+    /// One walk on the calling thread, down to maxLevel; waits for a walk of the loader to end first. Returns
+    /// quietly when `stop` is signalled. Throws std::runtime_error before attach() and "Error loading point
+    /// data", with the cause nested inside, for nodes that cannot be loaded.
     void reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop);
 
     /// The loader: walks now and after each restart. Nothing happens when there is one already.
@@ -86,8 +87,8 @@ public:
     void setVisible(bool visible);
     /// In world coordinates.
     void setClippingVolume(const std::vector<Math::HalfSpace<float, 3>>& halfSpaces);
-    /// Synchronous: waits until the running walk has ended, so that vertices of two scales never meet. Walks of
-    /// other point clouds over the same octree object must not run meanwhile.
+    /// Synchronous: waits until the running walk has ended, so that vertices of two scales never meet. Walks
+    /// of other point clouds over the same octree object must not run meanwhile.
     void setUnitScale(double unitScale);
 
     // Of the renderer's state.
@@ -120,8 +121,8 @@ public:
     std::shared_ptr<VertexContainerCache> vertexCache() const;
     std::shared_ptr<PointDataCache> pointDataCache() const;
 
-    /// Takes over the newest publication; true when there was one that was not taken before. The reader may drop
-    /// the vertices of the nodes in it.
+    /// Takes over the newest publication; true when there was one that was not taken before. The reader may
+    /// drop the vertices of the nodes in it.
     bool acquirePublication() { return mBuffers->swapRead(); }
     PublishedNodes& publication() { return mBuffers->readSlot(); }
 
@@ -186,7 +187,7 @@ private:
     std::atomic<std::size_t> mPublishedPointCount{0};
 
     mutable std::mutex mParametersMutex;  ///< Guards the two below.
-    WalkParameters mParameters;           ///< Written by the host's thread only, which reads without the lock.
+    WalkParameters mParameters;  ///< Written by the host's thread only, which reads without the lock.
     Caches mCaches;
 
     std::mutex mPublishMutex;  ///< Held while the write slot of the buffers is in use.

@@ -51,7 +51,8 @@ PointPool::Range PointPool::allocate(std::size_t count) {
             return range;
         }
     }
-    const auto unused = std::find_if(mPages.begin(), mPages.end(), [](const Page& page) { return page.capacity == 0; });
+    const auto unused =
+        std::find_if(mPages.begin(), mPages.end(), [](const Page& page) { return page.capacity == 0; });
     range.page = static_cast<std::size_t>(unused - mPages.begin());
     if (unused == mPages.end()) {
         mPages.emplace_back();
@@ -64,8 +65,8 @@ PointPool::Range PointPool::allocate(std::size_t count) {
 }
 
 bool PointPool::takeGap(Page& page, std::size_t count, std::size_t& first) {
-    const auto gap =
-        std::find_if(page.gaps.begin(), page.gaps.end(), [&](const auto& each) { return each.second >= count; });
+    const auto gap = std::find_if(page.gaps.begin(), page.gaps.end(),
+                                  [&](const auto& each) { return each.second >= count; });
     if (gap == page.gaps.end()) {
         return false;
     }

@@ -11,11 +11,13 @@
 
 namespace Render {
 
-/// Decides where the points of published nodes lie in pages of GPU memory, so that a publication sends only what
-/// the previous ones did not. Knows no Direct3D: the caller keeps one buffer a page and sends what uploads() lists.
+/// Decides where the points of published nodes lie in pages of GPU memory, so that a publication sends only
+/// what the previous ones did not. Knows no Direct3D: the caller keeps one buffer a page and sends what
+/// uploads() lists.
 ///
-/// A node keeps its place as long as it is published with the same vertices. New nodes go into the first gap that
-/// is large enough; a node larger than a page gets one of its own; a page without nodes is given up at once.
+/// A node keeps its place as long as it is published with the same vertices. New nodes go into the first gap
+/// that is large enough; a node larger than a page gets one of its own; a page without nodes is given up at
+/// once.
 class PointPool {
 public:
     struct Range {

@@ -12,8 +12,8 @@
 
 namespace Render {
 
-/// The vertices of a node, shared between prioritizer and publications. The serial number is unique in the process,
-/// so that it tells one load of a node from another even after memory was used again.
+/// The vertices of a node, shared between prioritizer and publications. The serial number is unique in the
+/// process, so that it tells one load of a node from another even after memory was used again.
 struct NodeVertices {
     std::uint64_t serial = 0;
     VertexContainer vertices;
@@ -28,11 +28,11 @@ struct PublishedNode {
     std::shared_ptr<const NodeVertices> vertices;  ///< Null once the reader has taken what it needs.
 };
 
-/// One publication: the nodes to draw of one point cloud and the table in which the shader looks up which of them
-/// have children there. Plain data in main memory; the render thread makes GPU resources of it.
+/// One publication: the nodes to draw of one point cloud and the table in which the shader looks up which of
+/// them have children there. Plain data in main memory; the render thread makes GPU resources of it.
 struct PublishedNodes {
-    /// One texel of a Texture1D, R8G8B8A8_UNORM: the mask of the node's children in the table (bit i for child i),
-    /// then the distance in texels to the first of them, high byte before low byte, then nothing.
+    /// One texel of a Texture1D, R8G8B8A8_UNORM: the mask of the node's children in the table (bit i for
+    /// child i), then the distance in texels to the first of them, high byte before low byte, then nothing.
     using Texel = std::array<std::uint8_t, 4>;
 
     /// Width of that texture, and the most nodes in a publication.

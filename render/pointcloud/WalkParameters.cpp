@@ -12,7 +12,8 @@ constexpr double slack = 1e-5;
 
 }  // namespace
 
-NodePriority WalkParameters::boundingBoxPriority(std::size_t level, const Math::NBoundingBox<float, 3>& box) const {
+NodePriority WalkParameters::boundingBoxPriority(std::size_t level,
+                                                 const Math::NBoundingBox<float, 3>& box) const {
     if (level > maxLevelToKeep) {
         return NodePriority::discard();
     }
@@ -29,11 +30,13 @@ NodePriority WalkParameters::boundingBoxPriority(std::size_t level, const Math::
         return NodePriority::orthographic(box, frustum, clippingVolume, eye, modelScale, projection, viewport,
                                           threshold);
     }
-    return NodePriority::perspective(box, frustum, clippingVolume, eye, modelScale, viewport, fovY, threshold);
+    return NodePriority::perspective(box, frustum, clippingVolume, eye, modelScale, viewport, fovY,
+                                     threshold);
 }
 
 bool WalkParameters::needsPlaneDistanceColorization(const Math::NBoundingBox<float, 3>& box) const {
-    // The signed distance is linear over the box: its value at the centre plus or minus the reach of the extents.
+    // The signed distance is linear over the box: its value at the centre plus or minus the reach of the
+    // extents.
     double center = plane.offset;
     double reach = 0.0;
     double magnitude = std::abs(center);
@@ -52,7 +55,8 @@ bool WalkParameters::needsPlaneDistanceColorization(const Math::NBoundingBox<flo
         }
         center += slope * (double{box.min[axis]} + box.max[axis]) / 2.0;
         reach += std::abs(slope) * (double{box.max[axis]} - box.min[axis]) / 2.0;
-        magnitude += slopeMagnitude * (std::max)(std::abs(double{box.min[axis]}), std::abs(double{box.max[axis]}));
+        magnitude +=
+            slopeMagnitude * (std::max)(std::abs(double{box.min[axis]}), std::abs(double{box.max[axis]}));
     }
     reach += slack * magnitude;
     double least = center - reach;

@@ -39,15 +39,15 @@ struct WalkParameters {
     float minDistance = 0.0f;  ///< World units, as are all distances.
     float maxDistance = 1.0f;
     bool useSignedDistance = true;
-    Math::NPlane<float, 3> plane;                          ///< World coordinates.
+    Math::NPlane<float, 3> plane;                           ///< World coordinates.
     std::shared_ptr<const Math::TriangleMesh<float>> mesh;  ///< Model coordinates; null without a mesh.
     int meshGroup = 0;  ///< Changes with the mesh and its place: where its distances lie in the cache.
 
     /// The priority of a node of the given level with the given cube in model coordinates.
     NodePriority boundingBoxPriority(std::size_t level, const Math::NBoundingBox<float, 3>& box) const;
 
-    /// False when no point of the box, in model coordinates, can lie in the range of the colour map; true when one
-    /// does, or may.
+    /// False when no point of the box, in model coordinates, can lie in the range of the colour map; true
+    /// when one does, or may.
     bool needsPlaneDistanceColorization(const Math::NBoundingBox<float, 3>& box) const;
     bool needsMeshDistanceColorization(const Math::NBoundingBox<float, 3>& box) const;
 };

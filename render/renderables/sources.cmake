@@ -1,2 +1,2 @@
-set(LUMARO_RENDERABLES_SOURCES Thumbnail.cpp)
-set(LUMARO_RENDERABLES_HEADERS Thumbnail.h)
+set(LUMARO_RENDERABLES_SOURCES GroupRenderable.cpp Thumbnail.cpp)
+    set(LUMARO_RENDERABLES_HEADERS GroupRenderable.h Thumbnail.h)

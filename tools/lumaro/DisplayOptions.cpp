@@ -235,8 +235,8 @@ void checkDisplayOptions(const DisplayOptions& options) {
     }
 }
 
-void applyDisplay(Render::Renderer& renderer, const std::vector<CloudScene::Cloud>& clouds,
-                  const DisplayOptions& options, const Place& origin, bool colored, DistanceMesh mesh) {
+void applyDisplay(Render::Renderer& renderer, const std::vector<Cloud>& clouds, const DisplayOptions& options,
+                  const Place& origin, bool colored, DistanceMesh mesh) {
     const PictureMode mode = modeFor(options, colored);
     renderer.setBackgroundColor(options.background);
     renderer.setRenderMode(renderModeOf(mode));
@@ -254,7 +254,7 @@ void applyDisplay(Render::Renderer& renderer, const std::vector<CloudScene::Clou
     for (const Plane& clip : options.clips) {
         clips.emplace_back(planeIn(clip, origin));
     }
-    for (const CloudScene::Cloud& cloud : clouds) {
+    for (const Cloud& cloud : clouds) {
         cloud->setMaxPointSize(static_cast<float>(options.pointSize));
         cloud->setClippingVolume(clips);
     }

@@ -5,7 +5,7 @@
 #include <math/Point.h>
 #include <math/TriangleMesh.h>
 #include <render/core/Renderer.h>
-#include <tools/lumaro/CloudScene.h>
+#include <render/pointcloud/PointCloudRenderable.h>
 
 #include <CLI/CLI.hpp>
 
@@ -60,13 +60,13 @@ void addDisplayOptions(CLI::App& command, DisplayOptions& options);
 /// Throws CLI::ValidationError when options lack others.
 void checkDisplayOptions(const DisplayOptions& options);
 
+using Cloud = std::shared_ptr<Render::PointCloudRenderable>;
 using DistanceMesh = std::shared_ptr<Math::TriangleMesh<float>>;
 
 /// Prepares the renderer, whose scene consists of the clouds; `origin` is the absolute position of the
 /// scene's origin. `mesh`, in the scene's coordinates, may be null. The automatic contrast is left to be done
 /// when the points are there.
-void applyDisplay(Render::Renderer& renderer, const std::vector<CloudScene::Cloud>& clouds,
-                  const DisplayOptions& options, const Math::Point<double, 3>& origin, bool colored,
-                  DistanceMesh mesh);
+void applyDisplay(Render::Renderer& renderer, const std::vector<Cloud>& clouds, const DisplayOptions& options,
+                  const Math::Point<double, 3>& origin, bool colored, DistanceMesh mesh);
 
 }  // namespace Tool

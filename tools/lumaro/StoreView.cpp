@@ -1,4 +1,5 @@
 #include <octree/potree/FileSystemLocation.h>
+#include <render/renderables/GroupRenderable.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/ObjMesh.h>
 #include <tools/lumaro/StoreInfo.h>
@@ -10,8 +11,6 @@
 namespace Tool {
 
 namespace {
-
-using Cloud = CloudScene::Cloud;
 
 std::vector<Cloud> openClouds(const ViewOptions& options) {
     std::vector<Cloud> clouds;
@@ -29,6 +28,19 @@ bool anyHasColors(const std::vector<std::string>& stores) {
     return std::any_of(stores.begin(), stores.end(), [](const std::string& store) {
         return hasColors(PoTree::FileSystemLocation(pathFromUtf8(store)));
     });
+}
+
+/// All of them in the coordinates of the first.
+std::shared_ptr<Render::GroupRenderable> groupOf(const std::vector<Cloud>& clouds) {
+    const auto group = Render::GroupRenderable::create("clouds");
+    for (const Cloud& cloud : clouds) {
+        const Math::Point<double, 3> shift = cloud->referencePosition() - clouds.front()->referencePosition();
+        Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
+        matrix.topRightCorner<3, 1>() = shift.cast<float>().vector();
+        cloud->setMatrix(matrix);
+        group->add(cloud);
+    }
+    return group;
 }
 
 }  // namespace
@@ -57,7 +69,7 @@ StoreView::StoreView(const ViewOptions& options)
     if (mClouds.size() == 1) {
         mRenderer.setScene(mClouds.front());
     } else {
-        mRenderer.setScene(std::make_shared<CloudScene>(mClouds));
+        mRenderer.setScene(groupOf(mClouds));
     }
     applyDisplay(mRenderer, mClouds, options.display, origin(), anyHasColors(options.stores), mMesh);
     placeCamera(mRenderer, options.camera, origin());

@@ -3,7 +3,6 @@
 #include <math/Point.h>
 #include <render/core/Renderer.h>
 #include <tools/lumaro/CameraOptions.h>
-#include <tools/lumaro/CloudScene.h>
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/DisplayOptions.h>
 
@@ -49,7 +48,7 @@ private:
     bool load(const std::stop_token& stop, Progress& progress);
 
     ViewOptions mOptions;
-    std::vector<CloudScene::Cloud> mClouds;
+    std::vector<Cloud> mClouds;
     DistanceMesh mMesh;
     Render::Renderer mRenderer;
 };

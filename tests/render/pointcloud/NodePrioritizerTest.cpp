@@ -39,11 +39,13 @@ protected:
     // A priority of about 1000 / distance.
     static NodePriority at(float distance) {
         const float half = 1.0f / std::sqrt(3.0f);
-        return NodePriority::perspective({{-half, -half, -half}, {half, half, half}}, {}, {}, {distance, 0, 0},
-                                         1000.0f, Render::Viewport(2, 2), 3.14159265f / 2.0f, 0.0f);
+        return NodePriority::perspective({{-half, -half, -half}, {half, half, half}}, {}, {},
+                                         {distance, 0, 0}, 1000.0f, Render::Viewport(2, 2),
+                                         3.14159265f / 2.0f, 0.0f);
     }
 
-    NodePrioritizer::OfferResult offer(OctreeNodeId id, const NodePriority& priority, std::uint64_t instance = 0) {
+    NodePrioritizer::OfferResult offer(OctreeNodeId id, const NodePriority& priority,
+                                       std::uint64_t instance = 0) {
         return prioritizer.offer({instance, id}, {}, priority, source, stop.get_token());
     }
 
@@ -93,7 +95,8 @@ TEST_F(NodePrioritizerTest, AnExactlyUsedBudgetRefusesWithoutFetching) {
     prioritizer.setTotalMaxPointCount(30);
     offer(root, at(1));
     offer(root.child(0), at(2));
-    // The third would reach the budget: it is admitted by way of the heap, which evicts nothing at the budget.
+    // The third would reach the budget: it is admitted by way of the heap, which evicts nothing at the
+    // budget.
     EXPECT_TRUE(offer(root.child(1), at(3)).resident);
     EXPECT_EQ(prioritizer.totalUsedPointCount(), 30u);
     EXPECT_FALSE(offer(root.child(2), at(4)).resident);

@@ -20,18 +20,22 @@ const NBoundingBox<float, 3> box({-1.0f, -2.0f, -2.0f}, {1.0f, 2.0f, 2.0f});
 NodePriority seenFrom(const Point<float, 3>& eye, float threshold = 0.0f,
                       const Math::ConvexPolytope<float, 3>& volume = {},
                       const Math::Frustum<float>& frustum = {}) {
-    return NodePriority::perspective(box, frustum, volume, eye, 2.0f, Viewport(800, 600), pi / 2.0f, threshold);
+    return NodePriority::perspective(box, frustum, volume, eye, 2.0f, Viewport(800, 600), pi / 2.0f,
+                                     threshold);
 }
 
 Math::ConvexPolytope<float, 3> halfSpace(float nx, float offset) {
-    return Math::ConvexPolytope<float, 3>({Math::HalfSpace<float, 3>(Math::NPlane<float, 3>({nx, 0, 0}, offset))});
+    return Math::ConvexPolytope<float, 3>(
+        {Math::HalfSpace<float, 3>(Math::NPlane<float, 3>({nx, 0, 0}, offset))});
 }
 
 NodePriority withPriority(float priority, float distance) {
     // Height 2, field of view 90 degrees, diagonal scaled so that priority * distance comes out.
     const float extent = 2.0f / std::sqrt(3.0f);
-    const NBoundingBox<float, 3> unit({-extent / 2, -extent / 2, -extent / 2}, {extent / 2, extent / 2, extent / 2});
-    return NodePriority::perspective(unit, {}, {}, {distance, 0, 0}, priority * distance, Viewport(2, 2), pi / 2, 0);
+    const NBoundingBox<float, 3> unit({-extent / 2, -extent / 2, -extent / 2},
+                                      {extent / 2, extent / 2, extent / 2});
+    return NodePriority::perspective(unit, {}, {}, {distance, 0, 0}, priority * distance, Viewport(2, 2),
+                                     pi / 2, 0);
 }
 
 TEST(NodePriorityTest, PerspectiveIsTheRadiusOnScreen) {
@@ -69,7 +73,8 @@ TEST(NodePriorityTest, OrthographicMeasuresPixelsAlongX) {
     projection(0, 0) = 2.0f / 40.0f;  // 40 units across 800 pixels: 20 pixels a unit.
     projection(1, 1) = 2.0f / 30.0f;
     const auto rated = [&](float threshold) {
-        return NodePriority::orthographic(box, {}, {}, {0, 0, 50}, 0.5f, projection, Viewport(800, 600), threshold);
+        return NodePriority::orthographic(box, {}, {}, {0, 0, 50}, 0.5f, projection, Viewport(800, 600),
+                                          threshold);
     };
     EXPECT_NEAR(rated(0.0f).priority(), 3.0f * 0.5f * 20.0f, 1e-3f);
     EXPECT_FLOAT_EQ(rated(0.0f).distanceToEye(), 50.0f);

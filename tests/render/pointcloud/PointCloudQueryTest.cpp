@@ -46,9 +46,8 @@ protected:
         return all;
     }
 
-    std::shared_ptr<TestSupport::SyntheticOctree> source =
-        std::make_shared<TestSupport::SyntheticOctree>(TestSupport::SyntheticOctreeShape{.depth = 2,
-                                                                                         .pointsPerNode = 7});
+    std::shared_ptr<TestSupport::SyntheticOctree> source = std::make_shared<TestSupport::SyntheticOctree>(
+        TestSupport::SyntheticOctreeShape{.depth = 2, .pointsPerNode = 7});
     std::shared_ptr<Octree::Octree> octree = TestSupport::SyntheticOctree::open(source);
     Eigen::Matrix4f world = Eigen::Matrix4f::Identity();
 };

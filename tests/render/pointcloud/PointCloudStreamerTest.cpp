@@ -61,11 +61,11 @@ TEST_F(PointCloudStreamerTest, LevelsBoundTheWalk) {
 
 TEST_F(PointCloudStreamerTest, HiddenNodesAreSkippedAndEmptyOnesPassedThrough) {
     const OctreeNodeId root{};
-    const auto streamer = streamerOf(sourceOf(
-        {.depth = 2,
-         .childMask = 0x03,
-         .pointCount = [=](OctreeNodeId id) { return std::size_t{id == root.child(1) ? 0u : 5u}; },
-         .visibility = [=](OctreeNodeId id) { return id == root.child(0) ? 2 : 1; }}));
+    const auto streamer = streamerOf(
+        sourceOf({.depth = 2,
+                  .childMask = 0x03,
+                  .pointCount = [=](OctreeNodeId id) { return std::size_t{id == root.child(1) ? 0u : 5u}; },
+                  .visibility = [=](OctreeNodeId id) { return id == root.child(0) ? 2 : 1; }}));
     walk(*streamer);
     EXPECT_EQ(published(*streamer), (Names{"r", "r10", "r11"}));
     EXPECT_EQ(streamer->publication().nodeTable[0][0], 0);
@@ -190,7 +190,8 @@ TEST_F(PointCloudStreamerTest, AWalkNeedsARenderer) {
         walk(streamer);
         FAIL();
     } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "reloadingPoints is not allowed if PointCloudRenderable is not initialized");
+        EXPECT_STREQ(error.what(),
+                     "reloadingPoints is not allowed if PointCloudRenderable is not initialized");
     }
 }
 
@@ -239,7 +240,8 @@ TEST_F(PointCloudStreamerTest, AnotherUnitScaleReplacesAllVertices) {
     ASSERT_EQ(published(streamer).size(), 9u);
     for (const Render::PublishedNode& node : streamer.publication().nodes) {
         for (std::size_t i = 0; i < 3; ++i) {
-            EXPECT_EQ(node.vertices->vertices.position(i), (source->position(node.id, i) * 0.5).cast<float>());
+            EXPECT_EQ(node.vertices->vertices.position(i),
+                      (source->position(node.id, i) * 0.5).cast<float>());
         }
     }
 }

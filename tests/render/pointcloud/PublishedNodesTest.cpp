@@ -22,8 +22,8 @@ PublishedNodes publish(const std::set<OctreeNodeId>& ids) {
     return published;
 }
 
-// What the shader does: descends from a node towards a position in the node's own unit cube as long as the table has
-// a child there.
+// What the shader does: descends from a node towards a position in the node's own unit cube as long as the
+// table has a child there.
 std::size_t lodLevel(const PublishedNodes& published, std::size_t texel, Math::Point<double, 3> position) {
     std::size_t depth = published.nodes[texel].id.level();
     for (int step = 0; step < 22; ++step) {
@@ -75,7 +75,8 @@ TEST(PublishedNodesTest, TheShadersLookupFindsTheDeepestNodeAtEachPoint) {
                 }
                 expected = expected.child(child);
             }
-            ASSERT_EQ(lodLevel(published, texel, position), expected.level()) << published.nodes[texel].id.name();
+            ASSERT_EQ(lodLevel(published, texel, position), expected.level())
+                << published.nodes[texel].id.name();
             deepest = std::max(deepest, expected.level());
         }
     }
@@ -93,12 +94,14 @@ TEST(PublishedNodesTest, AFullLevelReachesOffsetsOfTwoBytes) {
     const PublishedNodes published = publish(ids);
     const std::size_t last = 1 + 8 + 63;  // r77, whose children are the last eight of 585.
     EXPECT_EQ(published.nodes[last].id.name(), "r77");
-    EXPECT_EQ(published.nodeTable[last], (PublishedNodes::Texel{0xff, (577 - 72) >> 8, (577 - 72) & 0xff, 0}));
+    EXPECT_EQ(published.nodeTable[last],
+              (PublishedNodes::Texel{0xff, (577 - 72) >> 8, (577 - 72) & 0xff, 0}));
 }
 
 TEST(PublishedNodesTest, ANodeWithoutItsParentIsInNoMask) {
     const OctreeNodeId root{};
-    const PublishedNodes published = publish({root, root.child(2), root.child(3).child(1), root.child(2).child(7)});
+    const PublishedNodes published =
+        publish({root, root.child(2), root.child(3).child(1), root.child(2).child(7)});
     ASSERT_EQ(published.nodes[3].id.name(), "r31");
     EXPECT_EQ(published.nodeTable[0], (PublishedNodes::Texel{1 << 2, 0, 1, 0}));
     EXPECT_EQ(published.nodeTable[1], (PublishedNodes::Texel{1 << 7, 0, 1, 0}));

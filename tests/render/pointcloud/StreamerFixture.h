@@ -29,15 +29,17 @@ protected:
         return std::make_shared<SyntheticOctree>(std::move(shape));
     }
 
-    std::unique_ptr<Streamer> streamerOf(const std::shared_ptr<SyntheticOctree>& source, std::size_t budget = 1000000,
-                                         std::size_t rendererId = nextId()) {
+    std::unique_ptr<Streamer> streamerOf(const std::shared_ptr<SyntheticOctree>& source,
+                                         std::size_t budget = 1000000, std::size_t rendererId = nextId()) {
         auto streamer = std::make_unique<Streamer>(SyntheticOctree::open(source), budget);
         streamer->attach(rendererId, nextId(), camera, [this] { ++publications; });
         streamer->setPriorityThreshold(1.0f);
         return streamer;
     }
 
-    static void walk(Streamer& streamer, std::size_t maxLevel = 21) { streamer.reloadPoints(nullptr, maxLevel, {}); }
+    static void walk(Streamer& streamer, std::size_t maxLevel = 21) {
+        streamer.reloadPoints(nullptr, maxLevel, {});
+    }
 
     static std::set<std::string> published(Streamer& streamer) {
         streamer.acquirePublication();

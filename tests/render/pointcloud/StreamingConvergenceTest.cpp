@@ -17,8 +17,9 @@ constexpr std::size_t pointsPerNode = 10;
 
 class StreamingConvergenceTest : public TestSupport::StreamerFixture {
 protected:
-    static SyntheticOctreeShape shape() { 
-        return {.depth = 4, .childMask = 0xef, .pointsPerNode = pointsPerNode};  // 2801 nodes: one publication.
+    static SyntheticOctreeShape shape() {
+        return {
+            .depth = 4, .childMask = 0xef, .pointsPerNode = pointsPerNode};  // 2801 nodes: one publication.
     }
 
     float any(float low, float high) { return std::uniform_real_distribution<float>(low, high)(random); }
@@ -60,7 +61,8 @@ protected:
         const Render::WalkParameters parameters = streamer.parameters();
         std::map<std::string, float> result{{"r", NodePriority::keep().priority()}};
         for (const OctreeNodeId id : source.allNodes()) {
-            const NodePriority priority = parameters.boundingBoxPriority(id.level(), octree->boundingCube(id));
+            const NodePriority priority =
+                parameters.boundingBoxPriority(id.level(), octree->boundingCube(id));
             if (!id.isRoot() && result.contains(id.parent().name()) && !priority.isDiscarded()) {
                 result.emplace(id.name(), priority.priority());
             }
@@ -68,10 +70,11 @@ protected:
         return result;
     }
 
-    /// With room for all, exactly the candidates are published. Else as many as fit, and they are the most important
-    /// ones: only at the edge of the budget may it be others, because nodes within the tolerance of priorities are
-    /// ordered by distance. That order is not transitive, so which of such a group stays depends on the order in which
-    /// they came, and in a heap of 2^n nodes up to n such comparisons may add up.
+    /// With room for all, exactly the candidates are published. Else as many as fit, and they are the most
+    /// important ones: only at the edge of the budget may it be others, because nodes within the tolerance of
+    /// priorities are ordered by distance. That order is not transitive, so which of such a group stays
+    /// depends on the order in which they came, and in a heap of 2^n nodes up to n such comparisons may add
+    /// up.
     static void expectMostImportant(const std::set<std::string>& published,
                                     const std::map<std::string, float>& candidates, std::size_t budget) {
         // Up to the budget inclusive, and with room to spare strictly below it.

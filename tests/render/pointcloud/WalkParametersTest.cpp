@@ -1,7 +1,7 @@
-#include <Eigen/Geometry>
 #include <gtest/gtest.h>
 #include <render/pointcloud/LocationPalette.h>
 #include <render/pointcloud/WalkParameters.h>
+#include <Eigen/Geometry>
 
 #include <algorithm>
 #include <cmath>
@@ -18,7 +18,9 @@ using Render::WalkParameters;
 class ColorizationRangeTest : public testing::Test {
 protected:
     float any(float low, float high) { return std::uniform_real_distribution<float>(low, high)(random); }
-    Point<float, 3> anyPoint(float reach) { return {any(-reach, reach), any(-reach, reach), any(-reach, reach)}; }
+    Point<float, 3> anyPoint(float reach) {
+        return {any(-reach, reach), any(-reach, reach), any(-reach, reach)};
+    }
 
     void randomize() {
         Eigen::Affine3f world(Eigen::Translation3f(any(-50, 50), any(-50, 50), any(-50, 50)) *
@@ -83,7 +85,8 @@ TEST_F(ColorizationRangeTest, NoBoxWithAPointInTheMeshsRangeIsDropped) {
         dropped += needed ? 0 : 1;
         bool colored = false;
         for (int i = 0; i < 50; ++i) {
-            colored = colored || isColored(parameters.mesh->signedDistance(pointInBox()) * parameters.modelScale);
+            colored =
+                colored || isColored(parameters.mesh->signedDistance(pointInBox()) * parameters.modelScale);
         }
         ASSERT_TRUE(needed || !colored) << round;
     }
