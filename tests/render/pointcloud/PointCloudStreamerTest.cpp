@@ -281,6 +281,37 @@ TEST_F(PointCloudStreamerTest, MeshDistancesFollowMeshAndMatrixInWorldUnits) {
     EXPECT_EQ(source->readCount(), 9u);  // The vertices themselves came from the cache.
 }
 
+TEST_F(PointCloudStreamerTest, AMeshThatChangesDuringAWalkLeavesNoOldDistances) {
+    const auto source = sourceOf({.depth = 2, .pointsPerNode = 5});
+    const auto streamer = streamerOf(source);
+    const auto floor = [](float z) {
+        return std::make_shared<const Math::TriangleMesh<float>>(
+            std::vector<Math::Point<float, 3>>{{-1000, -1000, z}, {1000, -1000, z}, {0, 1000, z}},
+            std::vector<Math::TriangleMesh<float>::Triangle>{{0, 1, 2}});
+    };
+    std::promise<void> reading;
+    std::promise<void> goOn;
+    source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
+        if (++reads == 20) {
+            reading.set_value();
+            goOn.get_future().wait();
+        }
+    });
+    streamer->setMesh(floor(1.0f));
+    streamer->startAsyncReload(nullptr, 21);
+    reading.get_future().wait();
+    streamer->setMesh(floor(-2.0f));
+    goOn.set_value();
+    streamer->waitUntilIdle();
+    ASSERT_EQ(published(*streamer).size(), 73u);
+    for (const Render::PublishedNode& node : streamer->publication().nodes) {
+        for (std::size_t i = 0; i < 5; ++i) {
+            const auto& vertex = node.vertices->vertices.data()[i];
+            EXPECT_NEAR(vertex.distance, vertex.position.z() + 2.0f, 1e-3f);
+        }
+    }
+}
+
 TEST_F(PointCloudStreamerTest, CloudsOfOneRendererShareTheBudget) {
     const std::size_t renderer = nextId();
     const auto near = streamerOf(sourceOf({.depth = 1, .pointsPerNode = 10}), 101, renderer);
