@@ -243,15 +243,8 @@ TEST_F(View, LegendShowsTheColorsUpright) {
 TEST_F(View, SettingsReachSeveralStoresAsOne) {
     const Words traffic{L"--plane",       L"0,0,1,-186",  L"--range", L"-20,40", L"--color-map",
                         L"traffic-light", L"--pass-fail", L"-3,9",    L"--warn", L"-1,3"};
-    Words mesh{traffic};
-    mesh[0] = L"--mesh";
-    mesh[1] = L"level.obj";
-    std::ofstream(folder() / "level.obj")
-        << "v 432400 5412200 186\nv 432800 5412200 186\nv 432800 5412600 186\n"
-           "v 432400 5412600 186\nf 1 2 3 4\n";
     const ColorImage plain = picture({});
-    for (const Words& settings : {traffic, mesh, Words{L"--auto-contrast"}, Words{L"--brightness", L"-0.2"},
-                                  Words{L"--opacity", L"0.5"}}) {
+    for (const Words& settings : {traffic, Words{L"--auto-contrast"}}) {
         Words twice{L"site"};
         twice.insert(twice.end(), settings.begin(), settings.end());
         const ColorImage one = picture(settings);
