@@ -1,5 +1,7 @@
 #include <graphics/ColorImage.h>
 
+#include <graphics/ImageError.h>
+#include <graphics/Jpeg.h>
 #include <graphics/Png.h>
 
 #include <cstring>
@@ -26,11 +28,27 @@ void ColorImage::writePng(const std::filesystem::path& file) const {
     Png::write(file, Png::Format::Bgra8, width(), height(), stride(), data());
 }
 
+ColorImage ColorImage::read(const std::filesystem::path& file) {
+    const ImageKind kind = imageKind(file);
+    if (kind == ImageKind::Png) {
+        return readPng(file);
+    }
+    if (kind != ImageKind::Jpeg) {
+        throw ImageError(file, "cannot be read: it is neither a PNG nor a JPEG file");
+    }
+    ColorImage image;
+    Jpeg::read(file, [&image](size_t width, size_t height) {
+        image.resize(width, height);
+        return RowDestination{image.data(), image.stride()};
+    });
+    return image;
+}
+
 ColorImage ColorImage::readPng(const std::filesystem::path& file) {
     ColorImage image;
     Png::read(file, Png::Format::Bgra8, [&image](size_t width, size_t height) {
         image.resize(width, height);
-        return Png::Destination{image.data(), image.stride()};
+        return RowDestination{image.data(), image.stride()};
     });
     return image;
 }

@@ -25,6 +25,11 @@ public:
     /// Writes an 8-bit RGBA file. The file appears complete or not at all. Throws ImageError.
     void writePng(const std::filesystem::path& file) const;
 
+    /// Reads a PNG of any kind or a JPEG, grey or coloured, baseline or progressive; told apart by their
+    /// contents. CMYK files are refused, and a noted orientation is not applied. Throws ImageError, also for
+    /// damaged files, sides above 65535 and more than 2^28 texels.
+    static ColorImage read(const std::filesystem::path& file);
+
     /// Reads a PNG of any kind. Throws ImageError, also for sides above 65535 or more than 2^28 texels.
     static ColorImage readPng(const std::filesystem::path& file);
 };

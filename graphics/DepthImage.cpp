@@ -1,10 +1,13 @@
 #include <graphics/DepthImage.h>
 
+#include <graphics/ImageError.h>
+#include <graphics/Pfm.h>
 #include <graphics/Png.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <stdexcept>
 #include <vector>
 
 namespace Graphics {
@@ -17,6 +20,33 @@ constexpr float GRAY_MAX = 65535.0f;
 
 uint16_t toGray(float depth) {
     return depth > 0.0f ? static_cast<uint16_t>(std::lround(std::min(depth, 1.0f) * GRAY_MAX)) : uint16_t{0};
+}
+
+constexpr double MILLIMETERS_PER_METER = 1000.0;
+
+float measured(double distance) {
+    const bool isInRange = distance > 0.0 && distance <= DepthImage::NOT_MEASURED;
+    const float rounded = isInRange ? static_cast<float>(distance) : 0.0f;
+    return rounded > 0.0f ? rounded : DepthImage::NOT_MEASURED;
+}
+
+/// The row holds 16-bit numbers in its first half.
+void spreadMillimeters(uint8_t* row, size_t width, double unitsPerMeter) {
+    for (size_t x = width; x-- > 0;) {  // From the end, which does not overtake what is still unread.
+        uint16_t millimeters = 0;
+        std::memcpy(&millimeters, row + x * sizeof millimeters, sizeof millimeters);
+        const float distance = measured(millimeters / MILLIMETERS_PER_METER * unitsPerMeter);
+        std::memcpy(row + x * sizeof distance, &distance, sizeof distance);
+    }
+}
+
+void scaleMeters(uint8_t* row, size_t width, double unitsPerMeter) {
+    for (size_t x = 0; x < width; ++x) {
+        float distance = 0.0f;
+        std::memcpy(&distance, row + x * sizeof distance, sizeof distance);
+        distance = measured(distance * unitsPerMeter);
+        std::memcpy(row + x * sizeof distance, &distance, sizeof distance);
+    }
 }
 
 }  // namespace
@@ -52,11 +82,39 @@ DepthImage DepthImage::readPng(const std::filesystem::path& file) {
     Png::read(file, Png::Format::LinearGray16, [&](size_t width, size_t height) {
         image.resize(width, height);
         gray.resize(width * height);
-        return Png::Destination{gray.data(), width * sizeof(uint16_t)};
+        return RowDestination{gray.data(), width * sizeof(uint16_t)};
     });
     for (size_t y = 0; y < image.height(); ++y) {
         for (size_t x = 0; x < image.width(); ++x) {
             image.setPixel(x, y, static_cast<float>(gray[y * image.width() + x]) / GRAY_MAX);
+        }
+    }
+    return image;
+}
+
+DepthImage DepthImage::readDistances(const std::filesystem::path& file, double unitsPerMeter) {
+    if (!std::isfinite(unitsPerMeter) || unitsPerMeter <= 0.0) {
+        throw std::invalid_argument("Distances need a unit that is finite and above 0");
+    }
+    DepthImage image;
+    const AllocateRows allocate = [&image](size_t width, size_t height) {
+        image.resize(width, height);
+        return RowDestination{image.data(), image.stride()};
+    };
+    const ImageKind kind = imageKind(file);
+    if (kind == ImageKind::Png) {
+        Png::readGray16(file, allocate);
+    } else if (kind == ImageKind::Pfm) {
+        Pfm::read(file, allocate);
+    } else {
+        throw ImageError(file, "distances need a 16-bit grey PNG file or a portable float map");
+    }
+    for (size_t y = 0; y < image.height(); ++y) {
+        uint8_t* row = image.data() + y * image.stride();
+        if (kind == ImageKind::Png) {
+            spreadMillimeters(row, image.width(), unitsPerMeter);
+        } else {
+            scaleMeters(row, image.width(), unitsPerMeter);
         }
     }
     return image;

@@ -3,6 +3,7 @@
 #include <core/Export.h>
 #include <graphics/Image.h>
 
+#include <cfloat>
 #include <filesystem>
 
 namespace Graphics {
@@ -10,6 +11,9 @@ namespace Graphics {
 /// Texels of one 32-bit float.
 class LUMARO_API DepthImage : public Image {
 public:
+    /// In place of a distance that is unknown.
+    static constexpr float NOT_MEASURED = FLT_MAX;
+
     DepthImage() = default;
 
     /// All zero.
@@ -28,6 +32,12 @@ public:
     /// Reads the same mapping back; other PNG files become their linear luminance. Limits and errors as
     /// ColorImage::readPng.
     static DepthImage readPng(const std::filesystem::path& file);
+
+    /// Reads distances, exactly: a PNG of one 16-bit grey channel in millimetres, whatever gamma it declares,
+    /// or a portable float map ("Pf") in metres; told apart by their contents. Each is multiplied by
+    /// unitsPerMeter; what is 0, negative or not finite becomes NOT_MEASURED. Throws ImageError, also for
+    /// other kinds of files, and std::invalid_argument unless unitsPerMeter is finite and above 0.
+    static DepthImage readDistances(const std::filesystem::path& file, double unitsPerMeter = 1.0);
 };
 
 }  // namespace Graphics

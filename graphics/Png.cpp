@@ -4,11 +4,11 @@
 
 #include <png.h>
 
-#include <cerrno>
-#include <cstdio>
+#include <bit>
+#include <csetjmp>
+#include <cstdint>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <random>
 #include <string>
 #include <system_error>
@@ -17,26 +17,10 @@ namespace Graphics::Png {
 
 namespace {
 
-constexpr size_t MAX_SIDE = 65535;
-constexpr size_t MAX_TEXELS = size_t{1} << 28;
-
-struct CloseFile {
-    void operator()(std::FILE* stream) const { std::fclose(stream); }
-};
-using Stream = std::unique_ptr<std::FILE, CloseFile>;
-
-Stream open(const std::filesystem::path& file, bool forWriting) {
-    errno = 0;
-#if defined(_WIN32)
-    return Stream(_wfopen(file.c_str(), forWriting ? L"wb" : L"rb"));
-#else
-    return Stream(std::fopen(file.c_str(), forWriting ? "wb" : "rb"));
-#endif
-}
-
-std::string lastError() {
-    return std::generic_category().message(errno);
-}
+/// What deflate reaches at best, for texels of one bit.
+constexpr size_t MAX_DEFLATE_RATIO = 1032;
+constexpr size_t MAX_TEXELS_PER_BYTE = MAX_DEFLATE_RATIO * 8;
+constexpr size_t MAX_GRAY16_PER_BYTE = MAX_DEFLATE_RATIO / 2;
 
 /// libpng's simplified interface with its memory: failures come back as a text, never as a jump.
 class Codec {
@@ -70,12 +54,71 @@ png_int_32 componentStride(const std::filesystem::path& file, Format format, siz
     return static_cast<png_int_32>(components);
 }
 
-void checkSize(const std::filesystem::path& file, size_t width, size_t height) {
-    if (width == 0 || height == 0 || width > MAX_SIDE || height > MAX_SIDE || width * height > MAX_TEXELS) {
-        throw ImageError(file, "a size of " + std::to_string(width) + " x " + std::to_string(height) +
-                                   " is not supported");
+/// libpng without conversions. Errors jump back into the two functions that return false; nothing with a
+/// destructor may live in those.
+class RawDecoder {
+public:
+    explicit RawDecoder(std::FILE* stream) : mStream(stream) {}
+    ~RawDecoder() { png_destroy_read_struct(&mPng, &mInfo, nullptr); }
+    RawDecoder(const RawDecoder&) = delete;
+    RawDecoder& operator=(const RawDecoder&) = delete;
+
+    size_t width() const { return png_get_image_width(mPng, mInfo); }
+    size_t height() const { return png_get_image_height(mPng, mInfo); }
+    int channels() const { return png_get_channels(mPng, mInfo); }
+    int bitDepth() const { return png_get_bit_depth(mPng, mInfo); }
+    bool hasPalette() const { return png_get_color_type(mPng, mInfo) == PNG_COLOR_TYPE_PALETTE; }
+    const char* message() const { return mMessage; }
+
+    bool readHeader() {
+        if (setjmp(mLeave) != 0) {
+            return false;
+        }
+        mPng = png_create_read_struct(PNG_LIBPNG_VER_STRING, this, onError, onWarning);
+        mInfo = mPng != nullptr ? png_create_info_struct(mPng) : nullptr;
+        if (mInfo == nullptr) {
+            std::snprintf(mMessage, sizeof mMessage, "the decoder could not be made");
+            return false;
+        }
+        png_init_io(mPng, mStream);
+        png_read_info(mPng, mInfo);
+        return true;
     }
-}
+
+    bool readRows(const RowDestination& destination) {
+        if (setjmp(mLeave) != 0) {
+            return false;
+        }
+        if (std::endian::native == std::endian::little) {
+            png_set_swap(mPng);
+        }
+        const int passes = png_set_interlace_handling(mPng);
+        png_read_update_info(mPng, mInfo);
+        const size_t rows = height();
+        for (int pass = 0; pass < passes; ++pass) {
+            for (size_t y = 0; y < rows; ++y) {
+                png_read_row(mPng, static_cast<png_bytep>(destination.texels) + y * destination.strideBytes,
+                             nullptr);
+            }
+        }
+        png_read_end(mPng, nullptr);
+        return true;
+    }
+
+private:
+    static void onError(png_structp png, png_const_charp message) {
+        RawDecoder* decoder = static_cast<RawDecoder*>(png_get_error_ptr(png));
+        std::snprintf(decoder->mMessage, sizeof decoder->mMessage, "%s", message);
+        std::longjmp(decoder->mLeave, 1);
+    }
+    static void onWarning(png_structp, png_const_charp) {}
+
+    std::FILE* mStream;
+    png_structp mPng = nullptr;
+    png_infop mInfo = nullptr;
+    std::jmp_buf mLeave;
+    char mMessage[128] = "";
+};
 
 /// A file that disappears unless it is moved to its target.
 class TemporaryFile {
@@ -110,11 +153,11 @@ private:
 
 void write(const std::filesystem::path& file, Format format, size_t width, size_t height, size_t strideBytes,
            const void* texels) {
-    checkSize(file, width, height);
+    checkImageSize(file, width, height);
     TemporaryFile temporary(file);
-    Stream stream = open(temporary.path(), true);
+    FileStream stream = createImageFile(temporary.path());
     if (!stream) {
-        throw ImageError(file, "cannot be created: " + lastError());
+        throw ImageError(file, "cannot be created: " + lastFileError());
     }
     Codec codec;
     codec.image().width = static_cast<png_uint_32>(width);
@@ -125,29 +168,42 @@ void write(const std::filesystem::path& file, Format format, size_t width, size_
         throw ImageError(file, "cannot be written: " + codec.message());
     }
     if (std::fclose(stream.release()) != 0) {
-        throw ImageError(file, "cannot be written: " + lastError());
+        throw ImageError(file, "cannot be written: " + lastFileError());
     }
     temporary.moveTo(file);
 }
 
-void read(const std::filesystem::path& file, Format format,
-          const std::function<Destination(size_t width, size_t height)>& allocate) {
-    const Stream stream = open(file, false);
-    if (!stream) {
-        throw ImageError(file, "cannot be opened: " + lastError());
-    }
+void read(const std::filesystem::path& file, Format format, const AllocateRows& allocate) {
+    const FileStream stream = openImageFile(file);
     Codec codec;
     if (png_image_begin_read_from_stdio(&codec.image(), stream.get()) == 0) {
         throw ImageError(file, "cannot be read: " + codec.message());
     }
-    checkSize(file, codec.image().width, codec.image().height);
+    checkImageSize(file, codec.image().width, codec.image().height, MAX_TEXELS_PER_BYTE);
     codec.setFormat(format);
-    const Destination destination = allocate(codec.image().width, codec.image().height);
+    const RowDestination destination = allocate(codec.image().width, codec.image().height);
     // The black background counts for transparent files read as grey only.
     const png_color background = {0, 0, 0};
     if (png_image_finish_read(&codec.image(), &background, destination.texels,
                               componentStride(file, format, destination.strideBytes), nullptr) == 0) {
         throw ImageError(file, "cannot be read: " + codec.message());
+    }
+}
+
+void readGray16(const std::filesystem::path& file, const AllocateRows& allocate) {
+    const FileStream stream = openImageFile(file);
+    RawDecoder decoder(stream.get());
+    if (!decoder.readHeader()) {
+        throw ImageError(file, std::string("cannot be read: ") + decoder.message());
+    }
+    if (decoder.channels() != 1 || decoder.bitDepth() != 16 || decoder.hasPalette()) {
+        throw ImageError(
+            file, "one channel of 16 bits is needed, found " + std::to_string(decoder.channels()) + " of " +
+                      std::to_string(decoder.bitDepth()) + (decoder.hasPalette() ? " with a palette" : ""));
+    }
+    checkImageSize(file, decoder.width(), decoder.height(), MAX_GRAY16_PER_BYTE);
+    if (!decoder.readRows(allocate(decoder.width(), decoder.height()))) {
+        throw ImageError(file, std::string("cannot be read: ") + decoder.message());
     }
 }
 

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <filesystem>
-#include <functional>
+#include <graphics/ImageFile.h>
 
 namespace Graphics::Png {
 
@@ -17,15 +14,11 @@ enum class Format {
 void write(const std::filesystem::path& file, Format format, size_t width, size_t height, size_t strideBytes,
            const void* texels);
 
-/// Where read() shall put the rows.
-struct Destination {
-    void* texels;
-    size_t strideBytes;
-};
+/// Reads a file of any PNG kind, converted to the format. Throws ImageError.
+void read(const std::filesystem::path& file, Format format, const AllocateRows& allocate);
 
-/// Reads a file of any PNG kind, converted to the format. allocate(width, height) is called once the header
-/// was read and its size found acceptable. Throws ImageError.
-void read(const std::filesystem::path& file, Format format,
-          const std::function<Destination(size_t width, size_t height)>& allocate);
+/// Reads a file of one 16-bit grey channel, and no other, as one uint16_t a texel: the very numbers in the
+/// file, whatever gamma it declares. Throws ImageError.
+void readGray16(const std::filesystem::path& file, const AllocateRows& allocate);
 
 }  // namespace Graphics::Png

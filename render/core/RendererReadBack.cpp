@@ -20,6 +20,10 @@ void Renderer::readBack(Texture2d& staging, const Texture2d& source, Image& imag
     std::memcpy(image.data(), mapping->pData, mapping->DepthPitch);
 }
 
+ID3D11Texture2D* Renderer::outputTexture() const {
+    return mOutputPass.texture("color").get();
+}
+
 void Renderer::getColorImage(Graphics::ColorImage& image) {
     readBack(mColorStaging, mOutputPass.texture("color"), image);
 }

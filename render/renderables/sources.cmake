@@ -1,2 +1,27 @@
-set(LUMARO_RENDERABLES_SOURCES GroupRenderable.cpp Thumbnail.cpp)
-    set(LUMARO_RENDERABLES_HEADERS GroupRenderable.h Thumbnail.h)
+set(LUMARO_RENDERABLES_STREAMING_SOURCES
+    LineBuffer.cpp
+    MeshLoader.cpp
+    ObjLines.cpp
+    ObjMeshLoader.cpp
+    PanoLoading.cpp
+    PanoTiles.cpp)
+set(LUMARO_RENDERABLES_STREAMING_HEADERS
+    LineBuffer.h
+    MeshLoader.h
+    ObjLines.h
+    ObjMeshLoader.h
+    PanoConstants.h
+    PanoLoading.h
+    PanoTiles.h)
+set(LUMARO_RENDERABLES_SOURCES
+    GroupRenderable.cpp
+    MeshRenderable.cpp
+    PanoGpu.cpp
+    PanoRenderable.cpp
+    Thumbnail.cpp)
+set(LUMARO_RENDERABLES_HEADERS
+    GroupRenderable.h
+    MeshRenderable.h
+    PanoGpu.h
+    PanoRenderable.h
+    Thumbnail.h)

@@ -1,0 +1,113 @@
+#include <core/File.h>
+#include <render/renderables/LineBuffer.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace Render {
+
+namespace {
+
+bool isLineEnd(char c) {
+    return c == '\n' || c == '\r';
+}
+
+}  // namespace
+
+LineBuffer::LineBuffer(const std::filesystem::path& file)
+    : mName(Core::pathToUtf8(file)), mBuffer(2 * maxLineLength) {
+    // Some systems open a folder.
+    std::error_code code;
+    if (!std::filesystem::is_directory(file, code)) {
+        mFile.open(file, std::ios::binary);
+    }
+}
+
+void LineBuffer::fail(const std::string& what) const {
+    throw std::runtime_error(mName + ", line " + std::to_string(mLineNumber) + ": " + what);
+}
+
+std::string_view LineBuffer::withoutBlanksBefore(std::string_view text) {
+    text.remove_prefix(
+        static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isBlank) - text.begin()));
+    return text;
+}
+
+bool LineBuffer::startsWith(std::string_view line, std::string_view keyword) {
+    return line.starts_with(keyword) && line.size() > keyword.size() && isBlank(line[keyword.size()]);
+}
+
+bool LineBuffer::hasEndlessExponent(std::string_view line) {
+    constexpr std::size_t tooMany = 10;
+    for (std::size_t e = line.find_first_of("eE"); e != std::string_view::npos;
+         e = line.find_first_of("eE", e + 1)) {
+        if (e == 0 || (!isDigit(line[e - 1]) && line[e - 1] != '.')) {
+            continue;
+        }
+        std::string_view digits = line.substr(e + 1);
+        if (digits.starts_with('+') || digits.starts_with('-')) {
+            digits.remove_prefix(1);
+        }
+        digits = digits.substr(0, tooMany);
+        if (digits.size() == tooMany && std::all_of(digits.begin(), digits.end(), isDigit)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+LineBuffer::int_type LineBuffer::underflow() {
+    for (;;) {
+        ++mLineNumber;
+        const std::size_t length = nextLine();
+        if (length == 0) {
+            return traits_type::eof();
+        }
+        char* const first = mBuffer.data() + mBegin;
+        mBegin += length;
+        char* const last = mBuffer.data() + mBegin;
+        char* const end = std::find_if(first, last, isLineEnd);
+        const std::string_view line(first, static_cast<std::size_t>(std::find(first, end, '\0') - first));
+        char* const shown = admits(withoutBlanksBefore(line)) ? first : end;
+        if (shown != last) {
+            setg(shown, shown, last);
+            return traits_type::to_int_type(*shown);
+        }
+    }
+}
+
+/// The length of the line at mBegin with its end; 0 at the end of the file.
+std::size_t LineBuffer::nextLine() {
+    std::size_t scanned = 0;
+    for (;;) {
+        const char* const begin = mBuffer.data() + mBegin;
+        const char* const end = mBuffer.data() + mEnd;
+        const char* const stop = std::find_if(begin + scanned, end, isLineEnd);
+        scanned = static_cast<std::size_t>(stop - begin);
+        if (scanned > maxLineLength) {
+            fail("longer than " + std::to_string(maxLineLength) + " bytes");
+        }
+        // Whether a carriage return stands alone shows in the byte after it.
+        if (stop != end && (*stop == '\n' || stop + 1 != end)) {
+            return scanned + (*stop == '\r' && stop[1] == '\n' ? 2 : 1);
+        }
+        if (!readMore()) {
+            return mEnd - mBegin;
+        }
+    }
+}
+
+bool LineBuffer::readMore() {
+    std::copy(mBuffer.data() + mBegin, mBuffer.data() + mEnd, mBuffer.data());
+    mEnd -= std::exchange(mBegin, 0);
+    mFile.read(mBuffer.data() + mEnd, static_cast<std::streamsize>(mBuffer.size() - mEnd));
+    if (mFile.bad()) {
+        fail("cannot be read");
+    }
+    mEnd += static_cast<std::size_t>(mFile.gcount());
+    return mFile.gcount() > 0;
+}
+
+}  // namespace Render

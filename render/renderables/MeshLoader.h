@@ -1,0 +1,38 @@
+#pragma once
+
+#include <core/Export.h>
+#include <math/Point.h>
+#include <render/gpu/VertexTypes.h>
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace Render {
+
+/// Where the triangles of a mesh come from. A host may derive its own.
+class LUMARO_API MeshLoader {
+public:
+    /// Receives one part of the mesh: three vertices a triangle.
+    using OnPart = std::function<void(const std::vector<VertexPosNormalTexCoordColor>& vertices)>;
+
+    MeshLoader() = default;
+    MeshLoader(const MeshLoader&) = default;
+    MeshLoader& operator=(const MeshLoader&) = default;
+    virtual ~MeshLoader();
+
+    /// Delivers the whole mesh part by part in the caller's thread, and returns when it is complete. May be
+    /// called again. What it throws, or onPart, leaves the mesh incomplete.
+    virtual void load(OnPart onPart) = 0;
+
+    /// The faces of a Wavefront OBJ file with the colours of its vertices, one part a shape, relative to
+    /// `origin`: coordinates are read and moved in double, so that those of a survey keep their digits.
+    /// Polygons are cut into triangles; lines, points and materials do not count. A face that lacks a normal
+    /// is flat. Nothing is read before load(), which throws std::runtime_error naming the file when it cannot
+    /// be read, is damaged or has lines of unreasonable length, and prints the reader's warnings.
+    static std::shared_ptr<MeshLoader> fromObjFile(const std::filesystem::path& file,
+                                                   const Math::Point<double, 3>& origin = {0, 0, 0});
+};
+
+}  // namespace Render

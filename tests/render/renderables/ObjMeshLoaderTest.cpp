@@ -1,0 +1,286 @@
+#include <core/File.h>
+#include <gtest/gtest.h>
+#include <math/NBoundingBox.h>
+#include <render/renderables/LineBuffer.h>
+#include <render/renderables/ObjMeshLoader.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Math::Color;
+using Render::LineBuffer;
+using Vertex = Render::VertexPosNormalTexCoordColor;
+using Part = std::vector<Vertex>;
+using P = Math::Point<float, 3>;
+using UV = Math::Point<float, 2>;
+
+std::vector<Part> load(const std::filesystem::path& file, const Math::Point<double, 3>& origin = {}) {
+    std::vector<Part> parts;
+    Render::MeshLoader::fromObjFile(file, origin)->load([&](const Part& part) { parts.push_back(part); });
+    return parts;
+}
+
+std::string repeated(const std::string& text, std::size_t times) {
+    std::string result;
+    for (std::size_t i = 0; i < times; ++i) {
+        result += text;
+    }
+    return result;
+}
+
+const std::string triangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
+
+class ObjMeshLoaderTest : public testing::Test {
+protected:
+    ObjMeshLoaderTest() {
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+    }
+    ~ObjMeshLoaderTest() override { std::filesystem::remove_all(folder); }
+
+    std::filesystem::path write(const std::filesystem::path& name, const std::string& content) const {
+        std::ofstream(folder / name, std::ios::binary) << content;
+        return folder / name;
+    }
+    std::vector<Part> loadText(const std::string& content, const Math::Point<double, 3>& origin = {}) const {
+        return load(write("mesh.obj", content), origin);
+    }
+    /// What load() throws; no part may have come before.
+    static std::string errorOf(const std::filesystem::path& file) {
+        try {
+            Render::ObjMeshLoader(file).load([](const Part&) { ADD_FAILURE() << "a part of a bad file"; });
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "none";
+    }
+    void expectError(const std::string& content, const std::string& what) const {
+        const std::filesystem::path file = write("mesh.obj", content);
+        const std::string error = errorOf(file);
+        EXPECT_NE(error.find(what), std::string::npos) << error;
+        EXPECT_NE(error.find(Core::pathToUtf8(file)), std::string::npos) << error;
+    }
+    std::size_t trianglesOf(const std::string& content) const {
+        std::size_t vertices = 0;
+        for (const Part& part : loadText(content)) {
+            vertices += part.size();
+        }
+        return vertices / 3;
+    }
+
+    std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / std::filesystem::path(u8"lumaro-obj-\u00e4\u65e5");
+};
+
+TEST_F(ObjMeshLoaderTest, CornersCarryPositionNormalTextureCoordinateAndColor) {
+    const auto parts = loadText(
+        "v 0 0 5 0 0.5 1\nv 2 0 5 1 1.2 -0.5\nv 0 3 5 1e30 1 0\n"
+        "vt 0.25 0.75\nvn 0 0 -7\nvn 1 0 0\n"
+        "f 1/1/1 2//2 3/1/1\nf 3//1 2/1 1/1/2\n");
+    ASSERT_EQ(parts.size(), 1u);
+    ASSERT_EQ(parts[0].size(), 6u);
+    const Part& v = parts[0];
+    EXPECT_EQ(v[1].position, P(2, 0, 5));
+    EXPECT_EQ(v[0].normal, P(0, 0, -7)) << "as in the file";
+    EXPECT_EQ(v[1].normal, P(1, 0, 0));
+    EXPECT_EQ(v[0].texCoord, UV(0.25f, 0.75f));
+    EXPECT_EQ(v[1].texCoord, UV(0, 0));
+    EXPECT_EQ(v[0].color, Color(0, 127, 255, 255));
+    EXPECT_EQ(v[1].color, Color(255, 50, 129, 255)) << "wrapped around";
+    EXPECT_EQ(v[2].color, Color(0, 255, 0, 255));
+    for (int i = 3; i < 6; ++i) {
+        EXPECT_EQ(v[static_cast<std::size_t>(i)].normal, P(0, 0, -1)) << "one corner lacked its normal";
+    }
+    EXPECT_EQ(loadText(triangle + "f 1 2 3")[0][2].color, Color::white(255));
+}
+
+TEST_F(ObjMeshLoaderTest, EveryShapeIsAPartInFileOrder) {
+    const auto parts = loadText(triangle +
+                                "v 1 1 0\nvn 0 0 1\n"
+                                "o lines\nl 1 2\nusemtl none\n"
+                                "o quad\nf 1 2 4 3\n"
+                                "g relative\nf -4 -3 -2//-1\n"
+                                "o last\nf -1/-7/-7 1 2\nf 1 2\n");
+    ASSERT_EQ(parts.size(), 4u);
+    EXPECT_TRUE(parts[0].empty());
+    EXPECT_EQ(parts[1].size(), 6u);
+    ASSERT_EQ(parts[2].size(), 3u);
+    EXPECT_EQ(parts[2][1].position, P(1, 0, 0));
+    ASSERT_EQ(parts[3].size(), 3u) << "two corners make no face";
+    EXPECT_EQ(parts[3][0].position, P(1, 1, 0));
+    Render::ObjMeshLoader loader(folder / "mesh.obj");
+    EXPECT_THROW(loader.load({}), std::bad_function_call);
+    EXPECT_TRUE(loadText("").empty());
+    EXPECT_TRUE(loadText("# nothing\n\n\t \n").empty());
+}
+
+TEST_F(ObjMeshLoaderTest, SurveyCoordinatesKeepTheirDigits) {
+    const auto parts = loadText(
+        "v 635619.125 4848899.6875 406.5\nv 635619.1875 4848899.6875 406.5\n"
+        "v 635619.125 4848899.75 406.53125\nf 1 2 3\n",
+        {635000, 4848000, 400});
+    EXPECT_EQ(parts[0][0].position, P(619.125f, 899.6875f, 6.5f));
+    EXPECT_EQ(parts[0][1].position, P(619.1875f, 899.6875f, 6.5f));
+    EXPECT_EQ(parts[0][2].position, P(619.125f, 899.75f, 6.53125f));
+}
+
+TEST_F(ObjMeshLoaderTest, NormalsOfFacesAreFiniteWhateverTheirSize) {
+    const auto normalOf = [&](const std::string& a, const std::string& b, const std::string& c) {
+        return loadText("v " + a + "\nv " + b + "\nv " + c + "\nf 1 2 3\n")[0][0].normal;
+    };
+    EXPECT_EQ(normalOf("0 0 0", "1 1 1", "2 2 2"), P(0, 0, 0));
+    EXPECT_EQ(normalOf("1 2 3", "1 2 3", "1 2 3"), P(0, 0, 0));
+    EXPECT_EQ(normalOf("0 0 0", "1e30 0 0", "0 1e30 0"), P(0, 0, 1));
+    EXPECT_EQ(normalOf("0 0 0", "1e-20 0 0", "0 0 1e-20"), P(0, -1, 0));
+    EXPECT_EQ(normalOf("0 0 0", "nan 4 0", "inf 0 2"), P(1, 0, 0)) << "what is no number reads as 0";
+}
+
+TEST_F(ObjMeshLoaderTest, BadFacesAreErrorsThatNameFileFaceAndIndex) {
+    EXPECT_EQ(trianglesOf(triangle + "f 1 2 4\nv 1 1\n"), 1u) << "what a face refers to may follow it";
+    expectError(triangle + "f 1 2 3\nf 1 2 99\n", "line 5: face 2 refers to vertex 99 of 3");
+    expectError(triangle + "f 1 2 3 99\n", "face 1 refers to vertex 99 of 3");
+    expectError(triangle + "f 1 2 3 99 2\n", "face 1 refers to vertex 99 of 3");
+    expectError(triangle + "f 1 2\t+99\n", "face 1 refers to vertex 99 of 3");
+    expectError("f -1 -2 -3\n" + triangle, "line 1: face 1 refers to vertex -1 of 0");
+    expectError(triangle + "vt 0 0\nf 1/1 2/2 3/1\n", "refers to texture coordinate 2 of 1");
+    expectError(triangle + "f 1//1 2//1 3//1\n", "refers to normal 1 of 0");
+    expectError(triangle + "f 4294967297 2 3\n", "refers to vertex 4294967297 of 3");
+    expectError(triangle + "f 1 99999999999999999999 3\n", "refers to vertex");
+    expectError(triangle + "f 1 2 -9223372036854775808\n", "refers to vertex");
+    expectError(triangle + "f 1/ 7 2 3\n", "face");
+    expectError(triangle + "f 0 1 2\n", "TinyObjReader: Failed parse `f' line");
+    expectError("v 0 0 1e2147483649\n", "line 1: the exponent");
+    expectError("v 1e39 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n", "too far away");
+}
+
+TEST_F(ObjMeshLoaderTest, AMissingFileIsNamedWithTheReadersText) {
+    EXPECT_EQ(errorOf(folder / "none.obj"),
+              "TinyObjReader: Cannot open file [" + Core::pathToUtf8(folder / "none.obj") + "]");
+    EXPECT_EQ(errorOf(folder), "TinyObjReader: Cannot open file [" + Core::pathToUtf8(folder) + "]");
+}
+
+TEST_F(ObjMeshLoaderTest, OnlyAnUnreasonableLineIsTooLong) {
+    std::string polygon = "f";
+    std::string corners;
+    for (int i = 0; i < 10000; ++i) {
+        corners += "v " + std::to_string(std::cos(i * 2e-4 * 3.14159265)) + ' ' +
+                   std::to_string(std::sin(i * 2e-4 * 3.14159265)) + " 0\n";
+        polygon += ' ' + std::to_string(i + 1) + "/1/1";
+    }
+    EXPECT_EQ(trianglesOf(corners + "vt 0 0\nvn 0 0 1\n" + polygon + '\n'), 9998u);
+    const std::string comment = "#" + std::string(LineBuffer::maxLineLength - 1, 'x');
+    EXPECT_EQ(trianglesOf(triangle + comment + "\r\n" + comment + "\nf 1 2 3"), 1u);
+    expectError(triangle + comment + "x\nf 1 2 3", "line 4: longer than");
+    expectError(triangle + comment + "xyz", "line 4: longer than");
+}
+
+TEST_F(ObjMeshLoaderTest, LinesEndAsOnAnySystem) {
+    // Long enough for line ends to fall on the borders of what is read at once.
+    for (const std::string end : {"\n", "\r\n", "\r"}) {
+        std::string content = "v 0 0 0" + end + "v 1 0 0" + end + "v 0 1 0" + end;
+        content += repeated("f 1 2 3" + end, 300000) + "f 1 2 9";
+        expectError(content, "line 300004: face 300001 refers to vertex 9 of 3");
+        content.back() = '3';
+        EXPECT_EQ(trianglesOf(content), 300001u);
+    }
+    EXPECT_EQ(trianglesOf(triangle + std::string("f 1 2 3\0 99\n", 12)), 1u);
+}
+
+TEST_F(ObjMeshLoaderTest, MaterialFilesAreReadFromTheFilesOwnFolderOrMissed) {
+    const auto loadWith = [&](const std::string& library) {
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(trianglesOf("mtllib " + library + '\n' + triangle + "usemtl red\nf 1 2 3"), 1u) << library;
+        return testing::internal::GetCapturedStdout();
+    };
+    write(u8"r\u00f6t.mtl", "newmtl green\nKd 0 1 0\nnewmtl red\nKd 1 1e99999999999 0\n");
+    std::filesystem::create_directory(folder / "folder.mtl");
+    const std::string found(reinterpret_cast<const char*>(u8"r\u00f6t.mtl"));
+    EXPECT_EQ(loadWith(found), "");
+    EXPECT_EQ(loadWith("none.mtl " + found).find("TinyObjReader: Material file [ none.mtl ] not found"), 0u);
+    const std::string absolute = Core::pathToUtf8(folder) + '/' + found;
+    for (const std::string& missing :
+         {std::string("none.mtl"), std::string("folder.mtl"), std::string("NUL"), absolute,
+          std::string("../../../../../../../../dev/zero"), std::string("\xff\xfe.mtl"), std::string(" "),
+          std::string(100000, 'x'), repeated("a ", 100000)}) {
+        EXPECT_EQ(loadWith(missing).find("TinyObjReader: Material file ["), 0u) << missing.substr(0, 20);
+    }
+}
+
+TEST_F(ObjMeshLoaderTest, HostileMaterialFilesAreErrorsOrHarmless) {
+    const std::string obj = "mtllib m.mtl\n" + triangle + "f 1 2 3\n";
+    const auto expectMaterialError = [&](const std::string& content, const std::string& what) {
+        const std::filesystem::path file = write("m.mtl", content);
+        const std::string error = errorOf(write("mesh.obj", obj));
+        EXPECT_NE(error.find(Core::pathToUtf8(file) + what), std::string::npos) << error;
+    };
+    expectMaterialError("newmtl a\nmap_Kd " + std::string(LineBuffer::maxLineLength, 'x'),
+                        ", line 2: longer than");
+    expectMaterialError(repeated(std::string(999, '#') + '\n', 20000), ": the material files");
+    // The reader's own record of a material takes kilobytes: this would be gigabytes.
+    write("m.mtl", repeated("newmtl a\n", 1000000));
+    EXPECT_EQ(trianglesOf(obj), 1u);
+    // Lines and points would be stored anew at each change of material.
+    write("m.mtl", "newmtl a\n");
+    EXPECT_EQ(trianglesOf("mtllib m.mtl\n" + triangle + "l" + repeated(" 1", 200000) + '\n' +
+                          repeated("usemtl a\nusemtl b\n", 50000) + "f 1 2 3\n"),
+              1u);
+    EXPECT_EQ(trianglesOf(repeated("t x 8192/8192/8192\n", 50000) + triangle + "f 1 2 3\n"), 1u);
+}
+
+TEST_F(ObjMeshLoaderTest, RealFilesHaveTheirTrianglesAndBounds) {
+    const char* given = std::getenv("LUMARO_DATA_DIR");
+    const std::filesystem::path data = given != nullptr ? given : LUMARO_DATA_DIR;
+    std::ifstream truthFile(data / "truth" / "obj.json");
+    if (!truthFile) {
+        GTEST_SKIP() << "needs real meshes in " << data;
+    }
+    using Names = std::set<std::string>;
+    const Names withoutTheirNormals{"tinyobj/catmark_torus_creases0.obj",
+                                    "tinyobj/smoothing-group-two-squares.obj"};
+    const Names withUnusedVertices{"tinyobj/issue-246-usemtl-whitespace.obj", "tinyobj/issue-330.obj"};
+    const Names withPolygonsTheReaderGivesUp{"tinyobj/issue-319-002.obj"};
+    std::size_t loaded = 0;
+    for (const auto& truth : nlohmann::json::parse(truthFile)) {
+        const std::string name = truth["file"];
+        const std::filesystem::path file = data / "obj" / name;
+        SCOPED_TRACE(file);
+        if (truth["outOfRangeFaces"] != 0 || truth["zeroIndexFaces"] != 0 ||
+            withoutTheirNormals.contains(name)) {
+            EXPECT_NE(errorOf(file).find(Core::pathToUtf8(file)), std::string::npos) << errorOf(file);
+            continue;
+        }
+        std::size_t triangles = 0;
+        Math::NBoundingBox<float, 3> box;
+        for (const Part& part : load(file)) {
+            triangles += part.size() / 3;
+            for (const Vertex& vertex : part) {
+                box.extend(vertex.position);
+                ASSERT_TRUE(std::isfinite(vertex.normal.squaredLength()));
+            }
+        }
+        if (!withPolygonsTheReaderGivesUp.contains(name)) {
+            EXPECT_EQ(triangles, truth["trianglesByFan"]);
+        }
+        if (triangles != 0 && truth["nonFiniteVertices"] == 0 && !withUnusedVertices.contains(name)) {
+            for (int i = 0; i < 3; ++i) {
+                const auto axis = static_cast<std::size_t>(i);
+                EXPECT_EQ(box.min[i], truth["bbox"]["min"][axis].get<float>());
+                EXPECT_EQ(box.max[i], truth["bbox"]["max"][axis].get<float>());
+            }
+        }
+        ++loaded;
+    }
+    EXPECT_GT(loaded, 50u);
+}
+
+}  // namespace
