@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         const PoTree::Metadata metadata = PoTree::Metadata::parse(text, "metadata.json");
         const PoTree::CoordinateGrid grid(metadata);
-        if (metadata.bytesPerPoint < 16 || !std::isfinite(grid.reference.squaredLength())) {
+        if (metadata.bytesPerPoint < 12 || !std::isfinite(grid.reference.squaredLength())) {
             std::abort();
         }
     } catch (const Octree::StoreError&) {

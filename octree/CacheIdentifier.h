@@ -4,13 +4,17 @@
 
 #include <cstddef>
 #include <functional>
+#include <vector>
 
 namespace Octree {
 
-/// What caches of decoded nodes are shared by: coordinates of one location differ with the unit scale.
+/// What caches of decoded nodes are shared by: coordinates of one location differ with the unit scale, and
+/// points come, go and change with external attributes.
 struct CacheIdentifier {
     Location location;
     double unitScale = 1.0;
+    /// In the order they were added.
+    std::vector<Location> externalAttributes = {};
 
     bool operator==(const CacheIdentifier&) const = default;
 };
@@ -20,7 +24,11 @@ struct CacheIdentifier {
 template <>
 struct std::hash<Octree::CacheIdentifier> {
     std::size_t operator()(const Octree::CacheIdentifier& identifier) const {
-        return std::hash<Octree::Location>()(identifier.location) * 31 +
-               std::hash<double>()(identifier.unitScale);
+        std::size_t result = std::hash<Octree::Location>()(identifier.location) * 31 +
+                             std::hash<double>()(identifier.unitScale);
+        for (const Octree::Location& external : identifier.externalAttributes) {
+            result = result * 31 + std::hash<Octree::Location>()(external);
+        }
+        return result;
     }
 };

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <core/Export.h>
+#include <octree/entwine/FileSystemLocation.h>
 #include <octree/potree/FileSystemLocation.h>
 
 #include <cstddef>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <variant>
@@ -16,20 +18,32 @@ public:
     /// No location; a cloud from a host's own NodeSource may have none.
     Location() = default;
     Location(const PoTree::FileSystemLocation& location) : mPlace(location) {}
+    Location(const Entwine::FileSystemLocation& location) : mPlace(location) {}
+
+    /// Finds out what a path is: a folder with a metadata.json (Potree 2.0) or an ept.json (Entwine), or one
+    /// of these files itself. Throws StoreError naming the path and what was looked for, or the kind of store
+    /// that it is where that kind is known but not read (Potree 1, COPC).
+    static Location fromPath(const std::filesystem::path& path);
 
     /// Whether a store of that kind is there now.
     bool exists() const;
     /// For messages and lists; empty for no location.
     std::string toString() const;
+    /// Empty for no location.
+    std::filesystem::path folder() const;
     /// nullptr when this is not a Potree store.
     const PoTree::FileSystemLocation* potree() const {
         return std::get_if<PoTree::FileSystemLocation>(&mPlace);
+    }
+    /// nullptr when this is not an Entwine store.
+    const Entwine::FileSystemLocation* entwine() const {
+        return std::get_if<Entwine::FileSystemLocation>(&mPlace);
     }
 
     bool operator==(const Location&) const = default;
 
 private:
-    std::variant<std::monostate, PoTree::FileSystemLocation> mPlace;
+    std::variant<std::monostate, PoTree::FileSystemLocation, Entwine::FileSystemLocation> mPlace;
 };
 
 }  // namespace Octree

@@ -1,5 +1,6 @@
 #include <octree/NodePointData.h>
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -29,6 +30,31 @@ void NodePointData::reset(std::size_t size) {
     mScanIndices.clear();
     mVisibilities.clear();
     mNormals.clear();
+}
+
+template <class T>
+void NodePointData::take(Attribute attribute, NodePointData& other, std::vector<T> NodePointData::*column) {
+    if (other.has(attribute) && !has(attribute)) {
+        set(attribute, this->*column, std::move(other.*column));
+    }
+}
+
+void NodePointData::merge(NodePointData&& other) {
+    if (other.mSize != mSize) {
+        throw std::invalid_argument("The columns of a node must have the same length");
+    }
+    if (has(Attribute::Visibility) && other.has(Attribute::Visibility)) {
+        std::transform(mVisibilities.begin(), mVisibilities.end(), other.mVisibilities.begin(),
+                       mVisibilities.begin(),
+                       [](std::uint8_t own, std::uint8_t others) { return own != 0 ? own : others; });
+    }
+    take(Attribute::Position, other, &NodePointData::mPositions);
+    take(Attribute::Color, other, &NodePointData::mColors);
+    take(Attribute::Intensity, other, &NodePointData::mIntensities);
+    take(Attribute::Classification, other, &NodePointData::mClassifications);
+    take(Attribute::ScanIndex, other, &NodePointData::mScanIndices);
+    take(Attribute::Visibility, other, &NodePointData::mVisibilities);
+    take(Attribute::Normal, other, &NodePointData::mNormals);
 }
 
 void NodePointData::setPositions(std::vector<Math::Point<double, 3>> column) {

@@ -70,9 +70,15 @@ public:
     void setVisibilities(std::vector<std::uint8_t> column);
     void setNormals(std::vector<Math::Point<float, 3>> column);
 
+    /// Takes over the columns that it wants and lacks. Where both have visibilities, a point is hidden that
+    /// is hidden in either. Another size throws std::invalid_argument.
+    void merge(NodePointData&& other);
+
 private:
     template <class T>
     void set(Attribute attribute, std::vector<T>& target, std::vector<T>&& column);
+    template <class T>
+    void take(Attribute attribute, NodePointData& other, std::vector<T> NodePointData::*column);
 
     unsigned mWanted;
     unsigned mPresent = 0;

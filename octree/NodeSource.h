@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <stop_token>
+#include <string>
 #include <vector>
 
 namespace Octree {
@@ -16,6 +17,8 @@ namespace Octree {
 /// What does not change about a store while it is open. Coordinates and lengths are absolute, in the store's
 /// unit.
 struct StoreFacts {
+    /// As the store names it: "BROTLI", "laszip" and the like; empty when there is nothing to name.
+    std::string encoding;
     /// Tight around the points.
     Math::NBoundingBox<double, 3> boundingBox;
     /// Of the root node; a child's is half of it along each axis.
@@ -27,6 +30,9 @@ struct StoreFacts {
     double spacing = 0.0;
     std::uint64_t pointCount = 0;
     std::vector<AttributeInfo> attributes;
+    /// Attribute values or'ed: the columns that nodes may have, for a source that serves as external
+    /// attributes. Visibility includes what NodeFacts says.
+    unsigned columns = NodePointData::ALL_ATTRIBUTES;
     /// False: all points come out white.
     bool hasColors = true;
 };

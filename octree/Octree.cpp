@@ -1,7 +1,10 @@
 #include <octree/ChildCube.h>
 #include <octree/Octree.h>
+#include <octree/StoreError.h>
+#include <octree/entwine/EntwineTree.h>
 #include <octree/potree/Store.h>
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 #include <utility>
@@ -10,9 +13,20 @@ namespace Octree {
 
 namespace {
 
-std::shared_ptr<NodeSource> openStore(const Location& location) {
+constexpr int VISIBLE = 1;
+constexpr int HIDDEN = 2;
+
+constexpr unsigned bit(Attribute attribute) {
+    return static_cast<unsigned>(attribute);
+}
+
+std::shared_ptr<NodeSource> openStore(const Location& location,
+                                      PoTree::StoreRole role = PoTree::StoreRole::Cloud) {
     if (const PoTree::FileSystemLocation* potree = location.potree()) {
-        return std::make_shared<PoTree::Store>(*potree);
+        return std::make_shared<PoTree::Store>(*potree, role);
+    }
+    if (const Entwine::FileSystemLocation* entwine = location.entwine()) {
+        return std::make_shared<Entwine::EntwineTree>(*entwine);
     }
     throw std::invalid_argument("There is no point cloud without a location");
 }
@@ -40,9 +54,49 @@ Octree::Octree(std::shared_ptr<NodeSource> source, const Location& location, dou
     : mLocation(location),
       mSource(std::move(source)),
       mFacts(factsOf(mSource)),
-      mUnitScale(checkedUnitScale(unitScale)) {}
+      mUnitScale(checkedUnitScale(unitScale)),
+      mExternalVersions{std::make_shared<const Externals>()},
+      mExternals(mExternalVersions.front().get()) {}
 
 Octree::~Octree() = default;
+
+std::shared_ptr<Octree> Octree::snapshot() const {
+    auto result = std::make_shared<Octree>(mSource, mLocation, unitScale());
+    result->mExternalVersions.front() = std::make_shared<const Externals>(externals());
+    result->mExternals = result->mExternalVersions.front().get();
+    return result;
+}
+
+CacheIdentifier Octree::cacheIdentifier() const {
+    CacheIdentifier identifier{mLocation, unitScale()};
+    for (const External& external : externals()) {
+        identifier.externalAttributes.push_back(external.location);
+    }
+    return identifier;
+}
+
+bool Octree::hasExternal(const Location& location) const {
+    return std::any_of(externals().begin(), externals().end(),
+                       [&](const External& external) { return external.location == location; });
+}
+
+void Octree::addExternalAttributeLocation(const Location& location) {
+    if (!hasExternal(location)) {
+        addExternalAttributes(openStore(location, PoTree::StoreRole::ExternalAttributes), location);
+    }
+}
+
+void Octree::addExternalAttributes(std::shared_ptr<NodeSource> source, const Location& location) {
+    factsOf(source);
+    const std::lock_guard lock(mAddingExternals);
+    if (location != Location() && hasExternal(location)) {
+        return;
+    }
+    Externals more = externals();
+    more.push_back({location, std::move(source)});
+    mExternalVersions.push_back(std::make_shared<const Externals>(std::move(more)));
+    mExternals.store(mExternalVersions.back().get(), std::memory_order_release);
+}
 
 void Octree::setUnitScale(double unitScale) {
     mUnitScale = checkedUnitScale(unitScale);
@@ -84,7 +138,11 @@ float Octree::spacing(std::size_t level) const {
 }
 
 bool Octree::nodeFacts(OctreeNodeId id, NodeFacts& facts, const std::stop_token& stop) const {
-    return mSource->nodeFacts(id, facts, stop);
+    if (!mSource->nodeFacts(id, facts, stop)) {
+        return false;
+    }
+    facts.visibility = static_cast<std::uint8_t>(combinedVisibility(id, facts.visibility));
+    return true;
 }
 
 NodeChildren Octree::children(OctreeNodeId id, const std::stop_token& stop) const {
@@ -98,7 +156,27 @@ bool Octree::isLeaf(OctreeNodeId id, const std::stop_token& stop) const {
 }
 
 int Octree::nodeVisibility(OctreeNodeId id) const {
-    return mSource->nodeVisibility(id);
+    return combinedVisibility(id, mSource->nodeVisibility(id));
+}
+
+// Hidden by one is hidden; visible takes all that have a say.
+int Octree::combinedVisibility(OctreeNodeId id, int own) const {
+    int combined = own;
+    for (const External& external : externals()) {
+        if (combined == HIDDEN) {
+            break;
+        }
+        if ((external.source->storeFacts().columns & bit(Attribute::Visibility)) == 0) {
+            continue;
+        }
+        try {
+            const int visibility = external.source->nodeVisibility(id);
+            combined = visibility == HIDDEN || combined == VISIBLE ? visibility : combined;
+        } catch (const StoreError&) {
+            failInExternal(external, id);
+        }
+    }
+    return combined;
 }
 
 std::uint64_t Octree::pointCount(OctreeNodeId id) const {
@@ -108,7 +186,47 @@ std::uint64_t Octree::pointCount(OctreeNodeId id) const {
 }
 
 bool Octree::getNodePointData(OctreeNodeId id, NodePointData& data, const std::stop_token& stop) const {
-    return mSource->readNode(id, unitScale(), data, stop);
+    if (!mSource->readNode(id, unitScale(), data, stop)) {
+        return false;
+    }
+    const Externals& all = externals();
+    return std::all_of(all.begin(), all.end(),
+                       [&](const External& external) { return mergeExternal(external, id, data, stop); });
+}
+
+bool Octree::mergeExternal(const External& external, OctreeNodeId id, NodePointData& data,
+                           const std::stop_token& stop) const {
+    unsigned lacking = data.mask() & ~bit(Attribute::Position) & external.source->storeFacts().columns;
+    for (unsigned attribute = 1; attribute <= lacking; attribute <<= 1) {
+        if (attribute != bit(Attribute::Visibility) && data.has(static_cast<Attribute>(attribute))) {
+            lacking &= ~attribute;
+        }
+    }
+    if (lacking == 0) {
+        return true;
+    }
+    NodePointData columns(lacking);
+    try {
+        if (!external.source->readNode(id, unitScale(), columns, stop)) {
+            return false;
+        }
+        if (columns.size() != data.size()) {
+            throw StoreError(external.location.folder(), id.name(),
+                             "it has " + std::to_string(columns.size()) + " points, in the cloud it has " +
+                                 std::to_string(data.size()));
+        }
+        data.merge(std::move(columns));
+        return true;
+    } catch (const StoreError&) {
+        failInExternal(external, id);
+    }
+}
+
+// Called while the cause is being handled, which goes along nested.
+void Octree::failInExternal(const External& external, OctreeNodeId id) const {
+    std::throw_with_nested(
+        StoreError(mLocation.folder(), id.name(),
+                   "its external attributes in " + external.location.toString() + " cannot be used"));
 }
 
 }  // namespace Octree

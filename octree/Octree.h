@@ -15,13 +15,19 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <stop_token>
+#include <string>
 #include <vector>
 
 namespace Octree {
 
 /// A point cloud in an octree, wherever its nodes come from. Model coordinates are
 /// (absolute - referencePosition()) * unitScale().
+///
+/// External attributes are columns in stores of their own, with the same nodes and the same points in the
+/// same order. A column comes from the cloud's own store if that has it, otherwise from the first external
+/// one that does; a point is hidden that is hidden in any.
 ///
 /// All operations may be called from any thread at any time. Those that take a node throw StoreError when the
 /// store is damaged or has no such node. The hierarchy is read as it is asked for; once the part with a node
@@ -33,6 +39,9 @@ public:
     explicit Octree(const Location& location, double unitScale = 1.0);
     /// Serves a source of the host's own; the location is only its name in caches and palettes.
     Octree(std::shared_ptr<NodeSource> source, const Location& location, double unitScale = 1.0);
+    /// One over the same stores that no change to this one reaches: what caches of its identifier are filled
+    /// from.
+    std::shared_ptr<Octree> snapshot() const;
     Octree(const Octree&) = delete;
     Octree& operator=(const Octree&) = delete;
     ~Octree();
@@ -41,7 +50,14 @@ public:
     double unitScale() const { return mUnitScale.load(std::memory_order_relaxed); }
     /// Takes effect with the next call of each other operation.
     void setUnitScale(double unitScale);
-    CacheIdentifier cacheIdentifier() const { return {mLocation, unitScale()}; }
+    CacheIdentifier cacheIdentifier() const;
+
+    /// Opens a store of external attributes, which needs no positions; takes effect with the next call of
+    /// each other operation. Nothing happens for one that was added before. Throws as the constructor does.
+    /// Afterwards, operations on a node throw StoreError naming both stores where they do not match.
+    void addExternalAttributeLocation(const Location& location);
+    /// A source of the host's own; the location is only its name.
+    void addExternalAttributes(std::shared_ptr<NodeSource> source, const Location& location);
 
     /// The origin of model coordinates, absolute, whatever the unit scale.
     const Math::Point<double, 3>& referencePosition() const { return mFacts.referencePosition; }
@@ -65,7 +81,10 @@ public:
     int nodeVisibility(OctreeNodeId id) const;
     std::uint64_t pointCount(OctreeNodeId id) const;
     std::uint64_t totalPointCount() const { return mFacts.pointCount; }
+    /// Of the cloud's own store, as the two below.
     const std::vector<AttributeInfo>& attributes() const { return mFacts.attributes; }
+    /// As the store names it: "BROTLI", "laszip" and the like.
+    const std::string& encoding() const { return mFacts.encoding; }
     /// False: the store knows no colours, all points are white.
     bool hasColors() const { return mFacts.hasColors; }
 
@@ -74,12 +93,29 @@ public:
     bool getNodePointData(OctreeNodeId id, NodePointData& data, const std::stop_token& stop = {}) const;
 
 private:
+    struct External {
+        Location location;
+        std::shared_ptr<NodeSource> source;
+    };
+    using Externals = std::vector<External>;
+
     Math::NBoundingBox<float, 3> toModel(const Math::NBoundingBox<double, 3>& box) const;
+    const Externals& externals() const { return *mExternals.load(std::memory_order_acquire); }
+    bool hasExternal(const Location& location) const;
+    int combinedVisibility(OctreeNodeId id, int own) const;
+    bool mergeExternal(const External& external, OctreeNodeId id, NodePointData& data,
+                       const std::stop_token& stop) const;
+    [[noreturn]] void failInExternal(const External& external, OctreeNodeId id) const;
 
     const Location mLocation;
     const std::shared_ptr<NodeSource> mSource;
     const StoreFacts& mFacts;
     std::atomic<double> mUnitScale;
+
+    std::mutex mAddingExternals;
+    /// All there ever were, so that readers need no lock; guarded by mAddingExternals.
+    std::vector<std::shared_ptr<const Externals>> mExternalVersions;
+    std::atomic<const Externals*> mExternals;
 };
 
 }  // namespace Octree

@@ -1,13 +1,13 @@
 #include <brotli/decode.h>
 
+#include <octree/GrowingBuffer.h>
 #include <octree/StoreError.h>
 #include <octree/potree/FetchCancelled.h>
 #include <octree/potree/NodeChunk.h>
 #include <octree/potree/PointColumns.h>
 
-#include <algorithm>
 #include <cstring>
-#include <limits>
+#include <new>
 #include <string>
 
 namespace PoTree {
@@ -16,43 +16,6 @@ namespace {
 
 /// No node of a sensible store comes near: nodes hold tens of thousands of points.
 constexpr std::uint64_t MAX_CHUNK_SIZE = std::uint64_t{512} << 20;
-/// A stop request is looked at after this much output.
-constexpr std::size_t OUTPUT_STEP = std::size_t{4} << 20;
-
-/// Output memory that starts with what a chunk usually needs and doubles up to the limit as output arrives,
-/// so that a hostile size costs nothing.
-class GrowingBuffer {
-public:
-    GrowingBuffer(std::size_t limit, std::size_t inputSize)
-        : mLimit(limit), mCapacity(std::min(limit, 65536 + 32 * inputSize)), mBytes(allocate(mCapacity)) {}
-
-    /// Where to write next and how much; nothing more once the limit is reached.
-    std::uint8_t* next(std::size_t& available) {
-        if (mUsed == mCapacity && mCapacity < mLimit) {
-            const std::size_t capacity = std::min(mLimit, 2 * mCapacity);
-            auto bigger = allocate(capacity);
-            std::memcpy(bigger.get(), mBytes.get(), mUsed);
-            mBytes = std::move(bigger);
-            mCapacity = capacity;
-        }
-        available = std::min(OUTPUT_STEP, mCapacity - mUsed);
-        return reinterpret_cast<std::uint8_t*>(mBytes.get()) + mUsed;
-    }
-    void wrote(std::size_t count) { mUsed += count; }
-    std::size_t used() const { return mUsed; }
-    std::unique_ptr<std::byte[]> take() { return std::move(mBytes); }
-
-private:
-    static std::unique_ptr<std::byte[]> allocate(std::size_t size) {
-        return std::make_unique_for_overwrite<std::byte[]>(size);
-    }
-
-    std::size_t mLimit;
-    std::size_t mCapacity;
-    std::size_t mUsed = 0;
-    std::unique_ptr<std::byte[]> mBytes;
-};
-
 struct DecoderDeleter {
     void operator()(BrotliDecoderState* state) const { BrotliDecoderDestroyInstance(state); }
 };
@@ -62,21 +25,37 @@ public:
     ChunkReader(const Node& node, const Metadata& metadata, const FileLoader& loader)
         : mNode(node),
           mLoader(loader),
+          mLayout(metadata.layout),
           mBytesPerPoint(metadata.bytesPerPoint),
           mExpected(std::uint64_t{node.pointCount} * metadata.bytesPerPoint) {}
 
-    DecompressedChunk read(const std::stop_token& stop) const {
+    PointChunk read(const std::stop_token& stop) const {
         if (mExpected > MAX_CHUNK_SIZE) {
             fail("its " + claim() + " are more than a node may have");
         }
+        return {mLayout == ChunkLayout::Records ? readRecords(stop) : readBrotli(stop), mNode.pointCount,
+                mBytesPerPoint, mLayout};
+    }
+
+private:
+    std::shared_ptr<const std::byte> readRecords(const std::stop_token& stop) const {
+        if (mNode.byteSize != mExpected) {
+            fail("its chunk has " + std::to_string(mNode.byteSize) + " bytes, its " + claim() + " take " +
+                 std::to_string(mExpected));
+        }
+        const auto bytes = std::make_shared<const std::string>(fetch(stop));
+        return {bytes, reinterpret_cast<const std::byte*>(bytes->data())};
+    }
+
+    std::shared_ptr<const std::byte> readBrotli(const std::stop_token& stop) const {
         // Brotli adds a few bytes to what it cannot compress: anything longer is damaged.
         if (mNode.byteSize > 2 * mExpected + 1024) {
             fail(std::to_string(mNode.byteSize) + " bytes are too many for " + claim());
         }
-        return {decompress(fetch(stop), stop), mNode.pointCount};
+        const std::shared_ptr<const std::byte[]> bytes = decompress(fetch(stop), stop);
+        return {bytes, bytes.get()};
     }
 
-private:
     [[noreturn]] void fail(const std::string& problem) const {
         throw Octree::StoreError(mLoader.octreeFile(), mNode.id.name(), problem);
     }
@@ -100,12 +79,12 @@ private:
         if (decoder == nullptr) {
             throw std::bad_alloc();
         }
-        GrowingBuffer output(static_cast<std::size_t>(mExpected), input.size());
+        Octree::GrowingBuffer output(static_cast<std::size_t>(mExpected), input.size());
         std::size_t inputLeft = input.size();
         const auto* nextInput = reinterpret_cast<const std::uint8_t*>(input.data());
         for (;;) {
             std::size_t available = 0;
-            std::uint8_t* next = output.next(available);
+            auto* next = reinterpret_cast<std::uint8_t*>(output.next(available));
             const std::size_t offered = available;
             const BrotliDecoderResult result = BrotliDecoderDecompressStream(
                 decoder.get(), &inputLeft, &nextInput, &available, &next, nullptr);
@@ -149,43 +128,43 @@ private:
 
     const Node& mNode;
     const FileLoader& mLoader;
+    const ChunkLayout mLayout;
     const std::size_t mBytesPerPoint;
     const std::uint64_t mExpected;
 };
 
 template <class T>
-void copyColumn(const DecompressedChunk& chunk, const std::optional<std::size_t>& offset,
-                std::vector<T>* column) {
-    if (column != nullptr && offset) {
-        column->resize(chunk.pointCount);
-        std::memcpy(static_cast<void*>(column->data()), chunk.column(*offset), chunk.pointCount * sizeof(T));
+void copyColumn(const PointChunk& chunk, const std::optional<ColumnPlace>& place, std::vector<T>* column) {
+    if (column == nullptr || !place || place->size != sizeof(T)) {
+        return;
+    }
+    const ChunkColumn source = chunk.column(*place);
+    column->resize(chunk.pointCount);
+    if (source.stride == sizeof(T)) {
+        std::memcpy(static_cast<void*>(column->data()), source.first, chunk.pointCount * sizeof(T));
+        return;
+    }
+    for (std::size_t i = 0; i < chunk.pointCount; ++i) {
+        (*column)[i] = source.valueAt<T>(i);
     }
 }
 
-template <class T>
-T elementAt(const std::byte* column, std::size_t index) {
-    T value;
-    std::memcpy(&value, column + index * sizeof(T), sizeof(T));
-    return value;
-}
-
-void copyNormals(const DecompressedChunk& chunk, const ColumnOffsets& offsets,
+void copyNormals(const PointChunk& chunk, const ColumnPlaces& places,
                  std::vector<Math::Point<float, 3>>& normals) {
-    if (offsets.normalOct16) {
-        const std::byte* codes = chunk.column(*offsets.normalOct16);
+    if (places.normalOct16) {
+        const ChunkColumn codes = chunk.column(*places.normalOct16);
         normals.resize(chunk.pointCount);
         for (std::size_t i = 0; i < chunk.pointCount; ++i) {
-            normals[i] = decodeOct16(elementAt<std::uint16_t>(codes, i));
+            normals[i] = decodeOct16(codes.valueAt<std::uint16_t>(i));
         }
-    } else if (offsets.normalX && offsets.normalY && offsets.normalZ) {
-        const std::byte* x = chunk.column(*offsets.normalX);
-        const std::byte* y = chunk.column(*offsets.normalY);
-        const std::byte* z = chunk.column(*offsets.normalZ);
+    } else if (places.hasNormals()) {
+        const ChunkColumn x = chunk.column(*places.normalX);
+        const ChunkColumn y = chunk.column(*places.normalY);
+        const ChunkColumn z = chunk.column(*places.normalZ);
         normals.resize(chunk.pointCount);
         for (std::size_t i = 0; i < chunk.pointCount; ++i) {
-            normals[i] = {static_cast<float>(elementAt<double>(x, i)),
-                          static_cast<float>(elementAt<double>(y, i)),
-                          static_cast<float>(elementAt<double>(z, i))};
+            normals[i] = {static_cast<float>(x.valueAt<double>(i)), static_cast<float>(y.valueAt<double>(i)),
+                          static_cast<float>(z.valueAt<double>(i))};
         }
     }
 }
@@ -207,14 +186,16 @@ void clearColumns(const RawColumns& columns) {
 
 }  // namespace
 
-ColumnOffsets::ColumnOffsets(const Metadata& metadata) {
+ColumnPlaces::ColumnPlaces(const Metadata& metadata) {
     struct Known {
         const char* name;
         std::size_t size;
-        std::optional<std::size_t>* offset;
+        std::optional<ColumnPlace>* place;
     };
-    const Known known[] = {{"position", 16, &position},
-                           {"rgb", 8, &color},
+    const bool isBrotli = metadata.layout == ChunkLayout::BrotliColumns;
+    const Known known[] = {{"position", isBrotli ? 16u : 12u, &position},
+                           {"rgb", isBrotli ? 8u : 6u, &color},
+                           {"rgb", isBrotli ? 8u : 3u, &color},
                            {"intensity", 2, &intensity},
                            {"ScanIndex", 4, &scanIndex},
                            {"classification", 1, &classification},
@@ -225,30 +206,30 @@ ColumnOffsets::ColumnOffsets(const Metadata& metadata) {
                            {"NormalZ", 8, &normalZ}};
     std::size_t offset = 0;
     for (const Octree::AttributeInfo& attribute : metadata.attributes) {
-        const std::size_t size = Metadata::encodedSize(attribute);
+        const std::size_t size = metadata.chunkSize(attribute);
         for (const Known& column : known) {
             if (attribute.name == column.name && size == column.size) {
-                *column.offset = offset;
+                *column.place = {offset, size};
             }
         }
         offset += size;
     }
 }
 
-DecompressedChunk readNodeChunk(const Node& node, const Metadata& metadata, const FileLoader& loader,
-                                const std::stop_token& stop) {
+PointChunk readNodeChunk(const Node& node, const Metadata& metadata, const FileLoader& loader,
+                         const std::stop_token& stop) {
     return ChunkReader(node, metadata, loader).read(stop);
 }
 
-void copyColumns(const DecompressedChunk& chunk, const ColumnOffsets& offsets, const RawColumns& columns) {
-    copyColumn(chunk, offsets.position, columns.positions);
-    copyColumn(chunk, offsets.color, columns.colors);
-    copyColumn(chunk, offsets.intensity, columns.intensities);
-    copyColumn(chunk, offsets.scanIndex, columns.scanIndices);
-    copyColumn(chunk, offsets.classification, columns.classifications);
-    copyColumn(chunk, offsets.visibility, columns.visibilities);
+void copyColumns(const PointChunk& chunk, const ColumnPlaces& places, const RawColumns& columns) {
+    copyColumn(chunk, places.position, columns.positions);
+    copyColumn(chunk, places.color, columns.colors);
+    copyColumn(chunk, places.intensity, columns.intensities);
+    copyColumn(chunk, places.scanIndex, columns.scanIndices);
+    copyColumn(chunk, places.classification, columns.classifications);
+    copyColumn(chunk, places.visibility, columns.visibilities);
     if (columns.normals != nullptr) {
-        copyNormals(chunk, offsets, *columns.normals);
+        copyNormals(chunk, places, *columns.normals);
     }
 }
 
@@ -266,8 +247,8 @@ bool decodeNodeChunk(const Node& node, const Metadata& metadata, const FileLoade
         columns.visibilities->assign(count, node.visibility == VisibilityType::AllHidden ? 1 : 0);
         return true;
     }
-    const DecompressedChunk chunk = readNodeChunk(node, metadata, loader, stop);
-    copyColumns(chunk, ColumnOffsets(metadata), columns);
+    const PointChunk chunk = readNodeChunk(node, metadata, loader, stop);
+    copyColumns(chunk, ColumnPlaces(metadata), columns);
     count = chunk.pointCount;
     return true;
 }

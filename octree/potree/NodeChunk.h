@@ -1,6 +1,7 @@
 #pragma once
 
 #include <math/Point.h>
+#include <octree/potree/ChunkColumn.h>
 #include <octree/potree/FileLoader.h>
 #include <octree/potree/Metadata.h>
 #include <octree/potree/Node.h>
@@ -15,29 +16,42 @@
 
 namespace PoTree {
 
-/// Where a store's columns start in a decompressed chunk: bytes to multiply by the chunk's point count. An
-/// attribute of another name or size than expected is not one of them.
-struct ColumnOffsets {
-    explicit ColumnOffsets(const Metadata& metadata);
-
-    std::optional<std::size_t> position, color, intensity, scanIndex, classification, visibility;
-    /// Two bytes a point.
-    std::optional<std::size_t> normalOct16;
-    /// One double a point each.
-    std::optional<std::size_t> normalX, normalY, normalZ;
+/// Where one attribute lies among the bytes of a point.
+struct ColumnPlace {
+    std::size_t offset = 0;
+    std::size_t size = 0;
 };
 
-/// A node's points as the store has them, one column after another.
-struct DecompressedChunk {
-    const std::byte* column(std::size_t offset) const { return bytes.get() + offset * pointCount; }
+/// Where a store's columns lie. An attribute of another name or size than expected is not one of them; of two
+/// that are alike the later one counts.
+struct ColumnPlaces {
+    explicit ColumnPlaces(const Metadata& metadata);
 
-    std::unique_ptr<std::byte[]> bytes;
+    bool hasNormals() const { return normalOct16 || (normalX && normalY && normalZ); }
+
+    std::optional<ColumnPlace> position, color, intensity, scanIndex, classification, visibility;
+    std::optional<ColumnPlace> normalOct16;
+    /// One double a point each.
+    std::optional<ColumnPlace> normalX, normalY, normalZ;
+};
+
+/// A node's points as the store has them, decompressed.
+struct PointChunk {
+    ChunkColumn column(const ColumnPlace& place) const {
+        return layout == ChunkLayout::Records
+                   ? ChunkColumn{bytes.get() + place.offset, bytesPerPoint, place.size}
+                   : ChunkColumn{bytes.get() + place.offset * pointCount, place.size, place.size};
+    }
+
+    std::shared_ptr<const std::byte> bytes;
     std::size_t pointCount = 0;
+    std::size_t bytesPerPoint = 0;
+    ChunkLayout layout = ChunkLayout::BrotliColumns;
 };
 
 /// Columns to fill; those left nullptr are not wanted.
 struct RawColumns {
-    /// Position and colour codes as they stand in the store.
+    /// Position and colour codes as they stand in a Brotli store; records hold none.
     std::vector<std::array<std::byte, 16>>* positions = nullptr;
     std::vector<std::uint64_t>* colors = nullptr;
     std::vector<std::uint16_t>* intensities = nullptr;
@@ -50,12 +64,12 @@ struct RawColumns {
 
 /// Reads and decompresses the chunk of a node that has points. Memory grows with the output and ends at what
 /// the node's point count allows. Throws FetchCancelled when stopped, and StoreError naming the node when the
-/// chunk is not to be had, is not Brotli or does not decompress to exactly the node's points.
-DecompressedChunk readNodeChunk(const Node& node, const Metadata& metadata, const FileLoader& loader,
-                                const std::stop_token& stop);
+/// chunk is not to be had, is not Brotli where it should be, or does not hold exactly the node's points.
+PointChunk readNodeChunk(const Node& node, const Metadata& metadata, const FileLoader& loader,
+                         const std::stop_token& stop);
 
 /// Copies the wanted columns that the store has; the others stay as they were.
-void copyColumns(const DecompressedChunk& chunk, const ColumnOffsets& offsets, const RawColumns& columns);
+void copyColumns(const PointChunk& chunk, const ColumnPlaces& places, const RawColumns& columns);
 
 /// Fills the wanted columns of one node and sets count to its number of points; a column that the store does
 /// not have stays as it was. In a store of one attribute whose hierarchy says that the whole node is visible

@@ -1,6 +1,5 @@
 #include <octree/potree/PointCodes.h>
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -32,11 +31,6 @@ std::int32_t joined(std::uint64_t upper, std::uint64_t lower) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(upper << 16 | lower));
 }
 
-std::uint8_t narrowed(std::uint64_t channel, ColorDepth depth) {
-    return static_cast<std::uint8_t>(depth == ColorDepth::Eight ? std::min<std::uint64_t>(channel, 255)
-                                                                : channel >> 8);
-}
-
 // Every third of the low 48 bits, beginning with the lowest, moved together.
 std::uint64_t everyThirdBit(std::uint64_t v) {
     v &= 0x249249249249u;
@@ -61,9 +55,9 @@ void portablePositions(const std::byte* codes, std::size_t count, std::int32_t* 
 void portableColors(const std::byte* codes, std::size_t count, ColorDepth depth, Math::Color* colors) {
     for (std::size_t i = 0; i < count; ++i) {
         const std::uint64_t code = wordAt(codes + 8 * i);
-        colors[i] =
-            Math::Color(narrowed(everyThirdBit(code), depth), narrowed(everyThirdBit(code >> 1), depth),
-                        narrowed(everyThirdBit(code >> 2), depth));
+        colors[i] = Math::Color(narrowedChannel(everyThirdBit(code), depth),
+                                narrowedChannel(everyThirdBit(code >> 1), depth),
+                                narrowedChannel(everyThirdBit(code >> 2), depth));
     }
 }
 
@@ -88,9 +82,9 @@ LUMARO_TARGET_BMI2 void bmi2Colors(const std::byte* codes, std::size_t count, Co
                                    Math::Color* colors) {
     for (std::size_t i = 0; i < count; ++i) {
         const std::uint64_t code = wordAt(codes + 8 * i);
-        colors[i] =
-            Math::Color(narrowed(_pext_u64(code, X_BITS), depth), narrowed(_pext_u64(code, Y_BITS), depth),
-                        narrowed(_pext_u64(code, Z_BITS), depth));
+        colors[i] = Math::Color(narrowedChannel(_pext_u64(code, X_BITS), depth),
+                                narrowedChannel(_pext_u64(code, Y_BITS), depth),
+                                narrowedChannel(_pext_u64(code, Z_BITS), depth));
     }
 }
 

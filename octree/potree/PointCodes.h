@@ -2,6 +2,7 @@
 
 #include <math/Color.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -14,6 +15,12 @@ enum class ColorDepth {
     /// They hold 0 … 65535, or 8-bit values shifted up: the upper byte counts.
     Sixteen
 };
+
+/// A 16-bit channel, in the low bits, as 8 bits.
+inline std::uint8_t narrowedChannel(std::uint64_t channel, ColorDepth depth) {
+    return static_cast<std::uint8_t>(depth == ColorDepth::Eight ? std::min<std::uint64_t>(channel, 255)
+                                                                : channel >> 8);
+}
 
 /// Unpacks the Morton codes of Brotli stores. A position is two little-endian 64-bit words, first the upper
 /// and then the lower 16 bits of each axis, interleaved with x lowest; a colour is one word, interleaved with

@@ -16,6 +16,36 @@ struct IntegerBlock {
     std::int32_t axes[3][BLOCK];
 };
 
+void readIntegers(const ChunkColumn& column, std::size_t count, IntegerBlock& block) {
+    if (column.valueSize == 16) {
+        pointCodeKernel().positions(column.first, count, block.axes[0], block.axes[1], block.axes[2]);
+        return;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto value = column.valueAt<std::array<std::int32_t, 3>>(i);
+        block.axes[0][i] = value[0];
+        block.axes[1][i] = value[1];
+        block.axes[2][i] = value[2];
+    }
+}
+
+void readColors(const ChunkColumn& column, std::size_t count, ColorDepth depth, Math::Color* colors) {
+    if (column.valueSize == 8) {
+        pointCodeKernel().colors(column.first, count, depth, colors);
+    } else if (column.valueSize == 3) {
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto value = column.valueAt<std::array<std::uint8_t, 3>>(i);
+            colors[i] = Math::Color(value[0], value[1], value[2]);
+        }
+    } else {
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto value = column.valueAt<std::array<std::uint16_t, 3>>(i);
+            colors[i] = Math::Color(narrowedChannel(value[0], depth), narrowedChannel(value[1], depth),
+                                    narrowedChannel(value[2], depth));
+        }
+    }
+}
+
 bool isOutside(std::int32_t value, std::uint32_t low, std::uint32_t span) {
     return static_cast<std::uint32_t>(value) - low > span;
 }
@@ -76,10 +106,9 @@ ColorDepth colorDepthOf(const Metadata& metadata) {
     return ColorDepth::Sixteen;
 }
 
-std::optional<std::size_t> decodePositions(const std::byte* codes, std::size_t count,
+std::optional<std::size_t> decodePositions(const ChunkColumn& column, std::size_t count,
                                            const CoordinateGrid& grid, double unitScale,
                                            std::vector<Math::Point<double, 3>>& out) {
-    const PointCodeKernel& kernel = pointCodeKernel();
     const Math::Point<double, 3> factor = grid.scale * unitScale;
     const Math::Point<double, 3> origin = grid.origin;
     out.clear();
@@ -88,7 +117,7 @@ std::optional<std::size_t> decodePositions(const std::byte* codes, std::size_t c
     std::array<Math::Point<double, 3>, BLOCK> block;
     for (std::size_t start = 0; start < count; start += BLOCK) {
         const std::size_t size = std::min(BLOCK, count - start);
-        kernel.positions(codes + 16 * start, size, integers.axes[0], integers.axes[1], integers.axes[2]);
+        readIntegers(column.from(start), size, integers);
         if (const auto outside = firstOutside(integers, size, grid)) {
             return start + *outside;
         }
@@ -102,15 +131,14 @@ std::optional<std::size_t> decodePositions(const std::byte* codes, std::size_t c
     return std::nullopt;
 }
 
-void decodeColors(const std::byte* codes, std::size_t count, ColorDepth depth,
+void decodeColors(const ChunkColumn& column, std::size_t count, ColorDepth depth,
                   std::vector<Math::Color>& out) {
-    const PointCodeKernel& kernel = pointCodeKernel();
     out.clear();
     out.reserve(count);
     std::array<Math::Color, BLOCK> block;
     for (std::size_t start = 0; start < count; start += BLOCK) {
         const std::size_t size = std::min(BLOCK, count - start);
-        kernel.colors(codes + 8 * start, size, depth, block.data());
+        readColors(column.from(start), size, depth, block.data());
         out.insert(out.end(), block.data(), block.data() + size);
     }
 }

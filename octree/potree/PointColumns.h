@@ -2,6 +2,7 @@
 
 #include <math/Color.h>
 #include <math/Point.h>
+#include <octree/potree/ChunkColumn.h>
 #include <octree/potree/Metadata.h>
 #include <octree/potree/PointCodes.h>
 
@@ -31,13 +32,16 @@ struct CoordinateGrid {
 /// Which of the two colour depths a store has, by the type and the largest value of its "rgb".
 ColorDepth colorDepthOf(const Metadata& metadata);
 
-/// Positions relative to the grid's reference, times unitScale. Returns the index of the first point outside
-/// the store's box, if one is; out is then unspecified.
-std::optional<std::size_t> decodePositions(const std::byte* codes, std::size_t count,
+/// Positions relative to the grid's reference, times unitScale. A value of the column is a code of 16 bytes
+/// or three 32-bit integers. Returns the index of the first point outside the store's box, if one is; out is
+/// then unspecified.
+std::optional<std::size_t> decodePositions(const ChunkColumn& column, std::size_t count,
                                            const CoordinateGrid& grid, double unitScale,
                                            std::vector<Math::Point<double, 3>>& out);
 
-void decodeColors(const std::byte* codes, std::size_t count, ColorDepth depth, std::vector<Math::Color>& out);
+/// A value of the column is a code of 8 bytes, three 16-bit channels, or three bytes, which stay as they are.
+void decodeColors(const ChunkColumn& column, std::size_t count, ColorDepth depth,
+                  std::vector<Math::Color>& out);
 
 /// The unit vector of an octahedral code, x in the low byte.
 Math::Point<float, 3> decodeOct16(std::uint16_t code);

@@ -17,8 +17,11 @@ using Octree::StoreError;
 
 /// Millions of nodes in one chunk, where stores have thousands.
 constexpr std::uint64_t MAX_HIERARCHY_CHUNK_SIZE = std::uint64_t{64} << 20;
+constexpr double BOUNDS_SLACK_STEPS = 1e-3;
+/// More points than this are not taken on the hierarchy's word alone.
+constexpr std::size_t MAX_UNREAD_POINTS = std::size_t{1} << 24;
 
-Metadata readMetadata(const FileSystemLocation& location) {
+Metadata readMetadata(const FileSystemLocation& location, StoreRole role) {
     std::error_code ignored;
     const auto status = std::filesystem::status(location.folder(), ignored);
     if (!std::filesystem::exists(status)) {
@@ -27,29 +30,52 @@ Metadata readMetadata(const FileSystemLocation& location) {
     if (!std::filesystem::is_directory(status)) {
         throw StoreError(location.folder(), "is not a folder");
     }
-    return Metadata::read(location.folder() / "metadata.json");
+    return Metadata::read(location.folder() / "metadata.json", role);
+}
+
+unsigned columnsOf(const Metadata& metadata) {
+    const ColumnPlaces places(metadata);
+    const auto bit = [](Attribute attribute, bool isThere) {
+        return isThere ? static_cast<unsigned>(attribute) : 0u;
+    };
+    return bit(Attribute::Position, places.position.has_value()) |
+           bit(Attribute::Color, places.color.has_value()) |
+           bit(Attribute::Intensity, places.intensity.has_value()) |
+           bit(Attribute::Classification, places.classification.has_value()) |
+           bit(Attribute::ScanIndex, places.scanIndex.has_value()) |
+           bit(Attribute::Visibility, places.visibility.has_value() || metadata.hasNodeVisibility) |
+           bit(Attribute::Normal, places.hasNormals());
 }
 
 Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& grid) {
     Octree::StoreFacts facts;
+    facts.encoding = metadata.encoding;
     facts.boundingBox = metadata.tightBox;
-    // Brotli stores are written one step too high on each axis.
-    facts.boundingBox.max += metadata.scale;
+    // Converters cut coordinates off to whole steps, and then write those of Brotli stores a step higher.
+    if (metadata.layout == ChunkLayout::BrotliColumns) {
+        facts.boundingBox.max += metadata.scale;
+    } else {
+        facts.boundingBox.min -= metadata.scale;
+    }
+    // The bounds are decimal fractions that the points' own coordinates meet only up to rounding.
+    facts.boundingBox.min -= metadata.scale * BOUNDS_SLACK_STEPS;
+    facts.boundingBox.max += metadata.scale * BOUNDS_SLACK_STEPS;
     facts.boundingCube = metadata.boundingBox;
     facts.referencePosition = grid.reference;
     facts.spacing = metadata.spacing;
     facts.pointCount = metadata.pointCount;
     facts.attributes = metadata.attributes;
-    facts.hasColors = ColumnOffsets(metadata).color.has_value();
+    facts.columns = columnsOf(metadata);
+    facts.hasColors = ColumnPlaces(metadata).color.has_value();
     return facts;
 }
 
 }  // namespace
 
-Store::Store(const FileSystemLocation& location)
-    : mMetadata(readMetadata(location)),
+Store::Store(const FileSystemLocation& location, StoreRole role)
+    : mMetadata(readMetadata(location, role)),
       mLoader(location.folder()),
-      mOffsets(mMetadata),
+      mPlaces(mMetadata),
       mGrid(mMetadata),
       mColorDepth(colorDepthOf(mMetadata)),
       mFacts(makeFacts(mMetadata, mGrid)) {
@@ -170,6 +196,19 @@ int Store::visibilityOf(const Node& node) const {
     return 0;
 }
 
+// Where visibility is the only attribute, what the hierarchy says of a whole node needs no bytes.
+std::size_t Store::pointCountOf(const Node& node) const {
+    const bool needsNoBytes =
+        mPlaces.visibility && mMetadata.attributes.size() == 1 && visibilityOf(node) != 0;
+    return node.byteSize == 0 && !needsNoBytes ? 0 : node.pointCount;
+}
+
+// Whether the hierarchy alone knows all that data wants of what the store has.
+bool Store::isUniformVisibilityAllOf(const Node& node, const Octree::NodePointData& data) const {
+    return visibilityOf(node) != 0 && node.pointCount <= MAX_UNREAD_POINTS &&
+           (data.mask() & mFacts.columns) == static_cast<unsigned>(Attribute::Visibility);
+}
+
 bool Store::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) {
     const Node* node = findLoaded(id, stop);
     if (node == nullptr) {
@@ -178,7 +217,7 @@ bool Store::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop
     const bool isDeepest = id.level() == OctreeNodeId::MAX_REPRESENTABLE_LEVEL;
     facts.childMask = isDeepest ? std::uint8_t{0} : node->childMask;
     facts.visibility = static_cast<std::uint8_t>(visibilityOf(*node));
-    facts.pointCount = node->byteSize == 0 ? 0 : node->pointCount;
+    facts.pointCount = pointCountOf(*node);
     return true;
 }
 
@@ -193,12 +232,17 @@ bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& d
     if (node == nullptr) {
         return false;
     }
-    if (node->pointCount == 0 || node->byteSize == 0) {
-        data.reset(0);
+    const std::size_t pointCount = pointCountOf(*node);
+    data.reset(pointCount);
+    if (pointCount == 0) {
+        return true;
+    }
+    if (isUniformVisibilityAllOf(*node, data)) {
+        data.setVisibilities(std::vector<std::uint8_t>(pointCount, visibilityOf(*node) == 2 ? 1 : 0));
         return true;
     }
     try {
-        const DecompressedChunk chunk = readNodeChunk(*node, mMetadata, mLoader, stop);
+        const PointChunk chunk = readNodeChunk(*node, mMetadata, mLoader, stop);
         fill(*node, chunk, unitScale, data);
         return true;
     } catch (const FetchCancelled&) {
@@ -206,28 +250,26 @@ bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& d
     }
 }
 
-void Store::fill(const Node& node, const DecompressedChunk& chunk, double unitScale,
+void Store::fill(const Node& node, const PointChunk& chunk, double unitScale,
                  Octree::NodePointData& data) const {
-    data.reset(chunk.pointCount);
-    if (mOffsets.position && data.wants(Attribute::Position)) {
+    if (mPlaces.position && data.wants(Attribute::Position)) {
         std::vector<Math::Point<double, 3>> positions;
-        if (const auto outside = decodePositions(chunk.column(*mOffsets.position), chunk.pointCount, mGrid,
+        if (const auto outside = decodePositions(chunk.column(*mPlaces.position), chunk.pointCount, mGrid,
                                                  unitScale, positions)) {
             throw StoreError(mLoader.octreeFile(), node.id.name(),
                              "point " + std::to_string(*outside) + " lies outside the store's bounding box");
         }
         data.setPositions(std::move(positions));
     }
-    if (mOffsets.color && data.wants(Attribute::Color)) {
+    if (mPlaces.color && data.wants(Attribute::Color)) {
         std::vector<Math::Color> colors;
-        decodeColors(chunk.column(*mOffsets.color), chunk.pointCount, mColorDepth, colors);
+        decodeColors(chunk.column(*mPlaces.color), chunk.pointCount, mColorDepth, colors);
         data.setColors(std::move(colors));
     }
     fillPlainColumns(node, chunk, data);
 }
 
-void Store::fillPlainColumns(const Node& node, const DecompressedChunk& chunk,
-                             Octree::NodePointData& data) const {
+void Store::fillPlainColumns(const Node& node, const PointChunk& chunk, Octree::NodePointData& data) const {
     std::vector<std::uint16_t> intensities;
     std::vector<std::uint32_t> scanIndices;
     std::vector<std::uint8_t> classifications;
@@ -236,7 +278,7 @@ void Store::fillPlainColumns(const Node& node, const DecompressedChunk& chunk,
     const auto wanted = [&data](Attribute attribute, auto& column) {
         return data.wants(attribute) ? &column : nullptr;
     };
-    copyColumns(chunk, mOffsets,
+    copyColumns(chunk, mPlaces,
                 {.intensities = wanted(Attribute::Intensity, intensities),
                  .scanIndices = wanted(Attribute::ScanIndex, scanIndices),
                  .classifications = wanted(Attribute::Classification, classifications),

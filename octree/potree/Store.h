@@ -25,7 +25,7 @@ namespace PoTree {
 class Store final : public Octree::NodeSource {
 public:
     /// Reads the metadata and the first hierarchy chunk. Throws StoreError.
-    explicit Store(const FileSystemLocation& location);
+    explicit Store(const FileSystemLocation& location, StoreRole role = StoreRole::Cloud);
     ~Store() override;
 
     const Octree::StoreFacts& storeFacts() const override { return mFacts; }
@@ -43,16 +43,16 @@ private:
                    const std::stop_token& stop);
     void checkRange(const Node& root, std::uint64_t offset, std::uint64_t size) const;
     int visibilityOf(const Node& node) const;
-    void fill(const Node& node, const DecompressedChunk& chunk, double unitScale,
-              Octree::NodePointData& data) const;
-    void fillPlainColumns(const Node& node, const DecompressedChunk& chunk,
-                          Octree::NodePointData& data) const;
+    std::size_t pointCountOf(const Node& node) const;
+    bool isUniformVisibilityAllOf(const Node& node, const Octree::NodePointData& data) const;
+    void fill(const Node& node, const PointChunk& chunk, double unitScale, Octree::NodePointData& data) const;
+    void fillPlainColumns(const Node& node, const PointChunk& chunk, Octree::NodePointData& data) const;
 
     [[noreturn]] void failInHierarchy(Octree::OctreeNodeId id, const std::string& problem) const;
 
     const Metadata mMetadata;
     const FileLoader mLoader;
-    const ColumnOffsets mOffsets;
+    const ColumnPlaces mPlaces;
     const CoordinateGrid mGrid;
     const ColorDepth mColorDepth;
     Octree::StoreFacts mFacts;

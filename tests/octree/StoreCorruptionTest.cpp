@@ -64,18 +64,23 @@ Outcome corruptEveryByte(const Support::PotreeFixture& fixture, const std::strin
 
 }  // namespace
 
-TEST(StoreCorruption, OfAnyByteIsAnErrorOrGivesSoundPoints) {
-    const Support::PotreeFixture fixture;
+class StoreCorruption : public testing::TestWithParam<const char*> {
+protected:
+    const Support::PotreeFixture fixture{GetParam()};
+};
+
+TEST_P(StoreCorruption, OfAnyByteIsAnErrorOrGivesSoundPoints) {
     ASSERT_TRUE(readsWell(fixture.folder.path()));
     for (const std::string file : {"hierarchy.bin", "octree.bin", "metadata.json"}) {
         const Outcome outcome = corruptEveryByte(fixture, file);
-        EXPECT_GT(outcome.errors, outcome.points) << file;
+        // Nothing tells a changed intensity or colour in a record from a sound one.
+        const bool showsInPositionsOnly = file == "octree.bin" && GetParam() != std::string("BROTLI");
+        EXPECT_GT(outcome.errors, showsInPositionsOnly ? outcome.points / 4 : outcome.points) << file;
         ASSERT_TRUE(readsWell(fixture.folder.path()));
     }
 }
 
-TEST(StoreCorruption, OfAnyLengthIsAnErrorOrGivesSoundPoints) {
-    const Support::PotreeFixture fixture;
+TEST_P(StoreCorruption, OfAnyLengthIsAnErrorOrGivesSoundPoints) {
     for (const std::string file : {"hierarchy.bin", "octree.bin", "metadata.json"}) {
         const std::string good = fixture.folder.read(file);
         for (std::size_t size = 0; size < good.size(); ++size) {
@@ -86,3 +91,5 @@ TEST(StoreCorruption, OfAnyLengthIsAnErrorOrGivesSoundPoints) {
         fixture.folder.write(file, good);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Encodings, StoreCorruption, testing::Values("BROTLI", "UNCOMPRESSED"));

@@ -9,6 +9,7 @@
 #include <functional>
 
 using Octree::OctreeNodeId;
+using Support::bytesOf;
 using Support::hierarchyRecord;
 using Support::PotreeFixture;
 
@@ -109,23 +110,36 @@ TEST(StoreErrors, MissingFiles) {
 
 TEST(StoreErrors, MetadataThatIsNotJson) {
     const PotreeFixture fixture;
-    const std::vector<std::string> texts{"", "points: 7", "{\"version\": \"2.0\"", "{\"points\": 1e999}",
+    const std::vector<std::string> texts{"",
+                                         "points: 7",
+                                         "{\"version\": \"2.0\"",
+                                         "{\"points\": 1e999}",
+                                         "{\"scale\": [NaN, 1, 1]}",
                                          std::string("\0\xff\xfe", 3)};
     for (const std::string& text : texts) {
         fixture.folder.write("metadata.json", text);
         EXPECT_EQ(errorOf(fixture).rfind("/metadata.json: is not JSON: ", 0), 0u) << errorOf(fixture);
     }
-    fixture.folder.write("metadata.json", std::string(1 << 20, '['));
-    EXPECT_EQ(errorOf(fixture), "/metadata.json: is nested deeper than any metadata.json");
+    std::string objects;
+    for (int depth = 0; depth < 100000; ++depth) {
+        objects += "{\"a\":";
+    }
+    for (const std::string& nested : {std::string(1 << 20, '['), objects, "{\"version\": " + objects}) {
+        fixture.folder.write("metadata.json", nested);
+        EXPECT_EQ(errorOf(fixture), "/metadata.json: is nested deeper than any metadata.json");
+    }
     fixture.folder.write("metadata.json", std::string(17 << 20, ' '));
     EXPECT_EQ(errorOf(fixture), "/metadata.json: is larger than any metadata.json: 17825792 bytes");
 }
 
 TEST(StoreErrors, MetadataOfAnotherKind) {
     EXPECT_EQ(errorWithMetadata([](auto& json) { json["version"] = "1.8"; }),
-              "/metadata.json: version \"1.8\" is not supported, only \"2.0\" is");
+              "/metadata.json: belongs to a Potree 1.8 store, only Potree 2.0 is supported");
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["version"] = "3.0"; }),
+              "/metadata.json: version \"3.0\" is not supported, only \"2.0\" is");
     EXPECT_EQ(errorWithMetadata([](auto& json) { json["encoding"] = "ZIP"; }),
-              "/metadata.json: encoding \"ZIP\" is not supported, only \"BROTLI\" is");
+              "/metadata.json: encoding \"ZIP\" is not supported, only \"BROTLI\", \"UNCOMPRESSED\" and "
+              "\"DEFAULT\" are");
     EXPECT_EQ(errorWithMetadata([](auto& json) { json["unheard"] = {{"of", 1}}; }), "");
 }
 
@@ -151,6 +165,7 @@ TEST(StoreErrors, ValuesThatMakeNoSenseAreNamed) {
     expect("/points", -1, "\"points\" is not a whole number that is not negative");
     expect("/points", "7", "\"points\" is not a whole number that is not negative");
     expect("/scale/1", 0.0, "\"scale\" is not positive");
+    expect("/scale/2", nullptr, "\"scale[2]\" is not a number of magnitude up to 1e30");
     expect("/scale", {1, 1}, "\"scale\" is not a list of three numbers");
     expect("/offset/2", 1e300, "\"offset[2]\" is not a number of magnitude up to 1e30");
     expect("/offset/2", nullptr, "\"offset[2]\" is not a number of magnitude up to 1e30");
@@ -237,6 +252,29 @@ TEST(StoreErrors, PointChunks) {
     const std::string bomb = Support::brotliEncode(std::string(std::size_t{1} << 28, '\0'));
     ASSERT_LT(bomb.size(), 1100u);
     EXPECT_EQ(errorWithChunk(bomb), tooMuch);
+}
+
+TEST(StoreErrors, RecordsThatAreNotTheNodesPoints) {
+    const auto withRoot = [](std::uint32_t count, std::uint64_t size, std::size_t cut = 0) {
+        PotreeFixture fixture("UNCOMPRESSED");
+        fixture.hierarchy.replace(0, 22, hierarchyRecord(0, 0, count, 0, size));
+        fixture.hierarchy.resize(22);
+        fixture.metadata["hierarchy"]["firstChunkSize"] = 22;
+        fixture.octree.resize(fixture.octree.size() - cut);
+        fixture.writeAll();
+        return errorOf(fixture);
+    };
+    const std::string node = "/octree.bin: node r: its ";
+    EXPECT_EQ(withRoot(3, 60), "");
+    EXPECT_EQ(withRoot(3, 59), node + "chunk has 59 bytes, its 3 points of 20 bytes take 60");
+    EXPECT_EQ(withRoot(2, 60), node + "chunk has 60 bytes, its 2 points of 20 bytes take 40");
+    EXPECT_EQ(withRoot(7, 140, 1),
+              node + "points cannot be read: /octree.bin: 140 bytes at 0 lie outside the file of 139 bytes");
+
+    PotreeFixture outside("UNCOMPRESSED");
+    outside.octree.replace(20, 4, bytesOf(std::int32_t{1029}));
+    outside.writeAll();
+    EXPECT_EQ(errorOf(outside), "/octree.bin: node r: point 1 lies outside the store's bounding box");
 }
 
 TEST(StoreErrors, PointsOutsideTheBox) {

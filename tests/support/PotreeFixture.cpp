@@ -87,7 +87,7 @@ nlohmann::json attribute(const std::string& name, unsigned size, const std::stri
     return {{"name", name}, {"size", size}, {"type", type}};
 }
 
-PotreeFixture::PotreeFixture() {
+PotreeFixture::PotreeFixture(const std::string& encoding) {
     metadata = {{"version", "2.0"},
                 {"name", "fixture"},
                 {"points", 7},
@@ -95,21 +95,27 @@ PotreeFixture::PotreeFixture() {
                 {"scale", {0.25, 0.25, 0.25}},
                 {"spacing", 2.0},
                 {"boundingBox", {{"min", {1000.0, 2000.0, 3000.0}}, {"max", {1256.0, 2256.0, 3256.0}}}},
-                {"encoding", "BROTLI"}};
+                {"encoding", encoding}};
     metadata["attributes"] = {attribute("position", 12, "int32"), attribute("intensity", 2, "uint16"),
                               attribute("rgb", 6, "uint16")};
     metadata["attributes"][0]["min"] = {1000.0, 2000.0, 3000.0};
     metadata["attributes"][0]["max"] = {1256.0, 2128.0, 3256.0};
     metadata["attributes"][2]["max"] = {255, 255, 255};
 
-    const auto addChunk = [this](const std::vector<std::array<std::int32_t, 3>>& points) {
-        std::string positions, intensities, colors;
-        for (const auto& [x, y, z] : points) {
+    const auto addChunk = [&](const std::vector<std::array<std::int32_t, 3>>& points) {
+        std::string positions, intensities, colors, records;
+        for (const auto& point : points) {
+            const auto [x, y, z] = point;
+            const std::string intensity = bytesOf(static_cast<std::uint16_t>(x + 7));
+            const std::array<std::uint16_t, 3> color{static_cast<std::uint16_t>(x & 255),
+                                                     static_cast<std::uint16_t>(y & 255), 17};
             positions += positionCode(x, y, z);
-            intensities += bytesOf(static_cast<std::uint16_t>(x + 7));
-            colors += colorCode(static_cast<unsigned>(x & 255), static_cast<unsigned>(y & 255), 17);
+            intensities += intensity;
+            colors += colorCode(color[0], color[1], color[2]);
+            records += bytesOf(point) + intensity + bytesOf(color);
         }
-        const std::string chunk = brotliEncode(positions + intensities + colors);
+        const std::string chunk =
+            encoding == "BROTLI" ? brotliEncode(positions + intensities + colors) : records;
         chunks.push_back({octree.size(), chunk.size()});
         octree += chunk;
     };

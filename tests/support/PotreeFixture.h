@@ -25,7 +25,7 @@ private:
     std::filesystem::path mPath;
 };
 
-/// The pieces of a Brotli store, byte by byte.
+/// The pieces of a store, byte by byte; codes are Brotli's.
 std::string hierarchyRecord(unsigned type, unsigned childMask, std::uint32_t pointCount, std::uint64_t offset,
                             std::uint64_t size, unsigned visibility = 0);
 std::string positionCode(std::int32_t x, std::int32_t y, std::int32_t z);
@@ -37,11 +37,11 @@ std::string bytesOf(T value) {
 }
 nlohmann::json attribute(const std::string& name, unsigned size, const std::string& type);
 
-/// A small, valid store: coordinates 0 … 1024 in steps of 1/4 from offset (1000, 2000, 3000), colours of 8
-/// bits and intensities, in the nodes r (3 points), r1 (1 point), r4 (a proxy: 2 points), r43 (empty) and r46
-/// (1 point).
+/// A small, valid store, in Brotli or, with another encoding, of records: coordinates 0 … 1024 in steps of
+/// 1/4 from offset (1000, 2000, 3000), colours of 8 bits and intensities, in the nodes r (3 points), r1 (1
+/// point), r4 (a proxy: 2 points), r43 (empty) and r46 (1 point).
 struct PotreeFixture {
-    PotreeFixture();
+    explicit PotreeFixture(const std::string& encoding = "BROTLI");
 
     void writeAll() const;
     void writeMetadata() const { folder.write("metadata.json", metadata.dump()); }

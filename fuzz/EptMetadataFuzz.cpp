@@ -1,0 +1,24 @@
+// The input is an ept.json.
+
+#include <fuzz/FuzzTarget.h>
+#include <octree/StoreError.h>
+#include <octree/entwine/Metadata.h>
+#include <octree/entwine/TileColumns.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    try {
+        const Entwine::Metadata metadata = Entwine::Metadata::parse(text, "ept.json");
+        const Math::Point<double, 3> reference = Entwine::referencePositionOf(metadata);
+        if (metadata.recordSize < 3 || metadata.span == 0 || !std::isfinite(reference.squaredLength())) {
+            std::abort();
+        }
+        Entwine::declaredColorDepth(metadata);
+    } catch (const Octree::StoreError&) {
+    }
+    return 0;
+}

@@ -1,0 +1,68 @@
+#include <octree/StoreError.h>
+#include <octree/entwine/Hierarchy.h>
+#include <octree/entwine/NodeKey.h>
+
+namespace Entwine {
+
+using Octree::OctreeNodeId;
+using Octree::StoreError;
+
+Hierarchy::Hierarchy(const std::filesystem::path& folder)
+    : mFolder(folder / "ept-hierarchy"), mRoot(readPage(OctreeNodeId(), {})) {}
+
+Hierarchy::~Hierarchy() = default;
+
+const HierarchyNode* Hierarchy::find(OctreeNodeId id, const std::stop_token& stop) {
+    return findEntry(id, true, stop);
+}
+
+void Hierarchy::require(OctreeNodeId id) {
+    findEntry(id, false, {});
+}
+
+const HierarchyNode* Hierarchy::findEntry(OctreeNodeId id, bool followsOwnLink, const std::stop_token& stop) {
+    const HierarchyPage* page = mRoot;
+    while (page != nullptr) {
+        // The node, or else the nearest above it that the page has: the page's own node at the latest.
+        OctreeNodeId place = id;
+        auto entry = page->nodes.find(place);
+        while (entry == page->nodes.end()) {
+            place = place.parent();
+            entry = page->nodes.find(place);
+        }
+        const HierarchyNode& node = entry->second;
+        if (place == id && !(node.isLink && followsOwnLink)) {
+            return &node;
+        }
+        if (!node.isLink) {
+            throw StoreError(mFolder, NodeKey(id).text(), "there is no such node");
+        }
+        page = load(node, place, stop);
+    }
+    return nullptr;
+}
+
+const HierarchyPage* Hierarchy::load(const HierarchyNode& link, OctreeNodeId id,
+                                     const std::stop_token& stop) {
+    if (const HierarchyPage* page = link.linked.load(std::memory_order_acquire)) {
+        return page;
+    }
+    const std::lock_guard lock(mLoading);
+    if (const HierarchyPage* page = link.linked.load(std::memory_order_relaxed)) {
+        return page;  // loaded by another thread meanwhile
+    }
+    const HierarchyPage* page = readPage(id, stop);
+    link.linked.store(page, std::memory_order_release);
+    return page;
+}
+
+const HierarchyPage* Hierarchy::readPage(OctreeNodeId id, const std::stop_token& stop) {
+    auto page = HierarchyPage::read(mFolder / (NodeKey(id).text() + ".json"), id, stop);
+    if (page == nullptr) {
+        return nullptr;
+    }
+    mPages.push_back(std::move(page));
+    return mPages.back().get();
+}
+
+}  // namespace Entwine

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <math/Color.h>
+#include <math/NBoundingBox.h>
+#include <math/Point.h>
+#include <octree/NodePointData.h>
+#include <octree/entwine/Metadata.h>
+#include <octree/entwine/Tile.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace Entwine {
+
+/// The origin of model coordinates: the centre of the store's cube, on each axis with integer coordinates
+/// moved onto their grid.
+Math::Point<double, 3> referencePositionOf(const Metadata& metadata);
+
+/// Positions relative to reference, times unitScale; exact steps where the reference lies on the tile's grid.
+/// Returns the index of the first point outside the bounds, if one is; out is then unspecified. Four steps
+/// and a millionth of the bounds are let pass: converters round.
+std::optional<std::size_t> readPositions(const Tile& tile, const Math::NBoundingBox<double, 3>& bounds,
+                                         const Math::Point<double, 3>& reference, double unitScale,
+                                         std::vector<Math::Point<double, 3>>& out);
+
+/// How a store's colour channels become 8 bits.
+enum class ColorDepth {
+    /// They hold 0 … 255; larger values become 255.
+    Eight,
+    /// They hold 0 … 65535, or 8-bit values shifted up: the upper byte counts.
+    Sixteen
+};
+
+/// Eight when the schema has channels of one byte, or statistics with a maximum up to 255; empty when it does
+/// not say.
+std::optional<ColorDepth> declaredColorDepth(const Metadata& metadata);
+/// Eight when no value of the tile is above 255.
+ColorDepth observedColorDepth(const Tile& tile);
+
+bool hasColors(const Tile& tile);
+/// Precondition: hasColors(tile).
+std::vector<Math::Color> readColors(const Tile& tile, ColorDepth depth);
+
+/// Sets the wanted columns that the tile has, except positions and colours. Values are rounded and kept
+/// within their range. Intensities of one byte are spread over 16 bits; wider ones and floats are scaled by
+/// the schema's maximum for them if that is above 65535, and floats also if it is at most 1. Normals come
+/// out with length 1, or 0.
+void readPlainColumns(const Tile& tile, const Metadata& metadata, Octree::NodePointData& data);
+
+}  // namespace Entwine

@@ -1,0 +1,44 @@
+#include <octree/RandomAccessFile.h>
+#include <octree/StoreError.h>
+#include <octree/entwine/NodeKey.h>
+#include <octree/entwine/TileReader.h>
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace Entwine {
+
+TileReader::~TileReader() = default;
+
+std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Octree::OctreeNodeId id,
+                                          std::size_t& size, const std::stop_token& stop) {
+    try {
+        const Octree::RandomAccessFile file(path);
+        if (file.size() > MAX_TILE_SIZE) {
+            throw Octree::StoreError(path,
+                                     "is larger than any tile: " + std::to_string(file.size()) + " bytes");
+        }
+        size = static_cast<std::size_t>(file.size());
+        auto bytes = std::make_unique_for_overwrite<std::byte[]>(size);
+        const bool isRead = file.read(0, size, reinterpret_cast<char*>(bytes.get()), stop);
+        return isRead ? std::move(bytes) : nullptr;
+    } catch (const Octree::StoreError&) {
+        std::throw_with_nested(Octree::StoreError(path, NodeKey(id).text(), "its points cannot be read"));
+    }
+}
+
+std::unique_ptr<TileReader> makeTileReader(const Metadata& metadata, const std::filesystem::path& folder) {
+    if (metadata.dataType == "binary" || metadata.dataType == "zstandard") {
+        return makeRecordTileReader(metadata, folder);
+    }
+    if (metadata.dataType == "laszip") {
+        return makeLaszipTileReader(metadata, folder);
+    }
+    throw Octree::StoreError(folder / "ept.json",
+                             "dataType \"" + metadata.dataType +
+                                 "\" is not supported, only \"binary\", \"laszip\" and \"zstandard\" are");
+}
+
+}  // namespace Entwine

@@ -1,0 +1,25 @@
+set(LUMARO_ENTWINE_SOURCES
+    JsonValue.cpp
+    entwine/EntwineTree.cpp
+    entwine/FileSystemLocation.cpp
+    entwine/Hierarchy.cpp
+    entwine/HierarchyPage.cpp
+    entwine/LaszipTile.cpp
+    entwine/Metadata.cpp
+    entwine/NodeKey.cpp
+    entwine/RecordTile.cpp
+    entwine/Tile.cpp
+    entwine/TileColumns.cpp
+    entwine/TileReader.cpp)
+set(LUMARO_ENTWINE_HEADERS
+    GrowingBuffer.h
+    JsonValue.h
+    entwine/EntwineTree.h
+    entwine/FileSystemLocation.h
+    entwine/Hierarchy.h
+    entwine/HierarchyPage.h
+    entwine/Metadata.h
+    entwine/NodeKey.h
+    entwine/Tile.h
+    entwine/TileColumns.h
+    entwine/TileReader.h)

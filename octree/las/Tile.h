@@ -1,0 +1,24 @@
+#pragma once
+
+#include <octree/las/Columns.h>
+#include <octree/las/LasFile.h>
+
+#include <stop_token>
+#include <string>
+#include <string_view>
+
+namespace Las {
+
+/// A whole small file.
+struct Tile {
+    Header header;
+    Columns points;
+};
+
+/// Reads a file in memory, whose name is for errors. The fields or Field values. False when stopped, which is
+/// looked at every few thousand points. Throws Octree::StoreError naming the file, and the chunk and the point
+/// where they are concerned. Memory grows with the points decoded.
+bool readTile(const std::string& fileName, std::string_view bytes, unsigned fields, const std::stop_token& stop,
+              Tile& out);
+
+}  // namespace Las

@@ -1,0 +1,256 @@
+#include <core/ExceptionChain.h>
+#include <octree/StoreError.h>
+#include <octree/entwine/EntwineTree.h>
+
+#include <gtest/gtest.h>
+#include <tests/octree/entwine/EptFixture.h>
+
+#include <filesystem>
+#include <functional>
+
+using Octree::OctreeNodeId;
+using Support::EptFixture;
+
+namespace {
+
+/// The error of opening the store and reading all of it, with the store's folder taken out; empty if there is
+/// none.
+std::string errorOf(const std::filesystem::path& folder) {
+    try {
+        Entwine::EntwineTree tree{Entwine::FileSystemLocation(folder)};
+        for (const OctreeNodeId id : Support::allNodes(tree)) {
+            Octree::NodePointData data;
+            tree.readNode(id, 1.0, data, {});
+        }
+        return "";
+    } catch (const Octree::StoreError& error) {
+        std::string text = Core::exceptionChain(error);
+        const std::string prefix = Entwine::FileSystemLocation(folder).toString();
+        for (std::size_t at; (at = text.find(prefix)) != std::string::npos;) {
+            text.erase(at, prefix.size());
+        }
+        return text;
+    }
+}
+
+std::string errorOf(const EptFixture& fixture) {
+    return errorOf(fixture.folder.path());
+}
+
+std::string errorWithMetadata(const std::function<void(nlohmann::json&)>& change) {
+    EptFixture fixture;
+    change(fixture.metadata);
+    fixture.writeMetadata();
+    return errorOf(fixture);
+}
+
+/// With the hierarchy's second file being this text.
+std::string errorWithPage(const std::string& text) {
+    EptFixture fixture;
+    fixture.folder.write(EptFixture::hierarchyFile("1-1-0-0"), text);
+    return errorOf(fixture);
+}
+
+/// With these bytes as the file of the root's tile.
+std::string errorWithTile(const std::string& dataType, const std::string& bytes) {
+    EptFixture fixture(dataType);
+    fixture.folder.write(fixture.tileFile("0-0-0-0"), bytes);
+    return errorOf(fixture);
+}
+
+bool startsWith(const std::string& text, const std::string& start) {
+    return text.rfind(start, 0) == 0;
+}
+
+}  // namespace
+
+TEST(EptErrors, TheFixtureItselfIsSound) {
+    EXPECT_EQ(errorOf(EptFixture("binary")), "");
+    EXPECT_EQ(errorOf(EptFixture("zstandard")), "");
+}
+
+TEST(EptErrors, PlacesThatAreNoStore) {
+    const EptFixture fixture;
+    EXPECT_EQ(errorOf(fixture.folder.path() / "absent"), ": there is no such folder");
+    EXPECT_EQ(errorOf(fixture.folder.path() / "ept.json"), ": is not a folder");
+    for (const std::string file : {"ept.json", "ept-hierarchy/0-0-0-0.json"}) {
+        std::filesystem::remove(fixture.folder.path() / file);
+        EXPECT_TRUE(startsWith(errorOf(fixture), "/" + file + ": cannot be ")) << errorOf(fixture);
+        fixture.writeAll();
+    }
+}
+
+TEST(EptErrors, MetadataThatIsNotJson) {
+    const EptFixture fixture;
+    for (const std::string& text :
+         {std::string(), std::string("{\"points\": 1e999}"), std::string("\0\xff", 2)}) {
+        fixture.folder.write("ept.json", text);
+        EXPECT_TRUE(startsWith(errorOf(fixture), "/ept.json: is not JSON: ")) << errorOf(fixture);
+    }
+    fixture.folder.write("ept.json", std::string(100000, '['));
+    EXPECT_EQ(errorOf(fixture), "/ept.json: is nested deeper than any ept.json");
+    fixture.folder.write("ept.json", std::string(17 << 20, ' '));
+    EXPECT_EQ(errorOf(fixture), "/ept.json: is larger than any ept.json: 17825792 bytes");
+}
+
+TEST(EptErrors, StoresOfAnotherKindAreRefusedByName) {
+    const auto with = [](const char* key, const char* value) {
+        return errorWithMetadata([&](auto& json) { json[key] = value; });
+    };
+    EXPECT_EQ(with("version", "0.0.0"), "");
+    EXPECT_EQ(with("version", "1.0.0"), "");
+    EXPECT_EQ(with("version", "2.0.0"),
+              "/ept.json: version \"2.0.0\" is not supported, only 1.0 and 1.1 are");
+    EXPECT_EQ(with("hierarchyType", "gzip"),
+              "/ept.json: hierarchyType \"gzip\" is not supported, only \"json\" is");
+    EXPECT_EQ(with("dataType", "parquet"),
+              "/ept.json: dataType \"parquet\" is not supported, only \"binary\", \"laszip\" and "
+              "\"zstandard\" are");
+}
+
+TEST(EptErrors, EveryKeyThatIsNeededIsNamedWhenItIsMissing) {
+    for (const char* key : {"version", "dataType", "hierarchyType", "points", "span", "bounds", "schema"}) {
+        EXPECT_EQ(errorWithMetadata([key](auto& json) { json.erase(key); }),
+                  std::string("/ept.json: key \"") + key + "\" is missing");
+    }
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["schema"][3].erase("size"); }),
+              "/ept.json: key \"schema[3].size\" is missing");
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["schema"].erase(2); }),
+              "/ept.json: key \"schema\" is not a list with the dimensions \"X\", \"Y\" and \"Z\"");
+    EXPECT_EQ(errorWithMetadata([](auto& json) {
+                  json["ticks"] = json["span"];
+                  json.erase("span");
+                  json.erase("boundsConforming");
+              }),
+              "");
+}
+
+TEST(EptErrors, ValuesThatMakeNoSenseAreNamed) {
+    const auto expect = [](const char* pointer, const nlohmann::json& value, const std::string& problem) {
+        EXPECT_EQ(errorWithMetadata([&](auto& json) { json[nlohmann::json::json_pointer(pointer)] = value; }),
+                  "/ept.json: key " + problem);
+    };
+    expect("/points", -1, "\"points\" is not a whole number that is not negative");
+    expect("/span", 0, "\"span\" is not a number from 1 to 2^30");
+    expect("/bounds", {0, 0, 0, 1, 1}, "\"bounds\" is not a list of six numbers");
+    expect("/bounds/0", 2000, "\"bounds\" is not a box whose minimum is not above its maximum");
+    expect("/bounds/4", 2255, "\"bounds\" is not a cube");
+    expect("/bounds", {1, 2, 3, 1, 2, 3}, "\"bounds\" is not a cube");
+    expect("/bounds/0", nullptr, "\"bounds[0]\" is not a number of magnitude up to 1e30");
+    expect("/boundsConforming/5", 0,
+           "\"boundsConforming\" is not a box whose minimum is not above its maximum");
+    expect("/schema/0/scale", 0, "\"schema[0].scale\" is not positive");
+    expect("/schema/0/scale", "NaN", "\"schema[0].scale\" is not a number of magnitude up to 1e30");
+    expect("/schema/0/scale", 1e-20,
+           "\"bounds\" is not within reach of the scale and offset of \"X\", \"Y\" and \"Z\"");
+    expect("/schema/0/size", 3, "\"schema[0].size\" is not 1, 2, 4 or 8");
+    expect("/schema/3/size", std::uint64_t{1} << 40, "\"schema[3].size\" is not 1, 2, 4 or 8");
+    expect("/schema/3/type", "float", "\"schema[3].size\" is not 4 or 8, which a float has");
+    expect("/schema/3/type", "text", "\"schema[3].type\" is not \"signed\", \"unsigned\" or \"float\"");
+    expect("/schema/3/name", "X", "\"schema[3].name\" is not a name of its own");
+}
+
+TEST(EptErrors, HierarchyFiles) {
+    const std::string file = "/ept-hierarchy/1-1-0-0.json: ";
+    const std::string sound = R"("1-1-0-0": 2, "2-2-1-0": 1)";
+    EXPECT_EQ(errorWithPage("{" + sound + "}"), "");
+    EXPECT_EQ(errorWithPage("{}"), file + "node 1-1-0-0: is missing");
+    EXPECT_TRUE(startsWith(errorWithPage("{" + sound), file + "is not JSON at byte "));
+    EXPECT_EQ(errorWithPage("5"), file + "is not an object of point counts");
+    EXPECT_EQ(errorWithPage(std::string(100000, '[')), file + "is not an object of point counts");
+    EXPECT_EQ(errorWithPage(R"({"1-1-0-0": {"1-1-0-0": 2}})"), file + "node 1-1-0-0: is not a point count");
+    EXPECT_EQ(errorWithPage(R"({"1-1-0-0": 2.5})"), file + "node 1-1-0-0: is not a point count");
+    EXPECT_EQ(errorWithPage(R"({"1-1-0-0": -1})"), file + "node 1-1-0-0: has -1 points");
+    EXPECT_EQ(errorWithPage(R"({"1-1-0-0": -2})"), file + "node 1-1-0-0: has -2 points");
+    EXPECT_EQ(errorWithPage(R"({"1-1-0-0": 1099511627776})"),
+              file + "node 1-1-0-0: has 1099511627776 points, more than a node may have");
+    EXPECT_EQ(errorWithPage(R"({"r4": 2})"), file + "node r4: is not the name of a node");
+    EXPECT_EQ(errorWithPage(R"({"1-1-0-0": 2, "1-1-0-0": 2})"), file + "node 1-1-0-0: is there twice");
+    EXPECT_EQ(errorWithPage("{" + sound + R"(, "0-0-0-0": -1})"),
+              file + "node 0-0-0-0: is not below 1-1-0-0");
+    EXPECT_EQ(errorWithPage("{" + sound + R"(, "2-1-1-0": 1})"), file + "node 2-1-1-0: is not below 1-1-0-0");
+    EXPECT_EQ(errorWithPage("{" + sound + R"(, "3-6-2-0": 1})"),
+              file + "node 3-6-2-0: its parent is missing");
+    EXPECT_EQ(errorWithPage(R"({"1-1-0-0": 2, "2-2-1-0": -1, "3-4-2-0": 1})"),
+              file + "node 3-4-2-0: its parent stands in another file");
+    EXPECT_TRUE(startsWith(errorWithPage(R"({"1-1-0-0": 2, "2-2-1-0": -1})"),
+                           "/ept-hierarchy/2-2-1-0.json: cannot be opened: "));
+}
+
+TEST(EptErrors, TilesOfRecords) {
+    const std::string node = "/ept-data/0-0-0-0.bin: node 0-0-0-0: ";
+    const std::string good = EptFixture().tiles.at("0-0-0-0");
+    EXPECT_EQ(errorWithTile("binary", good.substr(0, 21)), "");  // fewer than the hierarchy says
+    EXPECT_EQ(errorWithTile("binary", good + good), "");
+    EXPECT_EQ(errorWithTile("binary", good.substr(1)),
+              node + "its tile holds 62 bytes, which are not points of 21 bytes");
+    EXPECT_EQ(errorWithTile("binary", ""), node + "its tile holds 0 bytes, which are not points of 21 bytes");
+    EXPECT_EQ(errorWithTile("binary", EptFixture::record(512, 0, 0) + EptFixture::record(0, 0, 517)),
+              node + "point 1 lies outside the store's bounds");
+    EptFixture fixture;
+    std::filesystem::remove(fixture.folder.path() / fixture.tileFile("2-2-1-0"));
+    EXPECT_TRUE(startsWith(errorOf(fixture),
+                           "/ept-data/2-2-1-0.bin: node 2-2-1-0: its points cannot be read: "
+                           "/ept-data/2-2-1-0.bin: cannot be opened: "))
+        << errorOf(fixture);
+}
+
+TEST(EptErrors, CompressedTiles) {
+    const std::string node = "/ept-data/0-0-0-0.zst: node 0-0-0-0: its tile ";
+    const std::string points = EptFixture().tiles.at("0-0-0-0");
+    const std::string good = Support::zstandardEncode(points);
+    EXPECT_EQ(errorWithTile("zstandard", good), "");
+    EXPECT_TRUE(startsWith(errorWithTile("zstandard", points), node + "is damaged: "));
+    EXPECT_EQ(errorWithTile("zstandard", good.substr(0, good.size() - 1)), node + "is cut short");
+    EXPECT_EQ(errorWithTile("zstandard", ""), node + "is cut short");
+    EXPECT_EQ(errorWithTile("zstandard", good + "xy"), node + "ends 2 bytes before its end");
+    EXPECT_EQ(errorWithTile("zstandard", Support::zstandardEncode(points.substr(1))),
+              node + "holds 62 bytes, which are not points of 21 bytes");
+    std::string many;
+    for (int i = 0; i < 100; ++i) {
+        many += EptFixture::record(i, i, i);
+    }
+    EXPECT_EQ(errorWithTile("zstandard", Support::zstandardEncode(many)), "");
+    const std::string bomb = Support::zstandardEncode(std::string(std::size_t{1} << 28, '\0'));
+    ASSERT_LT(bomb.size(), 20000u);
+    EXPECT_EQ(errorWithTile("zstandard", bomb),
+              node + "decompresses to more than 1376382 bytes, for 3 points of 21 bytes");
+}
+
+TEST(EptErrors, NodesThatAreNotThere) {
+    const EptFixture fixture;
+    Entwine::EntwineTree tree{Entwine::FileSystemLocation(fixture.folder.path())};
+    EXPECT_EQ(tree.nodeVisibility(OctreeNodeId().child(4)), 0);
+    for (const OctreeNodeId id : {OctreeNodeId().child(0), OctreeNodeId().child(4).child(6).child(0)}) {
+        Octree::NodeFacts facts;
+        EXPECT_THROW(tree.nodeFacts(id, facts, {}), Octree::StoreError);
+        EXPECT_THROW(tree.nodeVisibility(id), Octree::StoreError);
+    }
+}
+
+TEST(EptErrors, LevelsThatHaveNoIdentifierAreCutOff) {
+    EptFixture fixture;
+    nlohmann::json& page = fixture.hierarchy["1-1-0-0"];
+    for (int depth = 2; depth < 25; ++depth) {
+        page[std::to_string(depth) + "-" + std::to_string(std::uint64_t{1} << (depth - 1)) + "-0-0"] = 0;
+    }
+    fixture.writeAll();
+    Entwine::EntwineTree tree{Entwine::FileSystemLocation(fixture.folder.path())};
+    OctreeNodeId id = OctreeNodeId().child(4);
+    Octree::NodeFacts facts;
+    while (id.level() < OctreeNodeId::MAX_REPRESENTABLE_LEVEL) {
+        ASSERT_TRUE(tree.nodeFacts(id, facts, {}));
+        ASSERT_NE(facts.childMask & 1, 0);
+        id = id.child(0);
+    }
+    ASSERT_TRUE(tree.nodeFacts(id, facts, {}));
+    EXPECT_EQ(facts.childMask, 0);
+}
+
+TEST(EptErrors, AStoreWithoutPointsIsNone) {
+    EptFixture fixture;
+    fixture.metadata["points"] = 0;
+    fixture.hierarchy["0-0-0-0"] = nlohmann::json::object();
+    fixture.writeAll();
+    EXPECT_EQ(errorOf(fixture), "");
+}

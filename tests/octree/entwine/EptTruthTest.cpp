@@ -1,0 +1,207 @@
+#include <octree/StoreError.h>
+#include <octree/entwine/EntwineTree.h>
+#include <octree/entwine/NodeKey.h>
+#include <octree/potree/Store.h>
+
+#include <gtest/gtest.h>
+#include <tests/octree/entwine/EptFixture.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+
+using Entwine::EntwineTree;
+using Octree::Attribute;
+using Octree::NodePointData;
+using Octree::OctreeNodeId;
+using Support::allNodes;
+
+namespace {
+
+using Json = nlohmann::json;
+
+std::filesystem::path dataFolder() {
+    const char* folder = std::getenv("LUMARO_DATA_DIR");
+    return folder != nullptr ? folder : LUMARO_DATA_DIR;
+}
+
+/// What the truth files say of a node or of a whole store, taken from decoded points.
+struct Summary {
+    void add(const NodePointData& data, const Math::Point<double, 3>& reference) {
+        for (std::size_t i = 0; i < data.size(); ++i) {
+            box.extend(data.position(i) + reference);
+            if (data.has(Attribute::Color)) {
+                const Math::Color color = data.color(i);
+                colorSum += Math::Point<double, 3>(color.r(), color.g(), color.b());
+            }
+            intensitySum += data.intensity(i);
+            ++classes[std::to_string(data.classification(i))];
+        }
+        count += data.size();
+    }
+
+    void expectSame(const Json& truth, double colorUnit) const {
+        ASSERT_EQ(count, truth.value("numPoints", truth.value("points", std::size_t{0})));
+        const double divisor = static_cast<double>(count);
+        for (int axis = 0; axis < 3; ++axis) {
+            const auto i = static_cast<std::size_t>(axis);
+            EXPECT_NEAR(box.min[axis], truth["min"][i].get<double>(), 1e-6);
+            EXPECT_NEAR(box.max[axis], truth["max"][i].get<double>(), 1e-6);
+            if (!truth["meanRGB"].is_null()) {
+                EXPECT_NEAR(colorSum[axis] / divisor, truth["meanRGB"][i].get<double>() / colorUnit, 1e-6);
+            }
+        }
+        EXPECT_EQ(colorSum == (Math::Point<double, 3>()), truth["meanRGB"].is_null());
+        EXPECT_NEAR(intensitySum / divisor, truth["meanIntensity"].get<double>(), 1e-6);
+        EXPECT_EQ(classes, truth["classification"].get<decltype(classes)>());
+    }
+
+    Math::NBoundingBox<double, 3> box;
+    Math::Point<double, 3> colorSum;
+    double intensitySum = 0.0;
+    std::map<std::string, std::size_t> classes;
+    std::size_t count = 0;
+};
+
+/// Steps of a millimetre, colour, intensity.
+using Point = std::array<std::int64_t, 7>;
+
+/// All points of a source in order.
+std::vector<Point> sortedPoints(Octree::NodeSource& source) {
+    std::vector<Point> points;
+    for (const OctreeNodeId id : allNodes(source)) {
+        NodePointData data;
+        source.readNode(id, 1.0, data, {});
+        for (std::size_t i = 0; i < data.size(); ++i) {
+            const Math::Point<double, 3> position = data.position(i) + source.storeFacts().referencePosition;
+            const Math::Color color = data.color(i);
+            points.push_back({std::llround(position[0] * 1000), std::llround(position[1] * 1000),
+                              std::llround(position[2] * 1000), color.r(), color.g(), color.b(),
+                              data.intensity(i)});
+        }
+    }
+    std::sort(points.begin(), points.end());
+    return points;
+}
+
+/// How many points have no like among others whose coordinates are the same or one step further along
+/// direction.
+std::size_t countWithoutLike(const std::vector<Point>& points, const std::vector<Point>& others,
+                             std::int64_t direction) {
+    std::size_t count = 0;
+    for (const Point& point : points) {
+        bool isFound = false;
+        for (unsigned corner = 0; corner < 8 && !isFound; ++corner) {
+            Point like = point;
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                like[axis] += (corner >> axis & 1) * direction;
+            }
+            isFound = std::binary_search(others.begin(), others.end(), like);
+        }
+        count += isFound ? 0 : 1;
+    }
+    return count;
+}
+
+std::string errorOf(const std::string& store, bool reads) {
+    try {
+        EntwineTree tree(Entwine::FileSystemLocation(dataFolder() / "ept" / store));
+        NodePointData data;
+        if (reads) {
+            tree.readNode(OctreeNodeId(), 1.0, data, {});
+        }
+        return "";
+    } catch (const Octree::StoreError& error) {
+        return error.what();
+    }
+}
+
+class EptTruth : public testing::TestWithParam<const char*> {
+protected:
+    void SetUp() override {
+        if (!std::filesystem::exists(dataFolder() / "ept")) {
+            GTEST_SKIP() << "the real stores are not here: " << dataFolder();
+        }
+    }
+};
+
+}  // namespace
+
+TEST_P(EptTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
+    const std::string name = GetParam();
+    std::ifstream file(dataFolder() / "truth" / ("ept-" + name + ".json"));
+    const Json truth = Json::parse(file);
+    EntwineTree tree(Entwine::FileSystemLocation(dataFolder() / "ept" / name));
+    std::map<std::string, const Json*> listed;
+    for (const Json& node : truth["nodes"]) {
+        listed[node["name"]] = &node;
+    }
+    const Json& maximum = truth["totals"]["maxColourValue"];
+    const double colorUnit = maximum.is_number() && maximum > 255 ? 256.0 : 1.0;
+    const Octree::StoreFacts& facts = tree.storeFacts();
+
+    Summary total;
+    const std::vector<OctreeNodeId> nodes = allNodes(tree);
+    for (const OctreeNodeId id : nodes) {
+        const std::string key = Entwine::NodeKey(id).text();
+        SCOPED_TRACE(key);
+        ASSERT_EQ(listed.count(key), 1u);
+        Octree::NodeFacts node;
+        NodePointData data;
+        ASSERT_TRUE(tree.nodeFacts(id, node, {}));
+        EXPECT_EQ(node.pointCount, (*listed[key])["numPointsInHierarchy"]);
+        if (listed[key]->contains("error")) {
+            EXPECT_THROW(tree.readNode(id, 1.0, data, {}), Octree::StoreError);
+            continue;
+        }
+        ASSERT_TRUE(tree.readNode(id, 1.0, data, {}));
+        Summary summary;
+        summary.add(data, facts.referencePosition);
+        summary.expectSame(*listed[key], colorUnit);
+        total.add(data, facts.referencePosition);
+    }
+    EXPECT_EQ(nodes.size(), listed.size());
+    total.expectSame(truth["totals"], colorUnit);
+    EXPECT_TRUE(facts.boundingBox.contains(total.box.min));
+    EXPECT_TRUE(facts.boundingBox.contains(total.box.max));
+    EXPECT_EQ(facts.spacing,
+              (facts.boundingCube.max[0] - facts.boundingCube.min[0]) / truth["span"].get<double>());
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, EptTruth,
+                         testing::Values("lion-binary", "lion-zstandard", "ellipsoid-binary",
+                                         "bad-pointcount-binary", "lion-laszip", "lion-laszip14",
+                                         "lone-star-laszip", "lone-star-invalid-tile",
+                                         "bad-pointcount-laszip"),
+                         [](const auto& store) {
+                             std::string name = store.param;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
+TEST_F(EptTruth, TheSameCloudHasTheSamePointsInEveryStore) {
+    EntwineTree binary(Entwine::FileSystemLocation(dataFolder() / "ept" / "lion-binary"));
+    PoTree::Store potree(PoTree::FileSystemLocation(dataFolder() / "potree" / "lion-brotli"));
+    const std::vector<Point> expected = sortedPoints(binary);
+    ASSERT_EQ(expected.size(), 341989u);
+    for (const char* const other : {"lion-zstandard", "lion-laszip", "lion-laszip14"}) {
+        EntwineTree tree(Entwine::FileSystemLocation(dataFolder() / "ept" / other));
+        EXPECT_TRUE(expected == sortedPoints(tree)) << other;
+    }
+    // Written from the same points by a converter that rounds down, and then counts one step too far.
+    const std::vector<Point> converted = sortedPoints(potree);
+    ASSERT_EQ(converted.size(), expected.size());
+    EXPECT_EQ(countWithoutLike(expected, converted, 1), 0u);
+    EXPECT_EQ(countWithoutLike(converted, expected, -1), 0u);
+}
+
+TEST_F(EptTruth, AStoreWithoutTilesOpensAndNamesTheTileThatIsMissing) {
+    EXPECT_EQ(errorOf("ellipsoid-nopoints", false), "");
+    const std::string error = errorOf("ellipsoid-nopoints", true);
+    EXPECT_NE(error.find("ept-data/0-0-0-0.bin: node 0-0-0-0: its points cannot be read"), std::string::npos)
+        << error;
+}
