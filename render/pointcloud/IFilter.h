@@ -6,7 +6,8 @@
 
 namespace Render {
 
-/// A region that a host wants points from, in world coordinates. The host owns it.
+/// A region that a host wants points from, in world coordinates. The host owns it. Ready-made ones are in
+/// render/pointcloud/filters.
 class IFilter {
 public:
     /// True keeps the point.

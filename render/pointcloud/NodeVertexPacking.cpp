@@ -10,6 +10,7 @@ using Octree::Attribute;
 using Octree::NodePointData;
 
 constexpr int allVisible = 1;
+constexpr int allHidden = 2;
 
 constexpr unsigned columns(bool visibility) {
     const auto bit = [](Attribute attribute) { return static_cast<unsigned>(attribute); };
@@ -44,7 +45,12 @@ void packAttributes(const NodePointData& points, VertexContainer& out) {
 
 bool loadNodeVertices(const Octree::Octree& octree, Octree::OctreeNodeId id, VertexContainer& out,
                       const std::stop_token& stop) {
-    NodePointData points(columns(octree.nodeVisibility(id) != allVisible));
+    const int visibility = octree.nodeVisibility(id);
+    if (visibility == allHidden) {
+        out = VertexContainer();
+        return true;
+    }
+    NodePointData points(columns(visibility != allVisible));
     if (!octree.getNodePointData(id, points, stop)) {
         return false;
     }

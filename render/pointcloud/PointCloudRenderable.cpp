@@ -59,6 +59,11 @@ PointCloudRenderable::~PointCloudRenderable() {
     mStreamer->detach();
 }
 
+void PointCloudRenderable::addExternalAttributeLocation(const Octree::Location& location) const {
+    mOctree->addExternalAttributeLocation(location);
+    mStreamer->onExternalAttributesAdded();
+}
+
 std::shared_ptr<VertexContainerCache> PointCloudRenderable::createOrGetSharedVertexContainerCache(
     const Octree::Location& location, double unitScale, std::size_t capacity, std::size_t expectedEntries) {
     return Render::createOrGetSharedVertexContainerCache(location, unitScale, capacity, expectedEntries);
@@ -137,6 +142,10 @@ bool PointCloudRenderable::isAsyncReloadActive() const {
 
 bool PointCloudRenderable::isAsyncReloadHealthy(bool rethrow) const {
     return mStreamer->isAsyncReloadHealthy(rethrow);
+}
+
+bool PointCloudRenderable::isLoading() const {
+    return mStreamer->isLoading();
 }
 
 void PointCloudRenderable::waitUntilLoaded() {
@@ -245,8 +254,9 @@ void PointCloudRenderable::brightnessAndContrast(float lower, float upper, float
 
 std::shared_ptr<PointCloudQuery> PointCloudRenderable::createPointCloudQuery(
     IFilter* filter, std::size_t maxLevel, float minSpacing, std::chrono::nanoseconds timeLimit) {
-    return std::make_shared<PointCloudQuery>(mOctree, mStreamer->pointDataCache(), worldMatrix(), filter,
-                                             maxLevel, minSpacing, timeLimit);
+    const PointCloudStreamer::QueryAccess access = mStreamer->queryAccess();
+    return std::make_shared<PointCloudQuery>(access.octree, access.cache, worldMatrix(), filter, maxLevel,
+                                             minSpacing, timeLimit);
 }
 
 }  // namespace Render

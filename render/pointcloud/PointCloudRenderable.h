@@ -73,6 +73,11 @@ public:
     PointCloudRenderable& operator=(const PointCloudRenderable&) = delete;
     ~PointCloudRenderable() override;
 
+    /// Adds a store of the same nodes that carries further columns; the points that it hides are neither
+    /// drawn nor picked nor queried. What is shown is loaded anew. Throws StoreError when it cannot be
+    /// opened; a mismatch shows when nodes are loaded.
+    void addExternalAttributeLocation(const Octree::Location& location) const;
+
     /// The caches that all point clouds of a location at a unit scale share; see NodeCaches.h.
     static std::shared_ptr<VertexContainerCache> createOrGetSharedVertexContainerCache(
         const Octree::Location& location, double unitScale, std::size_t capacity,
@@ -101,6 +106,9 @@ public:
     bool isAsyncReloadActive() const;
     /// False while the loader's last walk has failed; with `rethrow` that failure is thrown instead.
     bool isAsyncReloadHealthy(bool rethrow) const;
+    /// Whether the loader is at work: false when what it can load for this view is there, or when there is no
+    /// loader.
+    bool isLoading() const;
     /// Blocks until the loader has nothing to do.
     void waitUntilLoaded();
 

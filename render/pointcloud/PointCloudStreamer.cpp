@@ -62,7 +62,7 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
         throw std::runtime_error("reloadingPoints is not allowed if PointCloudRenderable is not initialized");
     }
     const std::lock_guard walking(mWalkMutex);
-    adoptUnitScale();
+    adoptOctreeChanges();
     // Before the parameters are copied: a change that also clears then makes every offer of this walk stale.
     const std::uint64_t generation = mPrioritizer->generation(mInstanceId);
     const WalkParameters parameters = this->parameters();
@@ -160,6 +160,7 @@ void PointCloudStreamer::publish() {
 
 bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out,
                                            std::stop_token stop) {
+    std::shared_ptr<Octree::Octree> octree;
     std::shared_ptr<VertexContainerCache> vertexCache;
     std::shared_ptr<MeshDistanceCache> distanceCache;
     std::shared_ptr<const Math::TriangleMesh<float>> mesh;
@@ -167,13 +168,14 @@ bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContai
     float scale = 1.0f;
     {
         const std::lock_guard lock(mParametersMutex);
+        octree = mCaches.octree;
         vertexCache = mCaches.vertices;
         distanceCache = mCaches.meshDistances;
         mesh = mParameters.mesh;
         group = mParameters.meshGroup;
         scale = mParameters.modelScale;
     }
-    const auto load = [&](VertexContainer& loaded) { return loadNodeVertices(*mOctree, id, loaded, stop); };
+    const auto load = [&](VertexContainer& loaded) { return loadNodeVertices(*octree, id, loaded, stop); };
     if (!vertexCache->getOrLoad(id, out, load)) {
         return false;
     }
@@ -181,19 +183,18 @@ bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContai
 }
 
 PointCloudStreamer::Caches PointCloudStreamer::takeCaches() const {
-    const double unitScale = mOctree->unitScale();
-    const Octree::Location& location = mOctree->location();
-    return {
-        unitScale,
-        createOrGetSharedVertexContainerCache(location, unitScale, vertexCacheCapacity, expectedCacheEntries),
-        createOrGetSharedMeshDistanceCache(location, unitScale, meshDistanceCacheCapacity),
-        createOrGetSharedPointDataCache(location, unitScale, pointDataCacheCapacity, expectedCacheEntries)};
+    std::shared_ptr<Octree::Octree> octree = mOctree->snapshot();
+    const Octree::CacheIdentifier identifier = octree->cacheIdentifier();
+    return {identifier, std::move(octree),
+            createOrGetSharedVertexContainerCache(identifier, vertexCacheCapacity, expectedCacheEntries),
+            createOrGetSharedMeshDistanceCache(identifier, meshDistanceCacheCapacity),
+            createOrGetSharedPointDataCache(identifier, pointDataCacheCapacity, expectedCacheEntries)};
 }
 
-void PointCloudStreamer::adoptUnitScale() {
+void PointCloudStreamer::adoptOctreeChanges() {
     {
         const std::lock_guard lock(mParametersMutex);
-        if (mCaches.unitScale == mOctree->unitScale()) {
+        if (mCaches.identifier == mOctree->cacheIdentifier()) {
             return;
         }
         mCaches = takeCaches();
@@ -206,9 +207,10 @@ std::shared_ptr<VertexContainerCache> PointCloudStreamer::vertexCache() const {
     return mCaches.vertices;
 }
 
-std::shared_ptr<PointDataCache> PointCloudStreamer::pointDataCache() const {
+PointCloudStreamer::QueryAccess PointCloudStreamer::queryAccess() const {
     const std::lock_guard lock(mParametersMutex);
-    return mCaches.pointData;
+    const Caches caches = mCaches.identifier == mOctree->cacheIdentifier() ? mCaches : takeCaches();
+    return {caches.octree, caches.pointData};
 }
 
 void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel) {

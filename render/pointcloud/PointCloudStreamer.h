@@ -68,6 +68,8 @@ public:
     bool isAsyncReloadActive() const { return mLoader != nullptr; }
     /// False, or the stored error, while a loader exists whose last completed walk failed.
     bool isAsyncReloadHealthy(bool rethrow) const;
+    /// Whether the loader walks or is about to.
+    bool isLoading() const { return mLoader && mLoader->isRunning(); }
     /// Blocks until the loader has nothing to do.
     void waitUntilIdle();
 
@@ -90,6 +92,8 @@ public:
     /// Synchronous: waits until the running walk has ended, so that vertices of two scales never meet. Walks
     /// of other point clouds over the same octree object must not run meanwhile.
     void setUnitScale(double unitScale);
+    /// Follows external attributes that were added to the octree: what is shown is dropped and loaded anew.
+    void onExternalAttributesAdded();
 
     // Of the renderer's state.
     void onProjectionChanged();
@@ -119,7 +123,13 @@ public:
     /// Null before attach().
     const std::shared_ptr<NodePrioritizer>& prioritizer() const { return mPrioritizer; }
     std::shared_ptr<VertexContainerCache> vertexCache() const;
-    std::shared_ptr<PointDataCache> pointDataCache() const;
+
+    /// What a query reads from: the octree as it is now, and the cache of that.
+    struct QueryAccess {
+        std::shared_ptr<Octree::Octree> octree;
+        std::shared_ptr<PointDataCache> cache;
+    };
+    QueryAccess queryAccess() const;
 
     /// Takes over the newest publication; true when there was one that was not taken before. The reader may
     /// drop the vertices of the nodes in it.
@@ -128,7 +138,9 @@ public:
 
 private:
     struct Caches {
-        double unitScale = 0.0;
+        Octree::CacheIdentifier identifier;
+        /// What the caches are filled from: the octree as its identifier says, whatever is changed meanwhile.
+        std::shared_ptr<Octree::Octree> octree;
         std::shared_ptr<VertexContainerCache> vertices;
         std::shared_ptr<MeshDistanceCache> meshDistances;
         std::shared_ptr<PointDataCache> pointData;
@@ -141,8 +153,8 @@ private:
 
     bool fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) override;
     Caches takeCaches() const;
-    /// Follows a unit scale that was set at the octree by someone else.
-    void adoptUnitScale();
+    /// Follows a unit scale that was set at the octree by someone else, and external attributes.
+    void adoptOctreeChanges();
     NodePriority rate(const WalkParameters& parameters, Octree::OctreeNodeId id,
                       const Math::NBoundingBox<float, 3>& cube) const;
     void pushChildren(const WalkParameters& parameters, Octree::OctreeNodeId id, const std::stop_token& stop);

@@ -81,6 +81,17 @@ void PointCloudStreamer::setUnitScale(double unitScale) {
     }
 }
 
+void PointCloudStreamer::onExternalAttributesAdded() {
+    {
+        const std::lock_guard lock(mParametersMutex);
+        if (mCaches.identifier == mOctree->cacheIdentifier()) {
+            return;
+        }
+        mCaches = takeCaches();
+    }
+    clearVisibleOctreeNodes();
+}
+
 void PointCloudStreamer::onProjectionChanged() {
     change([this](WalkParameters& parameters) { updateCamera(parameters); });
     restart();

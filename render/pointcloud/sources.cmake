@@ -12,7 +12,13 @@ set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     PointCloudStreamerSettings.cpp
     PointPool.cpp
     PublishedNodes.cpp
-    WalkParameters.cpp)
+    WalkParameters.cpp
+    filters/BoxFilter.cpp
+    filters/CombinedFilters.cpp
+    filters/ConvexPolytopeFilter.cpp
+    filters/OrientedBoxFilter.cpp
+    filters/PolygonPrismFilter.cpp
+    filters/SphereFilter.cpp)
 set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     BrightnessAndContrast.h
     IFilter.h
@@ -29,7 +35,17 @@ set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     PointCloudStreamer.h
     PointPool.h
     PublishedNodes.h
-    WalkParameters.h)
+    QueryPoint.h
+    WalkParameters.h
+    filters/BoxFilter.h
+    filters/ComplementFilter.h
+    filters/ConvexPolytopeFilter.h
+    filters/IntersectionFilter.h
+    filters/OrientedBoxFilter.h
+    filters/PolygonPrismFilter.h
+    filters/RegionFilter.h
+    filters/SphereFilter.h
+    filters/UnionFilter.h)
 set(LUMARO_POINTCLOUD_RENDER_SOURCES
     PointCloudGpu.cpp
     PointCloudRenderable.cpp

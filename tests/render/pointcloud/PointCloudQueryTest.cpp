@@ -1,96 +1,285 @@
 #include <core/ExceptionChain.h>
 #include <gtest/gtest.h>
 #include <octree/StoreError.h>
+#include <octree/potree/FileSystemLocation.h>
 #include <render/pointcloud/PointCloudQuery.h>
+#include <render/pointcloud/filters/BoxFilter.h>
+#include <render/pointcloud/filters/ComplementFilter.h>
+#include <render/pointcloud/filters/OrientedBoxFilter.h>
+#include <render/pointcloud/filters/PolygonPrismFilter.h>
+#include <render/pointcloud/filters/SphereFilter.h>
 
 #include <tests/support/SyntheticOctree.h>
 
+#include <Eigen/Geometry>
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
 
 namespace {
 
 using Math::Point;
 using Octree::BoxTestResult;
+using Octree::OctreeNodeId;
 using Render::PointCloudQuery;
+using Render::QueryPoint;
 using Render::VertexPosColor;
+using TestSupport::SyntheticOctree;
 
-// The points with x below a limit.
-class BelowX final : public Render::IFilter {
-public:
-    explicit BelowX(float limit) : mLimit(limit) {}
-    bool testPosition(const Point<float, 3>& position) override { return position.x() < mLimit; }
-    BoxTestResult testBox(const Math::NBoundingBox<float, 3>& box) override {
-        return box.max.x() < mLimit    ? BoxTestResult::Inside
-               : box.min.x() >= mLimit ? BoxTestResult::Outside
-                                       : BoxTestResult::Intersecting;
+// A point as a row that sorts and compares.
+using Row = std::array<double, 6>;
+
+Row row(const QueryPoint& p) {
+    return {p.position.x(),
+            p.position.y(),
+            p.position.z(),
+            static_cast<double>(p.color.packed()),
+            static_cast<double>(p.intensity),
+            static_cast<double>(p.classification)};
+}
+
+Row row(const VertexPosColor& p) {
+    return row(QueryPoint{p.position.cast<double>(), p.color});
+}
+
+template <class Vertex>
+std::vector<Row> drain(PointCloudQuery& query, std::size_t chunk) {
+    std::vector<Row> rows;
+    std::vector<Vertex> buffer(chunk);
+    while (const std::size_t count = query.getNextPointChunk(buffer.data(), chunk)) {
+        for (std::size_t i = 0; i < count; ++i) {
+            rows.push_back(row(buffer[i]));
+        }
     }
+    return rows;
+}
 
-private:
-    float mLimit;
+struct Request {
+    Eigen::Matrix4f world = Eigen::Matrix4f::Identity();
+    std::shared_ptr<Render::IFilter> filter;
+    std::size_t maxLevel = 21;
+    float minSpacing = 0.0f;
+};
+
+struct Expected {
+    std::vector<Row> floats, doubles;
+    std::size_t nodes = 0;
+};
+
+// Every point of every node, level by level, each looked at by itself.
+Expected bruteForce(const Octree::Octree& octree, const Request& request) {
+    Expected expected;
+    std::vector<OctreeNodeId> nodes{OctreeNodeId()};
+    const float worldScale = request.world.col(0).head<3>().norm();
+    const Eigen::Matrix4d exactWorld = request.world.cast<double>();
+    for (std::size_t n = 0; n < nodes.size(); ++n) {
+        const OctreeNodeId id = nodes[n];
+        if (id.level() > request.maxLevel ||
+            !(octree.spacing(id.level()) * worldScale > request.minSpacing)) {
+            continue;
+        }
+        ++expected.nodes;
+        for (const OctreeNodeId child : octree.children(id)) {
+            nodes.push_back(child);
+        }
+        Octree::NodePointData data;
+        octree.getNodePointData(id, data);
+        for (std::size_t i = 0; i < data.size(); ++i) {
+            const auto narrow = Math::transformPoint(request.world, data.position(i).cast<float>());
+            const bool isHidden = octree.nodeVisibility(id) == 2 ||
+                                  (data.has(Octree::Attribute::Visibility) && data.visibility(i) != 0);
+            if (isHidden || (request.filter && !request.filter->testPosition(narrow))) {
+                continue;
+            }
+            QueryPoint point;
+            point.position = Math::transformPoint(exactWorld, data.position(i));
+            point.color = data.has(Octree::Attribute::Color) ? data.color(i) : Math::Color::white();
+            point.intensity = data.intensity(i);
+            point.classification = data.classification(i);
+            expected.doubles.push_back(row(point));
+            expected.floats.push_back(row(VertexPosColor(narrow, point.color)));
+        }
+    }
+    return expected;
+}
+
+Eigen::Matrix4f turned(const Eigen::Vector3f& scale) {
+    Eigen::Affine3f world(Eigen::Translation3f(100.0f, -20.0f, 3.0f));
+    world.rotate(Eigen::AngleAxisf(0.8f, Eigen::Vector3f(1, 2, 3).normalized()));
+    world.scale(scale);
+    return world.matrix();
+}
+
+// Regions that cut through a cube of the given side around the place that `world` takes the origin to.
+std::vector<std::shared_ptr<Render::IFilter>> regions(const Eigen::Matrix4f& world, double side) {
+    const Point<double, 3> c(world(0, 3), world(1, 3), world(2, 3));
+    const double s = side * static_cast<double>(world.col(0).head<3>().norm());
+    const Eigen::Matrix3d axes =
+        Eigen::AngleAxisd(1.1, Eigen::Vector3d(3, 1, 2).normalized()).toRotationMatrix();
+    const auto at = [&](double x, double y) { return Point<double, 2>(c.x() + x * s, c.y() + y * s); };
+    const auto sphere = std::make_shared<Render::SphereFilter>(c, 0.37 * s);
+    return {
+        nullptr,
+        std::make_shared<Render::BoxFilter>(Math::NBoundingBox<double, 3>(
+            {c.x() - 0.31 * s, c.y() - s, c.z() - 0.23 * s}, {c.x() + 0.11 * s, c.y() + 0.2 * s, c.z() + s})),
+        std::make_shared<Render::OrientedBoxFilter>(c, axes, Point<double, 3>(0.4, 0.3, 0.2) * s),
+        sphere,
+        std::make_shared<Render::ComplementFilter>(sphere),
+        std::make_shared<Render::PolygonPrismFilter>(
+            std::vector<Render::PolygonPrismFilter::Ring>{
+                {at(-0.4, -0.4), at(0.3, -0.35), at(0.0, 0.0), at(0.45, 0.4), at(-0.3, 0.2)}},
+            c.z() - 0.3 * s, c.z() + 0.4 * s)};
+}
+
+void expectSamePoints(const std::shared_ptr<Octree::Octree>& octree, const Request& request) {
+    const Expected expected = bruteForce(*octree, request);
+    const auto query = [&] {
+        return PointCloudQuery(octree, nullptr, request.world, request.filter.get(), request.maxLevel,
+                               request.minSpacing, {});
+    };
+    auto floats = query();
+    auto doubles = query();
+    // Level by level is the order of a query too.
+    EXPECT_EQ(drain<VertexPosColor>(floats, 1000), expected.floats);
+    EXPECT_EQ(drain<QueryPoint>(doubles, 1000), expected.doubles);
+}
+
+// Hides every third point of the level-1 nodes.
+class HidingOctree final : public SyntheticOctree {
+public:
+    using SyntheticOctree::SyntheticOctree;
+    bool readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,
+                  const std::stop_token& stop) override {
+        SyntheticOctree::readNode(id, unitScale, data, stop);
+        if (id.level() == 1) {
+            std::vector<std::uint8_t> column(data.size());
+            for (std::size_t i = 0; i < column.size(); i += 3) {
+                column[i] = static_cast<std::uint8_t>(i + 1);
+            }
+            data.setVisibilities(std::move(column));
+        }
+        return true;
+    }
 };
 
 class PointCloudQueryTest : public testing::Test {
 protected:
     PointCloudQuery query(Render::IFilter* filter, std::size_t maxLevel = 21, float minSpacing = 0.0f,
-                          std::shared_ptr<PointCloudQuery::Cache> cache = nullptr) {
-        return {octree, std::move(cache), world, filter, maxLevel, minSpacing, {}};
+                          std::shared_ptr<PointCloudQuery::Cache> cache = nullptr,
+                          std::chrono::nanoseconds timeLimit = {}) {
+        return {octree,     std::move(cache), Eigen::Matrix4f::Identity(), filter, maxLevel,
+                minSpacing, timeLimit};
+    }
+    void use(std::shared_ptr<SyntheticOctree> other) {
+        source = std::move(other);
+        octree = SyntheticOctree::open(source);
     }
 
-    static std::vector<VertexPosColor> drain(PointCloudQuery& query, std::size_t chunk) {
-        std::vector<VertexPosColor> all;
-        std::vector<VertexPosColor> buffer(chunk);
-        while (const std::size_t count = query.getNextPointChunk(buffer.data(), chunk)) {
-            all.insert(all.end(), buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(count));
-        }
-        return all;
-    }
-
-    std::shared_ptr<TestSupport::SyntheticOctree> source = std::make_shared<TestSupport::SyntheticOctree>(
-        TestSupport::SyntheticOctreeShape{.depth = 2, .pointsPerNode = 7});
-    std::shared_ptr<Octree::Octree> octree = TestSupport::SyntheticOctree::open(source);
-    Eigen::Matrix4f world = Eigen::Matrix4f::Identity();
+    std::shared_ptr<SyntheticOctree> source =
+        std::make_shared<SyntheticOctree>(TestSupport::SyntheticOctreeShape{.depth = 2, .pointsPerNode = 7});
+    std::shared_ptr<Octree::Octree> octree = SyntheticOctree::open(source);
 };
 
-TEST_F(PointCloudQueryTest, ChunksOfAnySizeGiveThePointsOfTheRegionOnce) {
-    world(0, 3) = 100.0f;
-    world.topLeftCorner<3, 3>() *= 2.0f;
-    BelowX filter(101.0f);
-    std::vector<std::array<float, 3>> expected;
-    for (const Octree::OctreeNodeId id : source->allNodes()) {
-        for (std::size_t i = 0; i < 7; ++i) {
-            const Point<float, 3> p = Math::transformPoint(world, source->position(id, i).cast<float>());
-            if (p.x() < 101.0f) {
-                expected.push_back({p.x(), p.y(), p.z()});
+TEST_F(PointCloudQueryTest, GivesThePointsThatAreInTheRegion) {
+    use(std::make_shared<HidingOctree>(TestSupport::SyntheticOctreeShape{
+        .depth = 3,
+        .childMask = 0xd7,
+        .pointCount = [](OctreeNodeId id) { return id.code() % 5 == 0 ? 0 : id.code() % 17; },
+        .visibility = [](OctreeNodeId id) { return id.code() % 7 == 0 ? 2 : 0; }}));
+    const Eigen::Matrix4f worlds[] = {Eigen::Matrix4f::Identity(), turned({1, 1, 1}),
+                                      turned({2.5f, 2.5f, 2.5f}), turned({0.4f, 0.4f, -0.4f})};
+    for (const Eigen::Matrix4f& world : worlds) {
+        for (const auto& filter : regions(world, 16.0)) {
+            expectSamePoints(octree, {world, filter});
+        }
+    }
+    const auto box = regions(worlds[2], 16.0)[1];
+    for (const std::size_t maxLevel : {0U, 1U, 2U}) {
+        expectSamePoints(octree, {worlds[2], box, maxLevel});
+    }
+    // The spacing of the levels is 2.5, 1.25, 0.625 …: a node with exactly the least spacing is left out.
+    const auto nodes = [&](float minSpacing) {
+        expectSamePoints(octree, {worlds[2], box, 21, minSpacing});
+        return bruteForce(*octree, {worlds[2], box, 21, minSpacing}).nodes;
+    };
+    EXPECT_EQ(nodes(3.0f), 0U);
+    EXPECT_EQ(nodes(worlds[2].col(0).head<3>().norm() * 0.5f), 1U);
+    EXPECT_EQ(nodes(1.2f), 7U);
+}
+
+TEST_F(PointCloudQueryTest, GivesThePointsOfRealStoresThatAreInTheRegion) {
+    const char* const named = std::getenv("LUMARO_DATA_DIR");
+    const std::filesystem::path stores = std::filesystem::path(named ? named : LUMARO_DATA_DIR) / "potree";
+    if (!std::filesystem::exists(stores)) {
+        GTEST_SKIP() << "there are no stores in " << stores;
+    }
+    for (const char* store : {"colour-1k-brotli", "lion-brotli", "autzen-trim-brotli"}) {
+        SCOPED_TRACE(store);
+        const auto real =
+            std::make_shared<Octree::Octree>(Octree::Location(PoTree::FileSystemLocation(stores / store)));
+        const double side = static_cast<double>(real->boundingCube().size().x());
+        for (const Eigen::Matrix4f& world :
+             {Eigen::Matrix4f(Eigen::Matrix4f::Identity()), turned({2, 2, -2})}) {
+            for (const auto& filter : regions(world, side * 0.8)) {
+                expectSamePoints(real, {world, filter, 21, 0.05f});
             }
         }
     }
-    for (const std::size_t chunk : {1u, 5u, 100u, 100000u}) {
-        auto narrow = query(&filter);
-        std::vector<std::array<float, 3>> found;
-        for (const VertexPosColor& v : drain(narrow, chunk)) {
-            found.push_back({v.position.x(), v.position.y(), v.position.z()});
+}
+
+TEST_F(PointCloudQueryTest, ChunksOfAnySizeAndFormContinueEachOther) {
+    const Request request{.filter = regions(Eigen::Matrix4f::Identity(), 16.0)[3]};
+    const Expected expected = bruteForce(*octree, request);
+    ASSERT_GT(expected.doubles.size(), 50U);
+    for (const std::size_t chunk : {1U, 7U, 1000000U}) {
+        auto plain = query(request.filter.get());
+        EXPECT_EQ(drain<VertexPosColor>(plain, chunk), expected.floats) << chunk;
+        auto mixed = query(request.filter.get());
+        std::vector<VertexPosColor> floats(chunk);
+        std::vector<QueryPoint> doubles(chunk);
+        for (std::size_t at = 0;;) {
+            const bool isEven = at % 2 == 0;
+            const std::size_t count = isEven ? mixed.getNextPointChunk(floats.data(), chunk)
+                                             : mixed.getNextPointChunk(doubles.data(), chunk);
+            for (std::size_t i = 0; i < count; ++i, ++at) {
+                EXPECT_EQ(isEven ? row(floats[i]) : row(doubles[i]),
+                          (isEven ? expected.floats : expected.doubles)[at]);
+            }
+            if (count == 0) {
+                EXPECT_EQ(at, expected.doubles.size());
+                break;
+            }
         }
-        EXPECT_EQ(found, expected) << chunk;  // Breadth first is the order of allNodes().
     }
 }
 
-TEST_F(PointCloudQueryTest, LevelSpacingAndRegionBoundTheNodes) {
-    auto root = query(nullptr, 0);
-    const auto points = drain(root, 3);
-    EXPECT_EQ(points.size(), 7u);
-    EXPECT_EQ(points[0].color, TestSupport::SyntheticOctree::color({}));
-    auto coarse = query(nullptr, 21, 0.25f);  // Level 2 has exactly this spacing.
-    EXPECT_EQ(drain(coarse, 64).size(), 9u * 7u);
-    BelowX nothing(-1000.0f);
+TEST_F(PointCloudQueryTest, OutsideTheRegionNothingIsRead) {
+    Render::BoxFilter nothing({{100, 100, 100}, {101, 101, 101}});
     auto empty = query(&nothing);
-    const std::size_t readsBefore = source->readCount();
-    EXPECT_TRUE(drain(empty, 64).empty());
-    EXPECT_EQ(source->readCount(), readsBefore);
+    EXPECT_TRUE(drain<QueryPoint>(empty, 64).empty());
+    EXPECT_EQ(source->readCount(), 0U);
+    EXPECT_THROW(PointCloudQuery(nullptr, nullptr, Eigen::Matrix4f::Identity(), nullptr, 0, 0.0f, {}),
+                 std::invalid_argument);
+}
+
+TEST_F(PointCloudQueryTest, ATimeLimitEndsACallThatHasAPointAndNoOther) {
+    // Nothing in the root and in all but the last of its children.
+    use(std::make_shared<SyntheticOctree>(TestSupport::SyntheticOctreeShape{
+        .depth = 2, .pointCount = [](OctreeNodeId id) { return id.code() < 15 ? 0U : 3U; }}));
+    auto hasty = query(nullptr, 21, 0.0f, nullptr, std::chrono::nanoseconds(1));
+    std::vector<QueryPoint> points(1000);
+    EXPECT_EQ(hasty.getNextPointChunk(points.data(), points.size()), 3U);
+    EXPECT_EQ(source->readCount(), 9U);
+    EXPECT_EQ(hasty.getNextPointChunk(points.data(), points.size()), 3U);
+    EXPECT_EQ(drain<QueryPoint>(hasty, 1000).size(), 63U * 3U);
+    auto patient = query(nullptr, 21, 0.0f, nullptr, std::chrono::hours(1));
+    EXPECT_EQ(patient.getNextPointChunk(points.data(), points.size()), 65U * 3U);
 }
 
 TEST_F(PointCloudQueryTest, AFailureTellsItsCauseAndCanBeTriedAgain) {
-    source->setReadHook([](Octree::OctreeNodeId id) {
+    source->setReadHook([](OctreeNodeId id) {
         if (id.level() == 1) {
             throw Octree::StoreError("bad node");
         }
@@ -105,11 +294,71 @@ TEST_F(PointCloudQueryTest, AFailureTellsItsCauseAndCanBeTriedAgain) {
         EXPECT_EQ(Core::exceptionChain(error), "Querying node data failed: bad node");
     }
     source->setReadHook(nullptr);
-    EXPECT_EQ(drain(failing, 100).size(), 8u * 7u);
+    EXPECT_EQ(drain<VertexPosColor>(failing, 100).size(), 8u * 7u);
     auto again = query(nullptr, 1, 0.0f, cache);
     const std::size_t readsBefore = source->readCount();
-    EXPECT_EQ(drain(again, 100).size(), 9u * 7u);
+    EXPECT_EQ(drain<VertexPosColor>(again, 100).size(), 9u * 7u);
     EXPECT_EQ(source->readCount(), readsBefore);
+}
+
+// Throws at the n-th test of each kind.
+class Thrower final : public Render::IFilter {
+public:
+    bool testPosition(const Point<float, 3>&) override { return test(positionTests); }
+    BoxTestResult testBox(const Math::NBoundingBox<float, 3>&) override {
+        test(boxTests);
+        return BoxTestResult::Intersecting;
+    }
+    int positionTests = 5;
+    int boxTests = 5;
+
+private:
+    static bool test(int& left) {
+        if (--left == 0) {
+            throw std::runtime_error("enough");
+        }
+        return true;
+    }
+};
+
+TEST_F(PointCloudQueryTest, AFilterThatThrowsLosesNoNode) {
+    Thrower thrower;
+    auto interrupted = query(&thrower);
+    std::size_t count = 0;
+    QueryPoint point;
+    for (int failures = 0;;) {
+        try {
+            const std::size_t got = interrupted.getNextPointChunk(&point, 1);
+            count += got;
+            if (got == 0) {
+                EXPECT_EQ(failures, 2);
+                break;
+            }
+        } catch (const std::runtime_error&) {
+            ++failures;
+        }
+    }
+    EXPECT_EQ(count, 73U * 7U);
+}
+
+TEST_F(PointCloudQueryTest, QueriesOnManyThreadsShareACache) {
+    const auto cache = std::make_shared<PointCloudQuery::Cache>(100, 10);
+    const auto filter = regions(Eigen::Matrix4f::Identity(), 16.0)[5];
+    const std::vector<Row> expected = bruteForce(*octree, {.filter = filter}).doubles;
+    std::array<std::vector<Row>, 3> found;
+    std::vector<std::thread> threads;
+    for (std::vector<Row>& rows : found) {
+        threads.emplace_back([&] {
+            auto own = query(filter.get(), 21, 0.0f, cache);
+            rows = drain<QueryPoint>(own, 5);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const std::vector<Row>& rows : found) {
+        EXPECT_EQ(rows, expected);
+    }
 }
 
 }  // namespace
