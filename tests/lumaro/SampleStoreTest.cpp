@@ -151,6 +151,19 @@ TEST(SampleStore, IsTheSameOnEveryMachine) {
     EXPECT_EQ(contentChecksum(folder, "first"), 6106928219418493178U);
 }
 
+TEST(SampleStore, HoldsTheSamePointsUncompressed) {
+    const Support::TemporaryFolder folder;
+    Tool::StoreWriteOptions options;
+    options.encoding = Tool::StoreEncoding::Uncompressed;
+    ASSERT_TRUE(Tool::writeSampleStore(folder.path() / "plain", POINTS, options));
+    ASSERT_TRUE(Tool::writeSampleStore(folder.path() / "brotli", POINTS));
+    const DecodedStore plain(folder.path() / "plain");
+    const DecodedStore brotli(folder.path() / "brotli");
+    EXPECT_EQ(plain.octree.encoding(), "UNCOMPRESSED");
+    EXPECT_EQ(plain.points.size(), POINTS);
+    EXPECT_TRUE(plain.points == brotli.points);
+}
+
 TEST(SampleStore, ShowsAllThatBelongsToTheVillage) {
     std::vector<size_t> classes(256, 0);
     for (const StorePoint& point : Tool::samplePoints(POINTS)) {

@@ -129,6 +129,8 @@ TEST(StoreInfo, TellsAbsoluteFacts) {
     const Tool::StoreInfo info = Tool::readStoreInfo(PoTree::FileSystemLocation(folder.path() / "store"));
 
     const auto json = nlohmann::json::parse(Tool::infoJson(info));
+    EXPECT_EQ(json["format"], "Potree 2.0");
+    EXPECT_EQ(json["encoding"], "BROTLI");
     EXPECT_EQ(json["points"], 5000);
     EXPECT_EQ(json["attributes"].size(), 9U);
     EXPECT_EQ(json["attributes"][8]["name"], "rgb");
@@ -149,5 +151,6 @@ TEST(StoreInfo, TellsAbsoluteFacts) {
         EXPECT_NEAR(json["cube"]["min"][static_cast<size_t>(axis)].get<double>(),
                     description.offset[static_cast<size_t>(axis)], 1e-4);
     }
-    EXPECT_NE(Tool::infoText(info).find("points      5000\n"), std::string::npos);
+    EXPECT_NE(Tool::infoText(info).find("format      Potree 2.0, BROTLI\npoints      5000\n"),
+              std::string::npos);
 }

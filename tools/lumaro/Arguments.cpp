@@ -1,5 +1,6 @@
 #include <tools/lumaro/Arguments.h>
 
+#include <Eigen/LU>
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -31,20 +32,6 @@ std::string shortText(double value) {
     return text;
 }
 
-std::vector<double> parseNumbers(const std::string& text, size_t count, const std::string& expected) {
-    constexpr double FARTHEST = 1e12;
-    std::vector<double> numbers;
-    for (size_t begin = 0; begin <= text.size();) {
-        const size_t end = std::min(text.find(',', begin), text.size());
-        numbers.push_back(parseNumber(text.substr(begin, end - begin), -FARTHEST, FARTHEST));
-        begin = end + 1;
-    }
-    if (numbers.size() != count) {
-        throw UsageError("'" + text + "' is not " + expected);
-    }
-    return numbers;
-}
-
 Place placeFrom(const std::vector<double>& numbers) {
     return {numbers[0], numbers[1], numbers[2]};
 }
@@ -68,6 +55,20 @@ double parseNumber(const std::string& text, double low, double high) {
         throw UsageError(text + " is not between " + shortText(low) + " and " + shortText(high));
     }
     return value;
+}
+
+std::vector<double> parseNumbers(const std::string& text, size_t count, const std::string& expected) {
+    constexpr double FARTHEST = 1e12;
+    std::vector<double> numbers;
+    for (size_t begin = 0; begin <= text.size();) {
+        const size_t end = std::min(text.find(',', begin), text.size());
+        numbers.push_back(parseNumber(text.substr(begin, end - begin), -FARTHEST, FARTHEST));
+        begin = end + 1;
+    }
+    if (numbers.size() != count) {
+        throw UsageError("'" + text + "' is not " + expected);
+    }
+    return numbers;
 }
 
 uint64_t parseCount(const std::string& text, uint64_t low, uint64_t high) {
@@ -98,6 +99,19 @@ Math::Color parseColor(const std::string& text) {
 
 Place parsePoint(const std::string& text) {
     return placeFrom(parseNumbers(text, 3, "a place such as 1.5,2,-3"));
+}
+
+Eigen::Matrix4d parseMatrix(const std::string& text) {
+    const std::vector<double> numbers = parseNumbers(text, 16, "a matrix of 16 numbers, row by row");
+    const Eigen::Matrix4d matrix =
+        Eigen::Map<const Eigen::Matrix<double, 4, 4, Eigen::RowMajor>>(numbers.data());
+    if (matrix.row(3) != Eigen::RowVector4d(0.0, 0.0, 0.0, 1.0)) {
+        throw UsageError("the last row of the matrix is not 0,0,0,1");
+    }
+    if (!Eigen::FullPivLU<Eigen::Matrix3d>(matrix.topLeftCorner<3, 3>()).isInvertible()) {
+        throw UsageError("the matrix has no inverse");
+    }
+    return matrix;
 }
 
 std::pair<double, double> parseRange(const std::string& text) {

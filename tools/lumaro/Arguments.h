@@ -4,6 +4,7 @@
 #include <math/NPlane.h>
 #include <math/Point.h>
 
+#include <Eigen/Core>
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
@@ -33,6 +34,9 @@ constexpr size_t MAX_PICTURE_SIDE = 16384;
 /// A finite number between two others.
 double parseNumber(const std::string& text, double low, double high);
 
+/// So many numbers with commas between them; `expected` describes them in the error.
+std::vector<double> parseNumbers(const std::string& text, size_t count, const std::string& expected);
+
 /// A whole number between two others, without a sign.
 uint64_t parseCount(const std::string& text, uint64_t low, uint64_t high);
 
@@ -44,6 +48,9 @@ Math::Color parseColor(const std::string& text);
 
 /// "x,y,z"
 Math::Point<double, 3> parsePoint(const std::string& text);
+
+/// "m11,m12,…,m44", row by row: an affine transform that can be inverted.
+Eigen::Matrix4d parseMatrix(const std::string& text);
 
 /// "low,high", low the smaller one, as floats too.
 std::pair<double, double> parseRange(const std::string& text);

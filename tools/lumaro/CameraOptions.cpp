@@ -36,7 +36,9 @@ void placeCamera(Render::Renderer& renderer, const CameraOptions& options, const
     const double aspect = static_cast<double>(options.size.width) / static_cast<double>(options.size.height);
     const double tanHalfFov = std::tan(options.fovDegrees * std::numbers::pi / 360.0);
     const Place target = options.target ? *options.target - origin : box.center();
-    Place forward = normalized(Place(-1.0, -1.0, -0.8));
+    // Without bounds there are only panoramas: one looks at their middle, from within.
+    const bool inside = sceneBox.isEmpty();
+    Place forward = inside ? Place(1.0, 0.0, 0.0) : normalized(Place(-1.0, -1.0, -0.8));
     if (options.eye) {
         const Place line = target - (*options.eye - origin);
         if (line.length() > 0.0) {
@@ -46,6 +48,7 @@ void placeCamera(Render::Renderer& renderer, const CameraOptions& options, const
     const Place upright = uprightFor(forward, options.up);
     const bool orthographic = options.orthoHeight || options.fitOrtho;
     const Place eye = options.eye    ? *options.eye - origin
+                      : inside       ? Place()
                       : orthographic ? target - forward * std::max(box.size().length(), 1.0)
                                      : fittedEye(box, forward, upright, tanHalfFov, aspect);
     renderer.setAutoAdjustZRange(true);  // First, so that the walk's frustum follows the camera.

@@ -19,6 +19,7 @@ void addThumbnailCommand(CLI::App& app, Job& job);
 void addRenderCommand(CLI::App& app, Job& job);
 void addPickCommand(CLI::App& app, Job& job);
 void addScreenPointsCommand(CLI::App& app, Job& job);
+void addQueryCommand(CLI::App& app, Job& job);
 void addLegendCommand(CLI::App& app, Job& job);
 void addInfoCommand(CLI::App& app, Job& job);
 void addMakeSampleCommand(CLI::App& app, Job& job);

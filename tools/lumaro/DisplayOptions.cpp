@@ -235,6 +235,14 @@ void checkDisplayOptions(const DisplayOptions& options) {
     }
 }
 
+Math::ConvexPolytope<float, 3> clippingVolume(const DisplayOptions& options, const Place& origin) {
+    std::vector<Math::HalfSpace<float, 3>> sides;
+    for (const Plane& clip : options.clips) {
+        sides.emplace_back(planeIn(clip, origin));
+    }
+    return Math::ConvexPolytope<float, 3>(std::move(sides));
+}
+
 void applyDisplay(Render::Renderer& renderer, const std::vector<Cloud>& clouds, const DisplayOptions& options,
                   const Place& origin, bool colored, DistanceMesh mesh) {
     const PictureMode mode = modeFor(options, colored);
@@ -250,13 +258,10 @@ void applyDisplay(Render::Renderer& renderer, const std::vector<Cloud>& clouds, 
     renderer.setContrast(static_cast<float>(options.contrast.value_or(1.0)));
     renderer.setOpacity(static_cast<float>(options.opacity.value_or(1.0)));
 
-    std::vector<Math::HalfSpace<float, 3>> clips;
-    for (const Plane& clip : options.clips) {
-        clips.emplace_back(planeIn(clip, origin));
-    }
+    const Math::ConvexPolytope<float, 3> clips = clippingVolume(options, origin);
     for (const Cloud& cloud : clouds) {
         cloud->setMaxPointSize(static_cast<float>(options.pointSize));
-        cloud->setClippingVolume(clips);
+        cloud->setClippingVolume(clips.halfSpaces());
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <math/Color.h>
+#include <math/ConvexPolytope.h>
 #include <math/NPlane.h>
 #include <math/Point.h>
 #include <math/TriangleMesh.h>
@@ -63,7 +64,11 @@ void checkDisplayOptions(const DisplayOptions& options);
 using Cloud = std::shared_ptr<Render::PointCloudRenderable>;
 using DistanceMesh = std::shared_ptr<Math::TriangleMesh<float>>;
 
-/// Prepares the renderer, whose scene consists of the clouds; `origin` is the absolute position of the
+/// What the options keep, in the coordinates of a scene whose origin is at that absolute position.
+Math::ConvexPolytope<float, 3> clippingVolume(const DisplayOptions& options,
+                                              const Math::Point<double, 3>& origin);
+
+/// Prepares the renderer, whose scene holds the clouds; `origin` is the absolute position of the
 /// scene's origin. `mesh`, in the scene's coordinates, may be null. The automatic contrast is left to be done
 /// when the points are there.
 void applyDisplay(Render::Renderer& renderer, const std::vector<Cloud>& clouds, const DisplayOptions& options,

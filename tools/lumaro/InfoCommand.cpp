@@ -1,4 +1,4 @@
-#include <octree/potree/FileSystemLocation.h>
+#include <octree/Location.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/StoreInfo.h>
@@ -14,13 +14,16 @@ void addInfoCommand(CLI::App& app, Job& job) {
     };
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand(
-        "info", "Print a store's bounds, points, attributes, levels and spacing; coordinates are absolute.");
-    command->add_option("store", options->store, "Folder of the store")->required()->type_name("STORE");
+        "info",
+        "Print a store's kind, bounds, points, attributes, levels and spacing; coordinates are absolute.");
+    command->add_option("store", options->store, "Folder of the store, or its metadata.json or ept.json")
+        ->required()
+        ->type_name("STORE");
     command->add_flag("--json", options->json, "Print one JSON object instead of text");
     command->callback([options, &job] {
         job = [options](const std::stop_token& stop) {
             const StoreInfo info =
-                readStoreInfo(PoTree::FileSystemLocation(pathFromUtf8(options->store)), stop);
+                readStoreInfo(Octree::Location::fromPath(pathFromUtf8(options->store)), stop);
             if (stop.stop_requested()) {
                 return false;
             }

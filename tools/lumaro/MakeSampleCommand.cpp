@@ -6,10 +6,25 @@
 
 namespace Tool {
 
+namespace {
+
+StoreEncoding parseEncoding(const std::string& text) {
+    if (text == "brotli") {
+        return StoreEncoding::Brotli;
+    }
+    if (text == "uncompressed") {
+        return StoreEncoding::Uncompressed;
+    }
+    throw UsageError("\"" + text + "\" is neither brotli nor uncompressed");
+}
+
+}  // namespace
+
 void addMakeSampleCommand(CLI::App& app, Job& job) {
     struct Options {
         std::string folder;
         size_t points = DEFAULT_SAMPLE_POINTS;
+        StoreEncoding encoding = StoreEncoding::Brotli;
     };
     constexpr uint64_t MOST = 100'000'000;
     const auto options = std::make_shared<Options>();
@@ -23,11 +38,14 @@ void addMakeSampleCommand(CLI::App& app, Job& job) {
         *command, "--points", options->points,
         [](const std::string& text) { return static_cast<size_t>(parseCount(text, 1, MOST)); }, "N",
         "Number of points (default 1000000)");
+    addParsed(*command, "--encoding", options->encoding, parseEncoding, "NAME",
+              "How the points are held: brotli (default) or uncompressed");
     command->callback([options, &job] {
         job = [options](const std::stop_token& stop) {
             Progress progress;
             progress.show("making points");
             StoreWriteOptions writing;
+            writing.encoding = options->encoding;
             writing.stop = stop;
             writing.onProgress = [&progress](double share) {
                 progress.show("writing " + std::to_string(static_cast<int>(share * 100.0)) + " %");

@@ -28,6 +28,19 @@ void append(std::string& bytes, T value) {
     }
 }
 
+using Entry = std::tuple<std::pair<uint64_t, uint64_t>, uint32_t>;
+
+std::vector<Entry> sortedByPosition(const std::vector<StorePoint>& points,
+                                    const std::vector<uint32_t>& indices) {
+    std::vector<Entry> order;
+    order.reserve(indices.size());
+    for (const uint32_t index : indices) {
+        order.emplace_back(positionCode(points[index]), index);
+    }
+    std::sort(order.begin(), order.end());
+    return order;
+}
+
 }  // namespace
 
 std::pair<uint64_t, uint64_t> positionCode(const StorePoint& point) {
@@ -44,14 +57,7 @@ uint64_t colorCode(const StorePoint& point) {
 }
 
 std::string encodeNodeColumns(const std::vector<StorePoint>& points, const std::vector<uint32_t>& indices) {
-    using Entry = std::tuple<std::pair<uint64_t, uint64_t>, uint32_t>;
-    std::vector<Entry> order;
-    order.reserve(indices.size());
-    for (const uint32_t index : indices) {
-        order.emplace_back(positionCode(points[index]), index);
-    }
-    std::sort(order.begin(), order.end());
-
+    const std::vector<Entry> order = sortedByPosition(points, indices);
     std::string bytes;
     const auto column = [&](auto&& value) {
         for (const Entry& entry : order) {
@@ -70,6 +76,27 @@ std::string encodeNodeColumns(const std::vector<StorePoint>& points, const std::
     column([](const StorePoint& p) { return p.userData; });
     column([](const StorePoint& p) { return p.sourceId; });
     column([](const StorePoint& p) { return colorCode(p); });
+    return bytes;
+}
+
+std::string encodeNodeRecords(const std::vector<StorePoint>& points, const std::vector<uint32_t>& indices) {
+    std::string bytes;
+    for (const Entry& entry : sortedByPosition(points, indices)) {
+        const StorePoint& point = points[std::get<1>(entry)];
+        for (const int32_t coordinate : point.position) {
+            append(bytes, coordinate);
+        }
+        append(bytes, point.intensity);
+        append(bytes, point.returnNumber);
+        append(bytes, point.numberOfReturns);
+        append(bytes, point.classification);
+        append(bytes, point.scanAngle);
+        append(bytes, point.userData);
+        append(bytes, point.sourceId);
+        for (const uint16_t channel : point.color) {
+            append(bytes, channel);
+        }
+    }
     return bytes;
 }
 

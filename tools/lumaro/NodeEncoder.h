@@ -19,6 +19,9 @@ uint64_t colorCode(const StorePoint& point);
 /// The columns of one node before compression, its points sorted by position code.
 std::string encodeNodeColumns(const std::vector<StorePoint>& points, const std::vector<uint32_t>& indices);
 
+/// The same points in the same order, one record after another.
+std::string encodeNodeRecords(const std::vector<StorePoint>& points, const std::vector<uint32_t>& indices);
+
 /// Throws std::runtime_error when the encoder refuses.
 std::string brotliEncode(const std::string& bytes, int quality);
 

@@ -9,7 +9,7 @@
 namespace Tool {
 
 /// The faces of an OBJ file as triangles, relative to `origin`. Throws std::runtime_error naming the file
-/// when it cannot be read or holds no faces.
+/// when it cannot be read, is damaged or holds no faces.
 std::shared_ptr<Math::TriangleMesh<float>> readObjMesh(const std::filesystem::path& file,
                                                        const Math::Point<double, 3>& origin);
 

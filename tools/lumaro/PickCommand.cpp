@@ -1,6 +1,6 @@
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
-#include <tools/lumaro/StoreView.h>
+#include <tools/lumaro/SceneView.h>
 
 #include <cmath>
 #include <iomanip>
@@ -33,7 +33,7 @@ struct Picked {
     Place onPlane;
 };
 
-void fitPlane(StoreView& view, const Options& options, Picked& picked) {
+void fitPlane(SceneView& view, const Options& options, Picked& picked) {
     Math::NPlane<float, 3> plane;
     Math::Point<float, 3> point;
     if (!view.renderer().pickPlane(options.pixel.first, options.pixel.second, *options.tolerance, plane,
@@ -45,7 +45,7 @@ void fitPlane(StoreView& view, const Options& options, Picked& picked) {
     picked.onPlane = view.absolute(point);
 }
 
-Picked pick(StoreView& view, const Options& options) {
+Picked pick(SceneView& view, const Options& options) {
     const auto [x, y] = options.pixel;
     Math::Point<float, 3> point;
     const bool found = options.tolerance
@@ -121,7 +121,7 @@ bool pickAndPrint(const Options& options, const std::stop_token& stop) {
     Picked picked;
     {
         Progress progress;
-        StoreView view(options.view);
+        SceneView view(options.view);
         if (!view.draw(stop, progress)) {
             return false;
         }
@@ -132,7 +132,6 @@ bool pickAndPrint(const Options& options, const std::stop_token& stop) {
 }
 
 void check(const Options& options) {
-    checkDisplayOptions(options.view.display);
     const PictureSize& size = options.view.camera.size;
     if (options.pixel.first >= size.width || options.pixel.second >= size.height) {
         throw CLI::ValidationError("--at", "the pixel is not in the picture, which has " +
@@ -163,7 +162,8 @@ void addPickCommand(CLI::App& app, Job& job) {
         "normal, its offset and where the line of sight meets it")
         ->needs(tolerance);
     command->add_flag("--json", options->json, "Print one JSON object instead of text");
-    command->callback([options, &job] {
+    command->callback([options, command, &job] {
+        completeViewOptions(*command, options->view);
         check(*options);
         job = [options](const std::stop_token& stop) { return pickAndPrint(*options, stop); };
     });

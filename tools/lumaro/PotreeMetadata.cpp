@@ -98,7 +98,7 @@ Json attributesJson(const StoreDescription& description, const std::vector<Store
 }  // namespace
 
 std::string potreeMetadata(const StoreDescription& description, const std::vector<StorePoint>& points,
-                           int32_t cubeSide, size_t firstChunkSize, size_t depth) {
+                           int32_t cubeSide, size_t firstChunkSize, size_t depth, StoreEncoding encoding) {
     std::array<double, 3> max{};
     for (size_t axis = 0; axis < 3; ++axis) {
         max[axis] = description.offset[axis] + cubeSide * description.scale;
@@ -115,7 +115,7 @@ std::string potreeMetadata(const StoreDescription& description, const std::vecto
     json["scale"] = std::array<double, 3>{description.scale, description.scale, description.scale};
     json["spacing"] = cubeSide * description.scale / 128.0;
     json["boundingBox"] = {{"min", description.offset}, {"max", max}};
-    json["encoding"] = "BROTLI";
+    json["encoding"] = encoding == StoreEncoding::Brotli ? "BROTLI" : "UNCOMPRESSED";
     json["attributes"] = attributesJson(description, points);
     return json.dump(1, '\t') + "\n";
 }

@@ -15,6 +15,6 @@ constexpr unsigned HIERARCHY_STEP_SIZE = 4;
 
 /// The text of metadata.json. `cubeSide` is in steps of the store's scale, `firstChunkSize` in bytes.
 std::string potreeMetadata(const StoreDescription& description, const std::vector<StorePoint>& points,
-                           int32_t cubeSide, size_t firstChunkSize, size_t depth);
+                           int32_t cubeSide, size_t firstChunkSize, size_t depth, StoreEncoding encoding);
 
 }  // namespace Tool

@@ -195,6 +195,13 @@ std::string hierarchyBytes(const SampledOctree& tree, const std::vector<Chunk>& 
     return bytes;
 }
 
+std::string nodeBytes(const std::vector<StorePoint>& points, const std::vector<uint32_t>& indices,
+                      const StoreWriteOptions& options) {
+    return options.encoding == StoreEncoding::Uncompressed
+               ? encodeNodeRecords(points, indices)
+               : brotliEncode(encodeNodeColumns(points, indices), options.brotliQuality);
+}
+
 /// The smallest cube whose borders stay whole steps down to the deepest level.
 int32_t cubeSideOf(const std::vector<StorePoint>& points) {
     constexpr int32_t UNIT = 1 << SampledOctree::MAX_LEVEL;
@@ -231,9 +238,7 @@ bool writePotreeStore(const fs::path& folder, const StoreDescription& descriptio
         if (options.stop.stop_requested()) {
             return false;
         }
-        payloads[id] = indices.empty() ? Span{}
-                                       : octreeFile.append(brotliEncode(encodeNodeColumns(shuffled, indices),
-                                                                        options.brotliQuality));
+        payloads[id] = indices.empty() ? Span{} : octreeFile.append(nodeBytes(shuffled, indices, options));
         written += indices.size();
         if (options.onProgress && written != 0) {
             options.onProgress(static_cast<double>(written) / static_cast<double>(points.size()));
@@ -248,7 +253,7 @@ bool writePotreeStore(const fs::path& folder, const StoreDescription& descriptio
     OutputFile metadataFile(partial.path() / "metadata.json");
     metadataFile.append(potreeMetadata(description, shuffled, cubeSide,
                                        static_cast<size_t>(chunks.front().span.size),
-                                       tree.nodes().rbegin()->first.level()));
+                                       tree.nodes().rbegin()->first.level(), options.encoding));
     metadataFile.close();
     moveIntoPlace(partial.path(), folder);
     return true;

@@ -19,14 +19,18 @@ struct StoreDescription {
     double scale = 0.001;            ///< one integer step, the same on every axis
 };
 
+/// How a store's octree.bin holds the points.
+enum class StoreEncoding { Brotli, Uncompressed };
+
 struct StoreWriteOptions {
     size_t maxLeafPoints = 5000;
+    StoreEncoding encoding = StoreEncoding::Brotli;
     int brotliQuality = 6;                   ///< 0 to 11
     std::function<void(double)> onProgress;  ///< share of the points written, 0 to 1
     std::stop_token stop;
 };
 
-/// Writes the points as a Potree 2.0 store in the BROTLI encoding: metadata.json, hierarchy.bin, octree.bin.
+/// Writes the points as a Potree 2.0 store: metadata.json, hierarchy.bin, octree.bin.
 ///
 /// The same points in the same order give the same bytes. Everything is written to "FOLDER.partial" first and
 /// renamed when complete. A folder that already exists is replaced only when it is empty or holds nothing but

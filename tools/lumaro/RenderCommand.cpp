@@ -3,7 +3,7 @@
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/OutputFile.h>
-#include <tools/lumaro/StoreView.h>
+#include <tools/lumaro/SceneView.h>
 
 #include <memory>
 
@@ -17,13 +17,13 @@ struct Options {
     std::string depth;
 };
 
-bool renderStores(const Options& options, const std::stop_token& stop) {
+bool renderScene(const Options& options, const std::stop_token& stop) {
     const std::filesystem::path output = pathFromUtf8(options.output);
     const std::filesystem::path depth = pathFromUtf8(options.depth);
     requireFolderOf(output);
     requireFolderOf(depth);
     Progress progress;
-    StoreView view(options.view);
+    SceneView view(options.view);
     if (!view.draw(stop, progress)) {
         return false;
     }
@@ -35,7 +35,11 @@ bool renderStores(const Options& options, const std::stop_token& stop) {
         view.renderer().getDepthImage(depthImage);
         depthImage.writePng(depth);
     }
-    progress.finish(grouped(view.pointsShown()) + " points drawn to " + options.output);
+    std::string drawn = grouped(view.pointsShown()) + " points";
+    if (const size_t triangles = view.trianglesShown()) {
+        drawn += " and " + grouped(triangles) + " triangles";
+    }
+    progress.finish(drawn + " drawn to " + options.output);
     return true;
 }
 
@@ -43,8 +47,9 @@ bool renderStores(const Options& options, const std::stop_token& stop) {
 
 void addRenderCommand(CLI::App& app, Job& job) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand(
-        "render", "Draw one or more stores as a PNG file, with every node loaded that the view asks for.");
+    CLI::App* const command = app.add_subcommand("render",
+                                                 "Draw stores, meshes and panoramas in one picture, a PNG "
+                                                 "file, with every node loaded that the view asks for.");
     addViewOptions(*command, options->view);
     command->add_option("-o,--output", options->output, "File to write")->required()->type_name("FILE");
     command
@@ -52,9 +57,9 @@ void addRenderCommand(CLI::App& app, Job& job) {
                      "Also write the depth buffer as a 16-bit grey PNG file: 65535 nearest, 0 farthest and "
                      "where nothing is drawn")
         ->type_name("FILE");
-    command->callback([options, &job] {
-        checkDisplayOptions(options->view.display);
-        job = [options](const std::stop_token& stop) { return renderStores(*options, stop); };
+    command->callback([options, command, &job] {
+        completeViewOptions(*command, options->view);
+        job = [options](const std::stop_token& stop) { return renderScene(*options, stop); };
     });
 }
 

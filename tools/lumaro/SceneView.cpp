@@ -1,52 +1,90 @@
-#include <octree/potree/FileSystemLocation.h>
+#include <graphics/ImagePanoramaLoader.h>
+#include <octree/Octree.h>
 #include <render/renderables/GroupRenderable.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/ObjMesh.h>
+#include <tools/lumaro/Placement.h>
+#include <tools/lumaro/SceneView.h>
 #include <tools/lumaro/StoreInfo.h>
-#include <tools/lumaro/StoreView.h>
 
 #include <algorithm>
-#include <memory>
+#include <functional>
 
 namespace Tool {
 
 namespace {
 
-std::vector<Cloud> openClouds(const ViewOptions& options) {
-    std::vector<Cloud> clouds;
-    for (const std::string& store : options.stores) {
-        const Octree::Location location{PoTree::FileSystemLocation(pathFromUtf8(store))};
-        if (!location.exists()) {
-            throw std::runtime_error("there is no point cloud store in " + store);
-        }
-        clouds.push_back(Render::PointCloudRenderable::create(location, store, options.budget, 1.0));
-    }
-    return clouds;
+using Place = Math::Point<double, 3>;
+
+Octree::Location storeAt(const std::string& path) {
+    return Octree::Location::fromPath(pathFromUtf8(path));
 }
 
-bool anyHasColors(const std::vector<std::string>& stores) {
-    return std::any_of(stores.begin(), stores.end(), [](const std::string& store) {
-        return hasColors(PoTree::FileSystemLocation(pathFromUtf8(store)));
+bool anyStoreHasColors(const std::vector<Input>& inputs) {
+    return std::any_of(inputs.begin(), inputs.end(), [](const Input& input) {
+        return input.kind == InputKind::Store && hasColors(storeAt(input.path));
     });
 }
 
-/// All of them in the coordinates of the first.
-std::shared_ptr<Render::GroupRenderable> groupOf(const std::vector<Cloud>& clouds) {
-    const auto group = Render::GroupRenderable::create("clouds");
-    for (const Cloud& cloud : clouds) {
-        const Math::Point<double, 3> shift = cloud->referencePosition() - clouds.front()->referencePosition();
-        Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
-        matrix.topRightCorner<3, 1>() = shift.cast<float>().vector();
-        cloud->setMatrix(matrix);
-        group->add(cloud);
+bool hasStores(const std::vector<Input>& inputs) {
+    return std::any_of(inputs.begin(), inputs.end(),
+                       [](const Input& input) { return input.kind == InputKind::Store; });
+}
+
+/// Where the scene's coordinates begin: near its first store or else its first input, so that floats have
+/// digits enough for what is there.
+Place originOf(const std::vector<Input>& inputs) {
+    const auto store = std::find_if(inputs.begin(), inputs.end(),
+                                    [](const Input& input) { return input.kind == InputKind::Store; });
+    const Input& input = store != inputs.end() ? *store : inputs.front();
+    Place own(0.0, 0.0, 0.0);
+    if (input.kind == InputKind::Store) {
+        own = Octree::Octree(storeAt(input.path)).referencePosition();
+    } else if (input.kind == InputKind::Mesh) {
+        own = firstVertex(pathFromUtf8(input.path)) * input.unitScale;
     }
-    return group;
+    return Math::transformPoint<double>(input.placement, own);
+}
+
+std::shared_ptr<Render::MeshRenderable> meshOf(const Input& input, const Place& origin) {
+    // Relative to what comes to lie at the scene's origin, the vertices that matter keep their digits.
+    const Place own = unplaced(input.placement, origin);
+    const auto mesh = Render::MeshRenderable::create(
+        Render::MeshLoader::fromObjFile(pathFromUtf8(input.path), own / input.unitScale), input.unitScale,
+        input.path);
+    mesh->setMatrix(sceneMatrix(input.placement, own, origin));
+    return mesh;
+}
+
+/// A file, or the six cube faces in a folder.
+std::vector<std::filesystem::path> imagesOf(const std::string& path) {
+    const std::filesystem::path place = pathFromUtf8(path);
+    if (!std::filesystem::is_directory(place)) {
+        return {place};
+    }
+    std::vector<std::filesystem::path> faces = cubeFaces(place);
+    if (faces.empty()) {
+        throw std::runtime_error("the folder " + path + " does not hold the six faces of a cube");
+    }
+    return faces;
+}
+
+std::shared_ptr<Graphics::PanoramaLoader> loaderOf(const Input& input) {
+    return std::make_shared<Graphics::ImagePanoramaLoader>(
+        imagesOf(input.path),
+        input.distances.empty() ? std::vector<std::filesystem::path>() : imagesOf(input.distances));
+}
+
+std::shared_ptr<Render::PanoRenderable> panoramaOf(const Input& input, const Place& origin) {
+    const auto panorama = Render::PanoRenderable::create(loaderOf(input), input.path);
+    panorama->setMatrix(sceneMatrix(input.placement, {0.0, 0.0, 0.0}, origin));
+    return panorama;
 }
 
 }  // namespace
 
 void addViewOptions(CLI::App& command, ViewOptions& options) {
-    command.add_option("stores", options.stores, "Folders of the stores")->required()->type_name("STORE");
+    addInputOptions(command);
     addCameraOptions(command, options.camera);
     addDisplayOptions(command, options.display);
     addParsed(
@@ -59,23 +97,43 @@ void addViewOptions(CLI::App& command, ViewOptions& options) {
         "Deepest octree level to load (default: all)");
 }
 
-StoreView::StoreView(const ViewOptions& options)
-    : mOptions(options),
-      mClouds(openClouds(options)),
-      mMesh(options.display.meshFile.empty() ? nullptr
-                                             : readObjMesh(pathFromUtf8(options.display.meshFile), origin())),
-      mRenderer(true) {
-    mRenderer.setViewport(options.camera.size.width, options.camera.size.height);
-    if (mClouds.size() == 1) {
-        mRenderer.setScene(mClouds.front());
-    } else {
-        mRenderer.setScene(groupOf(mClouds));
-    }
-    applyDisplay(mRenderer, mClouds, options.display, origin(), anyHasColors(options.stores), mMesh);
-    placeCamera(mRenderer, options.camera, origin());
+void completeViewOptions(const CLI::App& command, ViewOptions& options) {
+    options.inputs = parsedInputs(command);
+    checkDisplayOptions(options.display);
 }
 
-bool StoreView::draw(const std::stop_token& stop, Progress& progress) {
+SceneView::SceneView(const ViewOptions& options)
+    : mOptions(options), mOrigin(originOf(options.inputs)), mRenderer(true) {
+    const auto scene = Render::GroupRenderable::create("scene");
+    for (const Input& input : options.inputs) {
+        if (input.kind == InputKind::Store) {
+            const Cloud cloud =
+                Render::PointCloudRenderable::create(storeAt(input.path), input.path, options.budget, 1.0);
+            cloud->setMatrix(sceneMatrix(input.placement, cloud->referencePosition(), mOrigin));
+            mClouds.push_back(cloud);
+            scene->add(cloud);
+        } else if (input.kind == InputKind::Mesh) {
+            mMeshes.push_back(meshOf(input, mOrigin));
+            scene->add(mMeshes.back());
+        } else {
+            mPanoramas.push_back(panoramaOf(input, mOrigin));
+            scene->add(mPanoramas.back());
+        }
+    }
+    if (!options.display.meshFile.empty()) {
+        mMesh = readObjMesh(pathFromUtf8(options.display.meshFile), mOrigin);
+    }
+    mRenderer.setViewport(options.camera.size.width, options.camera.size.height);
+    mRenderer.setScene(scene);
+    applyDisplay(mRenderer, mClouds, options.display, mOrigin,
+                 !hasStores(options.inputs) || anyStoreHasColors(options.inputs), mMesh);
+    for (const auto& mesh : mMeshes) {
+        mesh->setClippingVolume(clippingVolume(options.display, mOrigin));
+    }
+    placeCamera(mRenderer, options.camera, mOrigin);
+}
+
+bool SceneView::draw(const std::stop_token& stop, Progress& progress) {
     if (!load(stop, progress)) {
         return false;
     }
@@ -88,7 +146,7 @@ bool StoreView::draw(const std::stop_token& stop, Progress& progress) {
     return true;
 }
 
-size_t StoreView::pointsShown() const {
+size_t SceneView::pointsShown() const {
     size_t points = 0;
     for (const Cloud& cloud : mClouds) {
         points += cloud->numVisiblePoints();
@@ -96,12 +154,30 @@ size_t StoreView::pointsShown() const {
     return points;
 }
 
+size_t SceneView::trianglesShown() const {
+    size_t triangles = 0;
+    for (const auto& mesh : mMeshes) {
+        triangles += mesh->numTriangles();
+    }
+    return triangles;
+}
+
+bool SceneView::load(const std::stop_token& stop, Progress& progress) {
+    for (const auto& panorama : mPanoramas) {
+        progress.show("loading " + panorama->name());
+        if (panorama->loadPanoramaTiles() != Core::JobState::Completed) {
+            throw std::runtime_error("the panorama " + panorama->name() + " could not be loaded");
+        }
+        if (stop.stop_requested()) {
+            return false;
+        }
+    }
+    return loadClouds(stop, [&] { progress.show("loading, " + grouped(pointsShown()) + " points"); });
+}
+
 /// Walks each cloud to its end. The clouds share one budget, so what a later one pushed out of an earlier one
 /// is settled by a second round.
-bool StoreView::load(const std::stop_token& stop, Progress& progress) {
-    const std::function<void()> report = [&] {
-        progress.show("loading, " + grouped(pointsShown()) + " points");
-    };
+bool SceneView::loadClouds(const std::stop_token& stop, const std::function<void()>& report) {
     for (size_t round = 0; round < (mClouds.size() > 1 ? 2U : 1U); ++round) {
         for (const Cloud& cloud : mClouds) {
             cloud->setUpdateInterval(std::chrono::milliseconds(250));

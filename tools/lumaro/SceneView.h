@@ -2,22 +2,25 @@
 
 #include <math/Point.h>
 #include <render/core/Renderer.h>
+#include <render/renderables/MeshRenderable.h>
+#include <render/renderables/PanoRenderable.h>
 #include <tools/lumaro/CameraOptions.h>
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/DisplayOptions.h>
+#include <tools/lumaro/Inputs.h>
 
 #include <CLI/CLI.hpp>
 
 #include <cstddef>
+#include <memory>
 #include <stop_token>
-#include <string>
 #include <vector>
 
 namespace Tool {
 
 /// What commands that draw have in common.
 struct ViewOptions {
-    std::vector<std::string> stores;
+    std::vector<Input> inputs;
     CameraOptions camera;
     DisplayOptions display;
     size_t budget = 10'000'000;
@@ -26,29 +29,39 @@ struct ViewOptions {
 
 void addViewOptions(CLI::App& command, ViewOptions& options);
 
-/// One or more stores, drawn as the options want them. Throws when a store or the mesh cannot be read.
-class StoreView {
-public:
-    explicit StoreView(const ViewOptions& options);
+/// To be called when the command line is parsed: takes the inputs from it. Throws CLI::ValidationError when
+/// options do not fit together.
+void completeViewOptions(const CLI::App& command, ViewOptions& options);
 
-    /// Loads every node that the view asks for, then draws. False when stopped.
+/// Stores, meshes and panoramas in one scene, drawn as the options want them. Throws when one of them cannot
+/// be read.
+class SceneView {
+public:
+    explicit SceneView(const ViewOptions& options);
+
+    /// Loads everything that the view asks for, then draws. False when stopped.
     bool draw(const std::stop_token& stop, Progress& progress);
 
     size_t pointsShown() const;
+    size_t trianglesShown() const;
     Render::Renderer& renderer() { return mRenderer; }
     /// Of the scene's coordinates, in absolute ones.
-    Math::Point<double, 3> origin() const { return mClouds.front()->referencePosition(); }
+    const Math::Point<double, 3>& origin() const { return mOrigin; }
     Math::Point<double, 3> absolute(const Math::Point<float, 3>& point) const {
         return origin() + point.cast<double>();
     }
-    /// In the scene's coordinates; null when there is none.
+    /// The mesh that distances are measured to, in the scene's coordinates; null when there is none.
     const DistanceMesh& mesh() const { return mMesh; }
 
 private:
     bool load(const std::stop_token& stop, Progress& progress);
+    bool loadClouds(const std::stop_token& stop, const std::function<void()>& report);
 
     ViewOptions mOptions;
+    Math::Point<double, 3> mOrigin;
     std::vector<Cloud> mClouds;
+    std::vector<std::shared_ptr<Render::MeshRenderable>> mMeshes;
+    std::vector<std::shared_ptr<Render::PanoRenderable>> mPanoramas;
     DistanceMesh mMesh;
     Render::Renderer mRenderer;
 };

@@ -1,7 +1,7 @@
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/OutputFile.h>
-#include <tools/lumaro/StoreView.h>
+#include <tools/lumaro/SceneView.h>
 
 #include <array>
 #include <cstdio>
@@ -27,7 +27,7 @@ void putLine(std::ostream& stream, const Math::Point<double, 3>& place, const Ma
 bool writeScreenPoints(const Options& options, const std::stop_token& stop) {
     OutputFile file(pathFromUtf8(options.output));
     Progress progress;
-    StoreView view(options.view);
+    SceneView view(options.view);
     if (!view.draw(stop, progress)) {
         return false;
     }
@@ -59,8 +59,8 @@ void addScreenPointsCommand(CLI::App& app, Job& job) {
                                                  "and colours.");
     addViewOptions(*command, options->view);
     command->add_option("-o,--output", options->output, "File to write")->required()->type_name("FILE");
-    command->callback([options, &job] {
-        checkDisplayOptions(options->view.display);
+    command->callback([options, command, &job] {
+        completeViewOptions(*command, options->view);
         job = [options](const std::stop_token& stop) { return writeScreenPoints(*options, stop); };
     });
 }

@@ -22,17 +22,24 @@ Math::NBoundingBox<double, 3> absoluteBox(const Octree::Octree& octree,
     return absolute;
 }
 
-/// The store states the range of its positions in double; the model's box is rounded to float.
+/// The store states the range of its positions in double, as one attribute or as three; the model's box is
+/// rounded to float.
 Math::NBoundingBox<double, 3> pointBounds(const Octree::Octree& octree) {
+    std::vector<double> min, max;
     for (const Octree::AttributeInfo& attribute : octree.attributes()) {
-        if (attribute.name == "position" && attribute.min.size() == 3 && attribute.max.size() == 3) {
-            Math::NBoundingBox<double, 3> box;
-            box.min = {attribute.min[0], attribute.min[1], attribute.min[2]};
-            box.max = {attribute.max[0], attribute.max[1], attribute.max[2]};
-            return box;
+        if (attribute.name == "position" || attribute.name == "X" || attribute.name == "Y" ||
+            attribute.name == "Z") {
+            min.insert(min.end(), attribute.min.begin(), attribute.min.end());
+            max.insert(max.end(), attribute.max.begin(), attribute.max.end());
         }
     }
-    return absoluteBox(octree, octree.boundingBox());
+    if (min.size() != 3 || max.size() != 3) {
+        return absoluteBox(octree, octree.boundingBox());
+    }
+    Math::NBoundingBox<double, 3> box;
+    box.min = {min[0], min[1], min[2]};
+    box.max = {max[0], max[1], max[2]};
+    return box;
 }
 
 std::string numbers(const std::vector<double>& values) {
@@ -65,6 +72,8 @@ StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token&
     const Octree::Octree octree(location);
     StoreInfo info;
     info.location = location.toString();
+    info.format = location.entwine() != nullptr ? "Entwine" : "Potree 2.0";
+    info.encoding = octree.encoding();
     info.points = octree.totalPointCount();
     info.bounds = pointBounds(octree);
     info.cube = absoluteBox(octree, octree.boundingCube());
@@ -85,7 +94,9 @@ StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token&
 
 std::string infoText(const StoreInfo& info) {
     std::ostringstream text;
-    text << "location    " << info.location << '\n' << "points      " << info.points << '\n';
+    text << "location    " << info.location << '\n'
+         << "format      " << info.format << (info.encoding.empty() ? "" : ", " + info.encoding) << '\n'
+         << "points      " << info.points << '\n';
     if (info.bounds.isEmpty()) {
         text << "bounds      none\n";
     } else {
@@ -110,6 +121,8 @@ std::string infoText(const StoreInfo& info) {
 std::string infoJson(const StoreInfo& info) {
     Json json;
     json["location"] = info.location;
+    json["format"] = info.format;
+    json["encoding"] = info.encoding;
     json["points"] = info.points;
     json["bounds"] = boxJson(info.bounds);
     json["cube"] = boxJson(info.cube);

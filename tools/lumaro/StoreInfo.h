@@ -16,6 +16,8 @@ namespace Tool {
 /// What `lumaro info` tells about a store; all coordinates are absolute.
 struct StoreInfo {
     std::string location;
+    std::string format;    ///< "Potree 2.0" or "Entwine"
+    std::string encoding;  ///< as the store names it
     uint64_t points = 0;
     Math::NBoundingBox<double, 3> bounds;  ///< around the points
     Math::NBoundingBox<double, 3> cube;    ///< of the root node

@@ -1,4 +1,4 @@
-#include <octree/potree/FileSystemLocation.h>
+#include <octree/Location.h>
 #include <render/renderables/Thumbnail.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
@@ -55,15 +55,11 @@ private:
 };
 
 bool makeThumbnail(const Options& options, const std::stop_token& stop) {
-    const fs::path store = pathFromUtf8(options.store);
-    const Octree::Location location{PoTree::FileSystemLocation(store)};
-    if (!location.exists()) {
-        throw std::runtime_error("there is no point cloud store in " + options.store);
-    }
+    const Octree::Location location = Octree::Location::fromPath(pathFromUtf8(options.store));
     // Points without colours are white.
     const Math::Color background =
         options.background.value_or(hasColors(location) ? Math::Color::white() : Math::Color(32, 32, 32));
-    UnfinishedPicture picture(options.output.empty() ? store / "thumbnail.png"
+    UnfinishedPicture picture(options.output.empty() ? location.folder() / "thumbnail.png"
                                                      : pathFromUtf8(options.output));
     Progress progress;
     std::future<void> work = std::async(std::launch::async, [&] {
@@ -93,7 +89,9 @@ void addThumbnailCommand(CLI::App& app, Job& job) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand(
         "thumbnail", "Draw a preview of a store, seen obliquely from above, as a PNG file.");
-    command->add_option("store", options->store, "Folder of the store")->required()->type_name("STORE");
+    command->add_option("store", options->store, "Folder of the store, or its metadata.json or ept.json")
+        ->required()
+        ->type_name("STORE");
     command->add_option("-o,--output", options->output, "File to write (default: thumbnail.png in the store)")
         ->type_name("FILE");
     addParsed(*command, "--size", options->size, parseSize, "WxH",

@@ -51,6 +51,7 @@ int run(int argc, char** argv) {
     Tool::addRenderCommand(app, job);
     Tool::addPickCommand(app, job);
     Tool::addScreenPointsCommand(app, job);
+    Tool::addQueryCommand(app, job);
     Tool::addLegendCommand(app, job);
     Tool::addInfoCommand(app, job);
     Tool::addMakeSampleCommand(app, job);

@@ -1,0 +1,294 @@
+#include <octree/potree/FileSystemLocation.h>
+#include <render/pointcloud/filters/BoxFilter.h>
+#include <render/pointcloud/filters/SphereFilter.h>
+#include <tests/support/PotreeFixture.h>
+#include <tools/lumaro/LasPointWriter.h>
+#include <tools/lumaro/PlyPointWriter.h>
+#include <tools/lumaro/PolygonFile.h>
+#include <tools/lumaro/QueryExport.h>
+#include <tools/lumaro/SampleScene.h>
+#include <tools/lumaro/TextPointWriter.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+using Place = Math::Point<double, 3>;
+using Tool::LasVersion;
+using Tool::PositionGrid;
+
+/// Position, colour, intensity and class of a point.
+using Row = std::array<double, 8>;
+
+template <class T>
+T valueAt(const std::string& bytes, size_t offset) {
+    T value{};
+    EXPECT_LE(offset + sizeof value, bytes.size());
+    std::memcpy(&value, bytes.data() + offset, sizeof value);
+    return value;
+}
+
+std::vector<Row> readText(const std::string& bytes) {
+    std::istringstream stream(bytes);
+    std::string header;
+    std::getline(stream, header);
+    EXPECT_EQ(header, "X Y Z Red Green Blue Alpha");
+    std::vector<Row> rows;
+    double alpha = 0.0;
+    for (Row row{}; stream >> row[0] >> row[1] >> row[2] >> row[3] >> row[4] >> row[5] >> alpha;) {
+        EXPECT_EQ(alpha, 255.0);
+        rows.push_back(row);
+    }
+    EXPECT_TRUE(stream.eof());
+    return rows;
+}
+
+std::vector<Row> readPly(const std::string& bytes) {
+    const size_t body = bytes.find("end_header\n") + 11;
+    std::istringstream header(bytes.substr(0, body));
+    std::string properties;
+    size_t count = 0;
+    for (std::string line; std::getline(header, line);) {
+        if (line.starts_with("element vertex ")) {
+            count = std::stoul(line.substr(15));
+        } else if (line.starts_with("property ")) {
+            properties += line.substr(9) + ",";
+        }
+    }
+    EXPECT_EQ(properties,
+              "double x,double y,double z,uchar red,uchar green,uchar blue,uchar alpha,ushort intensity,"
+              "uchar classification,");
+    EXPECT_EQ(bytes.size(), body + count * 31);
+    std::vector<Row> rows;
+    for (size_t at = body; rows.size() < count; at += 31) {
+        Row& row = rows.emplace_back();
+        for (size_t i = 0; i < 3; ++i) {
+            row[i] = valueAt<double>(bytes, at + 8 * i);
+            row[3 + i] = valueAt<uint8_t>(bytes, at + 24 + i);
+        }
+        row[6] = valueAt<uint16_t>(bytes, at + 28);
+        row[7] = valueAt<uint8_t>(bytes, at + 30);
+    }
+    return rows;
+}
+
+std::vector<Row> readLas(const std::string& bytes, LasVersion version) {
+    const bool isNew = version == LasVersion::OneFour;
+    EXPECT_EQ(bytes.substr(0, 4), "LASF");
+    EXPECT_EQ(valueAt<uint8_t>(bytes, 25), isNew ? 4 : 2);
+    EXPECT_EQ(valueAt<uint8_t>(bytes, 104), isNew ? 7 : 2);
+    EXPECT_EQ(valueAt<uint16_t>(bytes, 94), isNew ? 375 : 227);
+    const size_t begin = valueAt<uint32_t>(bytes, 96);
+    const size_t length = valueAt<uint16_t>(bytes, 105);
+    const uint64_t count = isNew ? valueAt<uint64_t>(bytes, 247) : valueAt<uint32_t>(bytes, 107);
+    EXPECT_EQ(isNew ? valueAt<uint64_t>(bytes, 255) : valueAt<uint32_t>(bytes, 111), count);
+    EXPECT_EQ(valueAt<uint32_t>(bytes, 107), isNew ? 0 : count);
+    EXPECT_EQ(bytes.size(), begin + count * length);
+    std::vector<Row> rows;
+    Math::NBoundingBox<double, 3> box;
+    for (size_t at = begin; rows.size() < count; at += length) {
+        Row& row = rows.emplace_back();
+        for (size_t i = 0; i < 3; ++i) {
+            const auto steps = valueAt<int32_t>(bytes, at + 4 * i);
+            row[i] = steps * valueAt<double>(bytes, 131 + 8 * i) + valueAt<double>(bytes, 155 + 8 * i);
+            row[3 + i] = valueAt<uint16_t>(bytes, at + length - 6 + 2 * i) / 257.0;
+        }
+        row[6] = valueAt<uint16_t>(bytes, at + 12);
+        row[7] = valueAt<uint8_t>(bytes, at + (isNew ? 16 : 15));
+        EXPECT_EQ(valueAt<uint8_t>(bytes, at + 14), isNew ? 0x11 : 0x09);
+        box.extend({row[0], row[1], row[2]});
+    }
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(valueAt<double>(bytes, 179 + 16 * i), rows.empty() ? 0.0 : box.max[static_cast<int>(i)]);
+        EXPECT_EQ(valueAt<double>(bytes, 187 + 16 * i), rows.empty() ? 0.0 : box.min[static_cast<int>(i)]);
+    }
+    return rows;
+}
+
+/// The sample scene as a store, and its points as they went into it.
+class QueryExport : public testing::Test {
+protected:
+    static constexpr size_t POINTS = 20000;
+
+    static void SetUpTestSuite() {
+        sFolder = new Support::TemporaryFolder;
+        Tool::StoreWriteOptions options;
+        options.maxLeafPoints = 300;
+        ASSERT_TRUE(Tool::writeSampleStore(sFolder->path() / "store", POINTS, options));
+    }
+    static void TearDownTestSuite() { delete sFolder; }
+
+    static Octree::Location location() { return PoTree::FileSystemLocation(sFolder->path() / "store"); }
+
+    /// The rows of all points whose position, as whole steps of the store, passes.
+    static std::vector<Row> expected(const std::function<bool(const Place&)>& passes) {
+        const Tool::StoreDescription description = Tool::sampleDescription();
+        std::vector<Row> rows;
+        for (const Tool::StorePoint& point : Tool::samplePoints(POINTS)) {
+            Row row{};
+            for (size_t i = 0; i < 3; ++i) {
+                row[i] = point.position[i] * description.scale + description.offset[i];
+                row[3 + i] = point.color[i] >> 8;
+            }
+            row[6] = point.intensity;
+            row[7] = point.classification;
+            if (passes({row[0], row[1], row[2]})) {
+                rows.push_back(row);
+            }
+        }
+        std::sort(rows.begin(), rows.end());
+        return rows;
+    }
+
+    template <class Writer, class... Settings>
+    static std::string write(const std::shared_ptr<const Render::RegionFilter>& region,
+                             Settings... settings) {
+        std::ostringstream stream;
+        Writer writer(stream, settings...);
+        const auto octree = std::make_shared<Octree::Octree>(location());
+        Tool::ExportRequest request;
+        request.region = region;
+        request.grid = Tool::gridOfStore(location());
+        EXPECT_TRUE(Tool::exportPoints(octree, request, writer, [](uint64_t) { return true; }));
+        return stream.str();
+    }
+
+    static inline Support::TemporaryFolder* sFolder = nullptr;
+};
+
+std::vector<Row> sorted(std::vector<Row> rows) {
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+std::string polygonError(const std::string& text) {
+    const Support::TemporaryFolder folder;
+    folder.write("area.txt", text);
+    try {
+        Tool::readPolygonFile(folder.path() / "area.txt");
+    } catch (const std::runtime_error& error) {
+        const std::string what = error.what();
+        return what.substr(std::min(what.find("area.txt"), what.size()));
+    }
+    return "none";
+}
+
+}  // namespace
+
+TEST_F(QueryExport, EveryFormatHoldsThePointsToTheLastDigit) {
+    const std::vector<Row> all = expected([](const Place&) { return true; });
+    ASSERT_EQ(all.size(), POINTS);
+    const std::optional<PositionGrid> grid = Tool::gridOfStore(location());
+    ASSERT_TRUE(grid);
+    EXPECT_EQ(sorted(readPly(write<Tool::PlyPointWriter>(nullptr))), all);
+    for (const LasVersion version : {LasVersion::OneTwo, LasVersion::OneFour}) {
+        EXPECT_EQ(sorted(readLas(write<Tool::LasPointWriter>(nullptr, version, *grid), version)), all);
+    }
+    std::vector<Row> plain = all;
+    for (Row& row : plain) {
+        row[6] = row[7] = 0.0;
+    }
+    EXPECT_EQ(sorted(readText(write<Tool::TextPointWriter>(nullptr))), sorted(plain));
+}
+
+TEST_F(QueryExport, RegionsAreExactOnBordersThatPointsLieOn) {
+    // A box with points of the store on its faces, and a sphere with one on its surface.
+    const std::vector<Row> all = expected([](const Place&) { return true; });
+    std::mt19937 random(5);
+    for (int i = 0; i < 20; ++i) {
+        Math::NBoundingBox<double, 3> box;
+        for (int n = 0; n < 2; ++n) {
+            const Row& row = all[random() % all.size()];
+            box.extend({row[0], row[1], row[2]});
+        }
+        box.min[2] = -1e9;
+        const auto rows = expected([&](const Place& p) { return box.contains(p); });
+        ASSERT_GT(rows.size(), 1U);
+        EXPECT_EQ(sorted(readPly(write<Tool::PlyPointWriter>(std::make_shared<Render::BoxFilter>(box)))),
+                  rows);
+    }
+    const Place center(432580.0, 5412380.0, 190.0);
+    const Place onSurface(all[POINTS / 3][0], all[POINTS / 3][1], all[POINTS / 3][2]);
+    const auto ball = std::make_shared<Render::SphereFilter>(center, 40.0);
+    const auto rows = expected([&](const Place& p) { return ball->contains(p); });
+    EXPECT_GT(rows.size(), POINTS / 20);
+    EXPECT_EQ(sorted(readPly(write<Tool::PlyPointWriter>(ball))), rows);
+    EXPECT_TRUE(readLas(write<Tool::LasPointWriter>(std::make_shared<Render::SphereFilter>(Place(), 1.0),
+                                                    LasVersion::OneFour, PositionGrid()),
+                        LasVersion::OneFour)
+                    .empty());
+}
+
+TEST_F(QueryExport, StopsWhenToldTo) {
+    std::ostringstream stream;
+    Tool::PlyPointWriter writer(stream);
+    const auto octree = std::make_shared<Octree::Octree>(location());
+    EXPECT_FALSE(Tool::exportPoints(octree, {}, writer, [](uint64_t) { return false; }));
+}
+
+TEST(PositionGrid, IsMovedOrMadeCoarserWhereItMustBe) {
+    const Math::NBoundingBox<double, 3> far({5e6, 5e6, 0.0}, {5e6 + 1000.0, 5e6 + 3e7, 100.0});
+    const PositionGrid fine{{0.001, 0.001, 0.001}, {1.0, 2.0, 3.0}};
+    const PositionGrid grid = Tool::gridFor32Bits(fine, far);
+    EXPECT_EQ(grid.scale, Place(0.001, 0.01, 0.001));
+    EXPECT_EQ(grid.offset.z(), 3.0);
+    for (int axis = 0; axis < 3; ++axis) {
+        for (const double end : {far.min[axis], far.max[axis]}) {
+            EXPECT_LE(std::abs(grid.steps(end, axis)), std::numeric_limits<int32_t>::max());
+        }
+    }
+    // Moved by whole steps, a place of the old grid is one of the new.
+    EXPECT_NEAR(grid.snapped({5000001.234, 5e6 + 0.02, 7.0}).x(), 5000001.234, 1e-9);
+    EXPECT_EQ(Tool::gridFor32Bits(std::nullopt, far).scale, Place(1e-6, 0.1, 1e-7));
+    EXPECT_EQ(fine.snapped({1.0005, 2.0, 3.0}), Place(1.0005, 2.0, 3.0));
+}
+
+TEST(LasPointWriter, RefusesWhatTheFormatHasNoRoomFor) {
+    std::ostringstream stream;
+    Tool::LasPointWriter writer(stream, LasVersion::OneTwo, PositionGrid{{0.5, 1.0, 1.0}, {}});
+    Render::QueryPoint point;
+    point.position = Place(0.75, 0.0, 0.0);
+    writer.write(&point, 1);
+    EXPECT_EQ(writer.largestMove(), 0.25);
+    point.classification = 32;
+    EXPECT_THROW(writer.write(&point, 1), std::runtime_error);
+    point.classification = 31;
+    point.position = Place(0.0, -2147483649.0, 0.0);
+    EXPECT_THROW(writer.write(&point, 1), std::runtime_error);
+}
+
+TEST(PolygonFile, ReadsLinesAndWellKnownText) {
+    const Support::TemporaryFolder folder;
+    folder.write("lines.txt", "\xEF\xBB\xBF# corners\r\n0 0\r\n 10.5\t-2e0 # one\r\n\r\n3 4\r\n");
+    const auto lines = Tool::readPolygonFile(folder.path() / "lines.txt");
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0], (Render::PolygonPrismFilter::Ring{{0, 0}, {10.5, -2}, {3, 4}}));
+    folder.write("wkt.txt", "Polygon((0 0, 4 0,\n4 4,0 0 ),( 1 1,2 1,2 2) )\n");
+    const auto rings = Tool::readPolygonFile(folder.path() / "wkt.txt");
+    ASSERT_EQ(rings.size(), 2U);
+    EXPECT_EQ(rings[0].size(), 4U);
+    EXPECT_EQ(rings[1], (Render::PolygonPrismFilter::Ring{{1, 1}, {2, 1}, {2, 2}}));
+}
+
+TEST(PolygonFile, SaysWhereAndWhatIsWrong) {
+    EXPECT_EQ(polygonError("0 0\n1 x\n"), "area.txt, line 2: 'x' is not a number");
+    EXPECT_EQ(polygonError("0 0\n\n1\n2 2\n"), "area.txt, line 3: there is one number, not two");
+    EXPECT_EQ(polygonError("0 0\n1 1 1\n2 2"), "area.txt, line 2: more than two numbers: '1'");
+    EXPECT_EQ(polygonError("0 0\n1 nan\n"), "area.txt, line 2: 'nan' is too far away");
+    EXPECT_EQ(polygonError("0 0\n1 1\n0 0\n"), "area.txt, line 4: a polygon needs three corners");
+    EXPECT_EQ(polygonError(""), "area.txt, line 1: a polygon needs three corners");
+    EXPECT_EQ(polygonError("POLYGON ((0 0, 1 0,\n 1 1"), "area.txt, line 2: ')' is missing");
+    EXPECT_EQ(polygonError("POLYGON EMPTY"), "area.txt, line 1: '(' is missing before 'EMPTY'");
+    EXPECT_EQ(polygonError("POLYGON ((0 0, 1 0, 1 1)) 7"),
+              "area.txt, line 1: there is more after the polygon: '7'");
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <math/Point.h>
+#include <render/pointcloud/IFilter.h>
+#include <render/pointcloud/filters/RegionFilter.h>
+
+#include <memory>
+#include <utility>
+
+namespace Tool {
+
+/// Leads a query to the nodes that may have points in a region of absolute coordinates, and lets through all
+/// of their points: contains() then decides with every digit, which a query's floats do not have.
+class AbsoluteRegion final : public Render::IFilter {
+public:
+    /// `slack`: how far points may lie outside their node's cube.
+    AbsoluteRegion(std::shared_ptr<const Render::RegionFilter> region,
+                   const Math::Point<double, 3>& reference, const Math::Point<double, 3>& slack)
+        : mRegion(std::move(region)), mReference(reference), mSlack(slack) {}
+
+    bool contains(const Math::Point<double, 3>& position) const { return mRegion->contains(position); }
+
+    bool testPosition(const Math::Point<float, 3>&) override { return true; }
+    Octree::BoxTestResult testBox(const Math::NBoundingBox<float, 3>& box) override;
+
+private:
+    std::shared_ptr<const Render::RegionFilter> mRegion;
+    Math::Point<double, 3> mReference;
+    Math::Point<double, 3> mSlack;
+};
+
+}  // namespace Tool

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <render/pointcloud/filters/PolygonPrismFilter.h>
+
+#include <filesystem>
+#include <vector>
+
+namespace Tool {
+
+/// The rings of a polygon in a text file: one "x y" a line, with '#' before comments, or well-known text,
+/// "POLYGON ((x y, …), …)". Throws std::runtime_error naming the file and the line of what is wrong.
+std::vector<Render::PolygonPrismFilter::Ring> readPolygonFile(const std::filesystem::path& file);
+
+}  // namespace Tool
