@@ -1,6 +1,6 @@
 // picture STORE FILE.png: one picture of a whole point cloud, seen obliquely from above.
 
-#include <octree/potree/FileSystemLocation.h>
+#include <octree/Location.h>
 #include <render/core/Renderer.h>
 #include <render/pointcloud/PointCloudRenderable.h>
 
@@ -12,7 +12,7 @@ namespace {
 void writePicture(const char* store, const char* file) {
     // At most two million points are resident at a time, however large the store is.
     const auto cloud =
-        Render::PointCloudRenderable::create(PoTree::FileSystemLocation(store), "site", 2'000'000, 1.0);
+        Render::PointCloudRenderable::create(Octree::Location::fromPath(store), "site", 2'000'000, 1.0);
 
     Render::Renderer renderer(true);
     renderer.setViewport(1280, 720);

@@ -1,0 +1,156 @@
+#include "Scene.h"
+
+#include <core/ExceptionChain.h>
+#include <graphics/ImagePanoramaLoader.h>
+#include <math/ConvexPolytope.h>
+#include <octree/Location.h>
+
+#include <algorithm>
+#include <exception>
+
+namespace {
+
+constexpr size_t POINT_BUDGET = 3'000'000;
+constexpr size_t DEEPEST_LEVEL = 21;
+
+/// Six half-spaces around the middle half of a box.
+std::vector<Math::HalfSpace<float, 3>> middleHalf(const Math::NBoundingBox<float, 3>& box) {
+    std::vector<Math::HalfSpace<float, 3>> sides;
+    for (int axis = 0; axis < 3; ++axis) {
+        Math::Point<float, 3> normal;
+        normal[axis] = 1.0f;
+        const float quarter = 0.25f * box.size()[axis];
+        sides.emplace_back(Math::NPlane<float, 3>(normal, -box.min[axis] - quarter));
+        sides.emplace_back(Math::NPlane<float, 3>(-normal, box.max[axis] - quarter));
+    }
+    return sides;
+}
+
+std::string nameOf(const std::filesystem::path& path) {
+    const std::u8string name = path.filename().u8string();
+    return {name.begin(), name.end()};
+}
+
+}  // namespace
+
+Scene::Scene(Render::Renderer& renderer) : mRenderer(renderer) {
+    mRenderer.setScene(mGroup);
+}
+
+void Scene::open(const std::filesystem::path& path) {
+    std::wstring extension = path.extension().wstring();
+    std::transform(extension.begin(), extension.end(), extension.begin(), towlower);
+    if (extension == L".obj") {
+        openMesh(path);
+    } else if (extension == L".png" || extension == L".jpg" || extension == L".jpeg") {
+        openPanorama(path);
+    } else {
+        openCloud(path);
+    }
+    mErrorTaken = false;
+}
+
+void Scene::openCloud(const std::filesystem::path& path) {
+    const auto cloud = Render::PointCloudRenderable::create(Octree::Location::fromPath(path), nameOf(path),
+                                                            POINT_BUDGET, 1.0);
+    const auto position = cloud->referencePosition();
+    const auto shift = (position - mOrigin.value_or(position)).cast<float>();
+    Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
+    matrix.topRightCorner<3, 1>() = shift.vector();
+    cloud->setMatrix(matrix);
+    cloud->setMaxPointSize(mPointSize);
+    cloud->setShowBoundingBoxes(mBoxes);
+    mGroup->add(cloud);
+    cloud->startAsyncReload(nullptr, DEEPEST_LEVEL);
+    mOrigin = mOrigin.value_or(position);
+    mClouds.push_back(cloud);
+}
+
+void Scene::openMesh(const std::filesystem::path& path) {
+    const auto origin = mOrigin.value_or(Math::Point<double, 3>(0.0, 0.0, 0.0));
+    const auto mesh =
+        Render::MeshRenderable::create(Render::MeshLoader::fromObjFile(path, origin), 1.0, nameOf(path));
+    try {
+        mGroup->add(mesh);  // Reads the file.
+    } catch (...) {
+        mGroup->remove(std::find(mGroup->begin(), mGroup->end(), mesh));
+        throw;
+    }
+    mOrigin = origin;
+    mMeshes.push_back(mesh);
+}
+
+void Scene::openPanorama(const std::filesystem::path& path) {
+    const auto panorama = Render::PanoRenderable::create(
+        std::make_shared<Graphics::ImagePanoramaLoader>(std::vector{path}), nameOf(path));
+    mGroup->add(panorama);
+    panorama->startAsyncPanoramaTilesLoading(nullptr);
+    mPanoramas.push_back(panorama);
+}
+
+Math::Point<double, 3> Scene::absolute(const Math::Point<float, 3>& point) const {
+    return mOrigin.value_or(Math::Point<double, 3>(0.0, 0.0, 0.0)) + point.cast<double>();
+}
+
+void Scene::changePointSize(float factor) {
+    mPointSize = std::clamp(mPointSize * factor, 1.0f, 100.0f);
+    for (const auto& cloud : mClouds) {
+        cloud->setMaxPointSize(mPointSize);
+    }
+}
+
+void Scene::toggleBoxes() {
+    mBoxes = !mBoxes;
+    for (const auto& cloud : mClouds) {
+        cloud->setShowBoundingBoxes(mBoxes);
+    }
+}
+
+void Scene::toggleClipping() {
+    mClipped = !mClipped;
+    std::vector<Math::HalfSpace<float, 3>> sides;
+    if (mClipped && !mRenderer.boundingBox().isEmpty()) {
+        sides = middleHalf(mRenderer.boundingBox());
+    }
+    for (const auto& cloud : mClouds) {
+        cloud->setClippingVolume(sides);
+    }
+    for (const auto& mesh : mMeshes) {
+        mesh->setClippingVolume(Math::ConvexPolytope<float, 3>(sides));
+    }
+}
+
+size_t Scene::points() const {
+    size_t sum = 0;
+    for (const auto& cloud : mClouds) {
+        sum += cloud->numVisiblePoints();
+    }
+    return sum;
+}
+
+size_t Scene::nodes() const {
+    size_t sum = 0;
+    for (const auto& cloud : mClouds) {
+        sum += cloud->numVisibleOctreeNodes();
+    }
+    return sum;
+}
+
+bool Scene::isLoading() const {
+    return std::any_of(mClouds.begin(), mClouds.end(), [](const auto& cloud) { return cloud->isLoading(); });
+}
+
+std::optional<std::string> Scene::takeError() {
+    if (mErrorTaken) {
+        return std::nullopt;
+    }
+    try {
+        for (const auto& cloud : mClouds) {
+            cloud->isAsyncReloadHealthy(true);
+        }
+    } catch (const std::exception& error) {
+        mErrorTaken = true;
+        return Core::exceptionChain(error);
+    }
+    return std::nullopt;
+}
