@@ -1,10 +1,9 @@
 # lumaro_doc_snippets(TARGET FILE.md…): compiles every ```cpp block of the documents, so that none of them rots.
-# A block's #include lines stand at the top of a source of its own; the rest becomes the body of a function that is
+# A block's #include lines stand at the top of a source of its own; the rest becomes a block in a function that is
 # given what the documents take for granted.
-set(LUMARO_SNIPPET_GIVEN [[
-[[maybe_unused]] const std::filesystem::path& store, [[maybe_unused]] const std::filesystem::path& file,
-    [[maybe_unused]] Render::Renderer& renderer,
-    [[maybe_unused]] const std::shared_ptr<Render::PointCloudRenderable>& cloud]])
+string(CONCAT LUMARO_SNIPPET_GIVEN
+    "const std::filesystem::path& store, const std::filesystem::path& file, Render::Renderer& renderer, "
+    "const std::shared_ptr<Render::PointCloudRenderable>& cloud")
 
 function(lumaro_doc_snippets target)
   set(sources)
@@ -55,7 +54,7 @@ function(lumaro_snippet_source source block name)
   if(body MATCHES "(^|\n)(class|struct|int main)[ (]")
     set(content "${includes}\n${body}") # Whole declarations stand by themselves.
   else()
-    set(content "${includes}\nvoid ${name}(${LUMARO_SNIPPET_GIVEN}) {\n${body}}\n")
+    set(content "${includes}\nvoid ${name}(${LUMARO_SNIPPET_GIVEN}) {\n{\n${body}}\n}\n")
   endif()
   file(CONFIGURE OUTPUT "${source}" CONTENT "@content@" @ONLY)
 endfunction()

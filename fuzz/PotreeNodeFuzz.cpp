@@ -1,4 +1,5 @@
-// The input is a point count in one byte, then the chunk of a node with every attribute that is decoded.
+// The input is a point count in one byte, then the chunk of a node with every attribute that is decoded; it
+// is read once in each encoding.
 
 #include <fuzz/FuzzTarget.h>
 #include <octree/Octree.h>
@@ -18,17 +19,13 @@ nlohmann::json allAttributes() {
             attribute("normal_oct16", 2, "uint16"),  attribute("other", 3, "uint8")};
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+/// Reads a store of one node with this chunk.
+void read(const char* encoding, unsigned count, const std::string& chunk) {
     static Support::PotreeFixture fixture;
-    if (size < 1) {
-        return 0;
-    }
-    const std::string chunk(reinterpret_cast<const char*>(data + 1), size - 1);
+    fixture.metadata["encoding"] = encoding;
     fixture.metadata["attributes"] = allAttributes();
-    fixture.metadata["points"] = data[0];
-    fixture.hierarchy = Support::hierarchyRecord(0, 0, data[0], 0, chunk.size());
+    fixture.metadata["points"] = count;
+    fixture.hierarchy = Support::hierarchyRecord(0, 0, count, 0, chunk.size());
     fixture.metadata["hierarchy"]["firstChunkSize"] = fixture.hierarchy.size();
     fixture.octree = chunk;
     fixture.writeAll();
@@ -49,5 +46,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     } catch (const Octree::StoreError&) {
     }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size < 1) {
+        return 0;
+    }
+    const std::string chunk(reinterpret_cast<const char*>(data + 1), size - 1);
+    read("BROTLI", data[0], chunk);
+    read("UNCOMPRESSED", data[0], chunk);
     return 0;
 }

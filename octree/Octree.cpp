@@ -76,7 +76,8 @@ CacheIdentifier Octree::cacheIdentifier() const {
 }
 
 bool Octree::hasExternal(const Location& location) const {
-    return std::any_of(externals().begin(), externals().end(),
+    const Externals& all = externals();  // once: more may be added meanwhile
+    return std::any_of(all.begin(), all.end(),
                        [&](const External& external) { return external.location == location; });
 }
 

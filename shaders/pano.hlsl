@@ -52,13 +52,26 @@ struct Tile
 
 static const float pi = 3.14159265;
 
+float3 viewDirection()
+{
+    return normalize(mul((float3x3)inverseModelView, float3(0.0, 0.0, -1.0)));
+}
+
+float3 unprojected(float4 pos)
+{
+    const float4 objPos = mul(inverseModelViewProjection, pos);
+    return objPos.xyz / objPos.w;
+}
+
+// A quad over the whole picture, on the far plane: that of depth 1 or, in a reversed depth buffer, of depth 0.
 ps_in vs_main(uint id : SV_VertexID)
 {
     const float2 uv = float2((id >> 1) & 1, id & 1);
     ps_in output;
     output.pos = float4(-1.0 + 2.0 * uv, 1.0, 1.0);
-    const float4 objPos = mul(inverseModelViewProjection, output.pos);
-    output.objPos = objPos.xyz / objPos.w;
+    const float3 atOne = unprojected(output.pos);
+    const float3 atZero = unprojected(float4(output.pos.xy, 0.0, 1.0));
+    output.objPos = dot(atOne - atZero, viewDirection()) > 0.0 ? atOne : atZero;
     return output;
 }
 
@@ -150,7 +163,7 @@ float distanceOf(Tile tile)
 
 ps_out ps_main(ps_in input)
 {
-    const float3 viewDir = normalize(mul((float3x3)inverseModelView, float3(0.0, 0.0, -1.0)));
+    const float3 viewDir = viewDirection();
     // An orthographic far plane may pass through the centre, from where one of its points has no direction and
     // the others lie at right angles to the view.
     const float3 dir = any(input.objPos) ? normalize(input.objPos) : viewDir;

@@ -1,11 +1,11 @@
-#include <octree/GrowingBuffer.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/NodeKey.h>
 #include <octree/entwine/TileReader.h>
+#include <octree/entwine/Zstandard.h>
 
-#include <zstd.h>
 #include <algorithm>
-#include <new>
+#include <memory>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -15,10 +15,6 @@ namespace {
 
 using Octree::OctreeNodeId;
 using Octree::StoreError;
-
-struct ContextDeleter {
-    void operator()(ZSTD_DCtx* context) const { ZSTD_freeDCtx(context); }
-};
 
 class RecordTileReader final : public TileReader {
 public:
@@ -58,43 +54,15 @@ private:
     std::unique_ptr<std::byte[]> decompress(OctreeNodeId id, std::uint64_t expectedCount,
                                             const std::byte* bytes, std::size_t& size,
                                             const std::stop_token& stop) const {
-        const std::unique_ptr<ZSTD_DCtx, ContextDeleter> context(ZSTD_createDCtx());
-        if (context == nullptr) {
-            throw std::bad_alloc();
+        const auto sizeOfPoints = [this](std::uint64_t count) {
+            return static_cast<std::size_t>(std::min(count * mMetadata.recordSize, MAX_TILE_SIZE));
+        };
+        try {
+            return decompressFrame(std::span(bytes, size), sizeOfPoints(expectedCount),
+                                   sizeOfPoints(maxPointCount(expectedCount)), size, stop);
+        } catch (const FrameError& error) {
+            fail(id, std::string("its tile ") + error.what());
         }
-        const auto limit = static_cast<std::size_t>(
-            std::min(maxPointCount(expectedCount) * mMetadata.recordSize, MAX_TILE_SIZE));
-        Octree::GrowingBuffer output(limit, size);
-        ZSTD_inBuffer input{bytes, size, 0};
-        for (;;) {
-            std::size_t available = 0;
-            std::byte* const next = output.next(available);
-            ZSTD_outBuffer step{next, available, 0};
-            const std::size_t left = ZSTD_decompressStream(context.get(), &step, &input);
-            output.wrote(step.pos);
-            if (ZSTD_isError(left) != 0) {
-                fail(id, std::string("its tile is damaged: ") + ZSTD_getErrorName(left));
-            }
-            if (left == 0) {
-                break;
-            }
-            if (input.pos == input.size && step.pos < step.size) {
-                fail(id, "its tile is cut short");
-            }
-            if (output.used() == limit) {
-                fail(id, "its tile decompresses to more than " + std::to_string(limit) + " bytes, for " +
-                             std::to_string(expectedCount) + " points of " +
-                             std::to_string(mMetadata.recordSize) + " bytes");
-            }
-            if (stop.stop_requested()) {
-                return nullptr;
-            }
-        }
-        if (input.pos != input.size) {
-            fail(id, "its tile ends " + std::to_string(input.size - input.pos) + " bytes before its end");
-        }
-        size = output.used();
-        return output.take();
     }
 
     const Metadata& mMetadata;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <utility>
@@ -98,15 +99,34 @@ double intensityFactor(const NumberColumn& column, const Metadata& metadata) {
 }
 
 template <class T>
+constexpr NumberType TYPE_OF = NumberType::Uint8;
+template <>
+constexpr NumberType TYPE_OF<std::uint16_t> = NumberType::Uint16;
+template <>
+constexpr NumberType TYPE_OF<std::uint32_t> = NumberType::Uint32;
+
+// At most BLOCK of them.
+template <class T>
+void readIntegerBlock(const NumberColumn& column, double factor, std::size_t start, std::size_t count,
+                      T* out) {
+    if (column.type == TYPE_OF<T> && column.scale == 1.0 && column.offset == 0.0 && factor == 1.0) {
+        for (std::size_t i = 0; i < count; ++i) {
+            std::memcpy(out + i, column.first + (start + i) * column.stride, sizeof(T));
+        }
+        return;
+    }
+    Block values;
+    column.readValues(start, count, values.data());
+    for (std::size_t i = 0; i < count; ++i) {
+        out[i] = toInteger<T>(values[i] * factor);
+    }
+}
+
+template <class T>
 std::vector<T> readIntegers(const NumberColumn& column, std::size_t count, double factor = 1.0) {
     std::vector<T> result(count);
-    Block values;
     for (std::size_t start = 0; start < count; start += BLOCK) {
-        const std::size_t size = std::min(BLOCK, count - start);
-        column.readValues(start, size, values.data());
-        for (std::size_t i = 0; i < size; ++i) {
-            result[start + i] = toInteger<T>(values[i] * factor);
-        }
+        readIntegerBlock(column, factor, start, std::min(BLOCK, count - start), result.data() + start);
     }
     return result;
 }
@@ -203,21 +223,24 @@ ColorDepth observedColorDepth(const Tile& tile) {
 }
 
 std::vector<Math::Color> readColors(const Tile& tile, ColorDepth depth) {
-    std::vector<Math::Color> result(tile.pointCount);
-    std::array<Block, 3> channels;
-    const auto narrowed = [depth](double value) {
-        return depth == ColorDepth::Eight ? toInteger<std::uint8_t>(value)
-                                          : static_cast<std::uint8_t>(toInteger<std::uint16_t>(value) >> 8);
+    std::vector<Math::Color> result;
+    result.reserve(tile.pointCount);
+    std::array<std::array<std::uint16_t, BLOCK>, 3> channels;
+    std::array<Math::Color, BLOCK> block;
+    const auto narrowed = [depth](std::uint16_t value) {
+        return static_cast<std::uint8_t>(depth == ColorDepth::Eight ? std::min<unsigned>(value, 255)
+                                                                    : value >> 8);
     };
     for (std::size_t start = 0; start < tile.pointCount; start += BLOCK) {
         const std::size_t size = std::min(BLOCK, tile.pointCount - start);
         for (std::size_t i = 0; i < 3; ++i) {
-            tile[COLOR[i]]->readValues(start, size, channels[i].data());
+            readIntegerBlock(*tile[COLOR[i]], 1.0, start, size, channels[i].data());
         }
         for (std::size_t i = 0; i < size; ++i) {
-            result[start + i] =
+            block[i] =
                 Math::Color(narrowed(channels[0][i]), narrowed(channels[1][i]), narrowed(channels[2][i]));
         }
+        result.insert(result.end(), block.data(), block.data() + size);
     }
     return result;
 }

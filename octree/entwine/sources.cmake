@@ -10,7 +10,8 @@ set(LUMARO_ENTWINE_SOURCES
     entwine/RecordTile.cpp
     entwine/Tile.cpp
     entwine/TileColumns.cpp
-    entwine/TileReader.cpp)
+    entwine/TileReader.cpp
+    entwine/Zstandard.cpp)
 set(LUMARO_ENTWINE_HEADERS
     GrowingBuffer.h
     JsonValue.h
@@ -22,4 +23,5 @@ set(LUMARO_ENTWINE_HEADERS
     entwine/NodeKey.h
     entwine/Tile.h
     entwine/TileColumns.h
-    entwine/TileReader.h)
+    entwine/TileReader.h
+    entwine/Zstandard.h)

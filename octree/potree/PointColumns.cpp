@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 namespace PoTree {
@@ -12,20 +13,65 @@ namespace {
 /// column writes its memory once, without filling it with zeros before.
 constexpr std::size_t BLOCK = 256;
 
+using Integers = std::array<std::int32_t, 3>;
+
 struct IntegerBlock {
     std::int32_t axes[3][BLOCK];
 };
 
-void readIntegers(const ChunkColumn& column, std::size_t count, IntegerBlock& block) {
-    if (column.valueSize == 16) {
-        pointCodeKernel().positions(column.first, count, block.axes[0], block.axes[1], block.axes[2]);
-        return;
+/// Turns integers of the store's grid into positions.
+class PositionMaker {
+public:
+    PositionMaker(const CoordinateGrid& grid, double unitScale)
+        : mLow(grid.low), mSpan(grid.span), mOrigin(grid.origin), mFactor(grid.scale * unitScale) {}
+
+    bool isOutside(const Integers& integers) const {
+        return isOutside<0>(integers) || isOutside<1>(integers) || isOutside<2>(integers);
     }
+
+    /// Writes the positions of `size` points with the integers `at(i)`; true when one is outside the box.
+    template <class IntegersAt>
+    bool make(std::size_t size, IntegersAt at, Math::Point<double, 3>* out) const {
+        const PositionMaker self = *this;  // in registers: what is written cannot change it
+        bool outside = false;
+        for (std::size_t i = 0; i < size; ++i) {
+            const Integers integers = at(i);
+            outside |= self.isOutside<0>(integers);
+            outside |= self.isOutside<1>(integers);
+            outside |= self.isOutside<2>(integers);
+            out[i] = {(integers[0] - self.mOrigin[0]) * self.mFactor[0],
+                      (integers[1] - self.mOrigin[1]) * self.mFactor[1],
+                      (integers[2] - self.mOrigin[2]) * self.mFactor[2]};
+        }
+        return outside;
+    }
+
+private:
+    template <std::size_t AXIS>
+    bool isOutside(const Integers& integers) const {
+        return static_cast<std::uint32_t>(integers[AXIS]) - mLow[AXIS] > mSpan[AXIS];
+    }
+
+    std::array<std::uint32_t, 3> mLow, mSpan;
+    Math::Point<double, 3> mOrigin, mFactor;
+};
+
+Integers recordAt(const ChunkColumn& column, std::size_t index) {
+    // One by one: read together they would go through memory.
+    const std::byte* value = column.first + index * column.stride;
+    const auto axis = [value](std::size_t i) {
+        std::int32_t integer;
+        std::memcpy(&integer, value + 4 * i, sizeof integer);
+        return integer;
+    };
+    return {axis(0), axis(1), axis(2)};
+}
+
+template <class MakeChannel>
+void readColors(const ChunkColumn& column, std::size_t count, Math::Color* colors, MakeChannel channelAt) {
     for (std::size_t i = 0; i < count; ++i) {
-        const auto value = column.valueAt<std::array<std::int32_t, 3>>(i);
-        block.axes[0][i] = value[0];
-        block.axes[1][i] = value[1];
-        block.axes[2][i] = value[2];
+        const std::byte* value = column.first + i * column.stride;
+        colors[i] = Math::Color(channelAt(value, 0), channelAt(value, 1), channelAt(value, 2));
     }
 }
 
@@ -33,46 +79,20 @@ void readColors(const ChunkColumn& column, std::size_t count, ColorDepth depth, 
     if (column.valueSize == 8) {
         pointCodeKernel().colors(column.first, count, depth, colors);
     } else if (column.valueSize == 3) {
-        for (std::size_t i = 0; i < count; ++i) {
-            const auto value = column.valueAt<std::array<std::uint8_t, 3>>(i);
-            colors[i] = Math::Color(value[0], value[1], value[2]);
-        }
-    } else {
-        for (std::size_t i = 0; i < count; ++i) {
-            const auto value = column.valueAt<std::array<std::uint16_t, 3>>(i);
-            colors[i] = Math::Color(narrowedChannel(value[0], depth), narrowedChannel(value[1], depth),
-                                    narrowedChannel(value[2], depth));
-        }
-    }
-}
-
-bool isOutside(std::int32_t value, std::uint32_t low, std::uint32_t span) {
-    return static_cast<std::uint32_t>(value) - low > span;
-}
-
-bool anyOutside(const std::int32_t* values, std::size_t count, std::uint32_t low, std::uint32_t span) {
-    bool outside = false;
-    for (std::size_t i = 0; i < count; ++i) {
-        outside |= isOutside(values[i], low, span);
-    }
-    return outside;
-}
-
-std::optional<std::size_t> firstOutside(const IntegerBlock& block, std::size_t count,
-                                        const CoordinateGrid& grid) {
-    std::optional<std::size_t> first;
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        const std::int32_t* values = block.axes[axis];
-        if (!anyOutside(values, count, grid.low[axis], grid.span[axis])) {
-            continue;
-        }
-        const auto found = std::find_if(values, values + count, [&](std::int32_t value) {
-            return isOutside(value, grid.low[axis], grid.span[axis]);
+        readColors(column, count, colors, [](const std::byte* value, std::size_t channel) {
+            return static_cast<std::uint8_t>(value[channel]);
         });
-        const auto index = static_cast<std::size_t>(found - values);
-        first = std::min(first.value_or(index), index);
+    } else if (depth == ColorDepth::Sixteen) {
+        readColors(column, count, colors, [](const std::byte* value, std::size_t channel) {
+            return static_cast<std::uint8_t>(value[2 * channel + 1]);
+        });
+    } else {
+        readColors(column, count, colors, [](const std::byte* value, std::size_t channel) {
+            std::uint16_t wide;
+            std::memcpy(&wide, value + 2 * channel, sizeof wide);
+            return narrowedChannel(wide, ColorDepth::Eight);
+        });
     }
-    return first;
 }
 
 }  // namespace
@@ -109,22 +129,28 @@ ColorDepth colorDepthOf(const Metadata& metadata) {
 std::optional<std::size_t> decodePositions(const ChunkColumn& column, std::size_t count,
                                            const CoordinateGrid& grid, double unitScale,
                                            std::vector<Math::Point<double, 3>>& out) {
-    const Math::Point<double, 3> factor = grid.scale * unitScale;
-    const Math::Point<double, 3> origin = grid.origin;
+    const PositionMaker maker(grid, unitScale);
+    const bool isCoded = column.valueSize == 16;
     out.clear();
     out.reserve(count);
-    IntegerBlock integers;
+    IntegerBlock decoded;
+    const auto decodedAt = [&decoded](std::size_t i) -> Integers {
+        return {decoded.axes[0][i], decoded.axes[1][i], decoded.axes[2][i]};
+    };
     std::array<Math::Point<double, 3>, BLOCK> block;
     for (std::size_t start = 0; start < count; start += BLOCK) {
         const std::size_t size = std::min(BLOCK, count - start);
-        readIntegers(column.from(start), size, integers);
-        if (const auto outside = firstOutside(integers, size, grid)) {
-            return start + *outside;
+        const ChunkColumn part = column.from(start);
+        const auto readAt = [&part](std::size_t i) { return recordAt(part, i); };
+        if (isCoded) {
+            pointCodeKernel().positions(part.first, size, decoded.axes[0], decoded.axes[1], decoded.axes[2]);
         }
-        for (std::size_t i = 0; i < size; ++i) {
-            block[i] = {(integers.axes[0][i] - origin[0]) * factor[0],
-                        (integers.axes[1][i] - origin[1]) * factor[1],
-                        (integers.axes[2][i] - origin[2]) * factor[2]};
+        if (isCoded ? maker.make(size, decodedAt, block.data()) : maker.make(size, readAt, block.data())) {
+            std::size_t first = 0;
+            while (!maker.isOutside(isCoded ? decodedAt(first) : readAt(first))) {
+                ++first;
+            }
+            return start + first;
         }
         out.insert(out.end(), block.data(), block.data() + size);
     }

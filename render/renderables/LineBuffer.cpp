@@ -41,18 +41,19 @@ bool LineBuffer::startsWith(std::string_view line, std::string_view keyword) {
 
 bool LineBuffer::hasEndlessExponent(std::string_view line) {
     constexpr std::size_t tooMany = 10;
-    for (std::size_t e = line.find_first_of("eE"); e != std::string_view::npos;
-         e = line.find_first_of("eE", e + 1)) {
-        if (e == 0 || (!isDigit(line[e - 1]) && line[e - 1] != '.')) {
-            continue;
-        }
-        std::string_view digits = line.substr(e + 1);
-        if (digits.starts_with('+') || digits.starts_with('-')) {
-            digits.remove_prefix(1);
-        }
-        digits = digits.substr(0, tooMany);
-        if (digits.size() == tooMany && std::all_of(digits.begin(), digits.end(), isDigit)) {
-            return true;
+    for (const char letter : {'e', 'E'}) {
+        for (std::size_t e = line.find(letter); e != std::string_view::npos; e = line.find(letter, e + 1)) {
+            if (e == 0 || (!isDigit(line[e - 1]) && line[e - 1] != '.')) {
+                continue;
+            }
+            std::string_view digits = line.substr(e + 1);
+            if (digits.starts_with('+') || digits.starts_with('-')) {
+                digits.remove_prefix(1);
+            }
+            digits = digits.substr(0, tooMany);
+            if (digits.size() == tooMany && std::all_of(digits.begin(), digits.end(), isDigit)) {
+                return true;
+            }
         }
     }
     return false;
@@ -61,16 +62,16 @@ bool LineBuffer::hasEndlessExponent(std::string_view line) {
 LineBuffer::int_type LineBuffer::underflow() {
     for (;;) {
         ++mLineNumber;
-        const std::size_t length = nextLine();
-        if (length == 0) {
+        const Line found = nextLine();
+        if (found.lengthWithEnd == 0) {
             return traits_type::eof();
         }
         char* const first = mBuffer.data() + mBegin;
-        mBegin += length;
-        char* const last = mBuffer.data() + mBegin;
-        char* const end = std::find_if(first, last, isLineEnd);
-        const std::string_view line(first, static_cast<std::size_t>(std::find(first, end, '\0') - first));
-        char* const shown = admits(withoutBlanksBefore(line)) ? first : end;
+        mBegin += found.lengthWithEnd;
+        std::string_view line(first, found.length);
+        line = line.substr(0, line.find('\0'));
+        char* const shown = first + (admits(withoutBlanksBefore(line)) ? 0 : found.length);
+        char* const last = first + found.lengthWithEnd;
         if (shown != last) {
             setg(shown, shown, last);
             return traits_type::to_int_type(*shown);
@@ -78,23 +79,25 @@ LineBuffer::int_type LineBuffer::underflow() {
     }
 }
 
-/// The length of the line at mBegin with its end; 0 at the end of the file.
-std::size_t LineBuffer::nextLine() {
-    std::size_t scanned = 0;
+/// The line at mBegin; nothing at the end of the file.
+LineBuffer::Line LineBuffer::nextLine() {
+    Line line;
     for (;;) {
         const char* const begin = mBuffer.data() + mBegin;
         const char* const end = mBuffer.data() + mEnd;
-        const char* const stop = std::find_if(begin + scanned, end, isLineEnd);
-        scanned = static_cast<std::size_t>(stop - begin);
-        if (scanned > maxLineLength) {
+        const char* const stop = std::find_if(begin + line.length, end, isLineEnd);
+        line.length = static_cast<std::size_t>(stop - begin);
+        if (line.length > maxLineLength) {
             fail("longer than " + std::to_string(maxLineLength) + " bytes");
         }
         // Whether a carriage return stands alone shows in the byte after it.
         if (stop != end && (*stop == '\n' || stop + 1 != end)) {
-            return scanned + (*stop == '\r' && stop[1] == '\n' ? 2 : 1);
+            line.lengthWithEnd = line.length + (*stop == '\r' && stop[1] == '\n' ? 2 : 1);
+            return line;
         }
         if (!readMore()) {
-            return mEnd - mBegin;
+            line.lengthWithEnd = mEnd - mBegin;
+            return line;
         }
     }
 }

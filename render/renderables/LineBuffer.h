@@ -44,8 +44,13 @@ protected:
     static bool hasEndlessExponent(std::string_view line);
 
 private:
+    struct Line {
+        std::size_t length = 0;
+        std::size_t lengthWithEnd = 0;
+    };
+
     int_type underflow() override;
-    std::size_t nextLine();
+    Line nextLine();
     bool readMore();
 
     std::string mName;

@@ -120,19 +120,24 @@ std::string bigEndian(uint32_t value) {
 TEST_F(PngTest, HugeDeclaredSizesAreRefusedBeforeAnythingIsAllocated) {
     const fs::path file = folder / "huge.png";
     testImage(2, 2, 8).writePng(file);
-    const std::string good = bytesOf(file);
-    const auto declare = [&](uint32_t width, uint32_t height) {
+    const std::string colors = bytesOf(file);
+    DepthImage(2, 2).writePng(file);
+    const std::string distances = bytesOf(file);
+    const auto declare = [&](const std::string& good, uint32_t width, uint32_t height) {
         std::string header = "IHDR" + bigEndian(width) + bigEndian(height) + good.substr(24, 5);
         writeBytes(file, good.substr(0, 12) + header + bigEndian(crc32(header)) + good.substr(33));
-        return readError(file);
+        return &good == &colors ? readError(file) : errorOf([&] { DepthImage::readDistances(file); });
     };
-    EXPECT_EQ(declare(2, 2), "no error") << "the header is built right";
-    for (const auto& [width, height] :
-         {std::pair{65536u, 1u}, {1u, 65536u}, {16385u, 16384u}, {65535u, 65535u}}) {
-        ASSERT_NE(declare(width, height).find("is not supported"), std::string::npos)
-            << declare(width, height);
+    for (const std::string* good : {&colors, &distances}) {
+        EXPECT_EQ(declare(*good, 2, 2), "no error") << "the header is built right";
+        for (const auto& [width, height] :
+             {std::pair{65536u, 1u}, {1u, 65536u}, {16385u, 16384u}, {65535u, 65535u}}) {
+            const std::string error = declare(*good, width, height);
+            ASSERT_NE(error.find("is not supported"), std::string::npos) << error;
+        }
+        const std::string error = declare(*good, 16000, 16000);
+        EXPECT_NE(error.find("is impossible in"), std::string::npos) << error;
     }
-    EXPECT_NE(declare(16000, 16000).find("is impossible in"), std::string::npos) << declare(16000, 16000);
 }
 
 TEST_F(PngTest, AFailedWriteLeavesNothingBehind) {

@@ -159,14 +159,10 @@ TEST(LasFile, RefusesByNameWhatItDoesNotRead) {
 }
 
 TEST(LasFile, SaysWhichChunkAndPointAreDamaged) {
-    // The third chunk of 50 points.
     std::string file = fileOf("format0-chunk50");
-    const std::string whole = file;
-    for (std::size_t i = file.size() * 6 / 10; i < file.size() * 7 / 10; ++i) {
-        file[i] = '\xff';
-    }
+    std::fill_n(file.begin() + 500, 300, '\xff');
     const std::string problem = problemOf(file);
-    EXPECT_TRUE(problem.find("a.laz: chunk 2: point ") == 0 || problem.find("a.laz: chunk 3: point ") == 0) << problem;
+    EXPECT_EQ(problem.find("a.laz: chunk 0: point "), 0U) << problem;
     EXPECT_NE(problem.find(" of 50: the compressed bytes "), std::string::npos) << problem;
 }
 
@@ -178,7 +174,7 @@ TEST(LasFile, ThatPromisesMoreThanItHoldsIsAnError) {
     EXPECT_EQ(problemOf(with(laz, OLD_POINT_COUNT, std::uint32_t{251})),
               "a.laz: the chunk table ends 1 points before the 251 that the header says");
     // A chunk of very many points: neither memory nor time follows the promise.
-    const std::string one = with(fileOf("format2-one-point"), COMPRESSION + 12, std::uint32_t{1} << 26);
+    const std::string one = with(fileOf("format2-one-point"), COMPRESSION + 12, std::uint32_t{1} << 28);
     EXPECT_NE(problemOf(with(one, OLD_POINT_COUNT, std::uint32_t{1} << 26)).find("bytes are too few for"),
               std::string::npos);
     EXPECT_NE(problemOf(with(one, OLD_POINT_COUNT, std::uint32_t{1} << 27)).find("more than a tile may have"),
@@ -210,7 +206,7 @@ TEST(LasFile, WithAnyByteChangedIsAnErrorOrHasAllItsPoints) {
         SCOPED_TRACE(name);
         const std::string file = fileOf(name);
         for (std::size_t i = 0; i < file.size(); ++i) {
-            for (const unsigned char flip : {0x01, 0x80, 0xff}) {
+            for (const int flip : {0x01, 0x80, 0xff}) {
                 expectErrorOrAllPoints(with(file, i, static_cast<char>(file[i] ^ flip)));
             }
         }

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 #include <math/Spectrum.h>
+#include <octree/StoreError.h>
 #include <render/pointcloud/PointCloudRenderable.h>
 
 #include <tests/support/GpuTestDevice.h>
+#include <tests/support/PotreeFixture.h>
 #include <tests/support/SyntheticOctree.h>
 
 #include <cmath>
@@ -363,6 +365,42 @@ TEST_F(PointCloudRenderableTest, ItCanLeaveARendererAndJoinAgain) {
     cloud->waitUntilLoaded();
     draw(*cloud);
     EXPECT_GT(drawnTexels(), 0u);
+}
+
+TEST_F(PointCloudRenderableTest, ExternalAttributesHidePointsFromPictureAndQuery) {
+    const Support::PotreeFixture store;
+    Support::PotreeFixture hiding("UNCOMPRESSED");
+    hiding.metadata["attributes"] = {Support::attribute("visibility", 1, "uint8")};
+    hiding.octree = std::string("\0\1\1\0\1\1\1", 7);
+    hiding.hierarchy = Support::hierarchyRecord(0, 0b00010010, 3, 0, 3) +
+                       Support::hierarchyRecord(0, 0, 1, 3, 1) + Support::hierarchyRecord(2, 0, 2, 66, 66) +
+                       Support::hierarchyRecord(0, 0b01001000, 2, 4, 2) +
+                       Support::hierarchyRecord(0, 0, 0, 0, 0) + Support::hierarchyRecord(0, 0, 1, 6, 1);
+    hiding.writeAll();
+
+    const auto cloud = PointCloudRenderable::create(Octree::Location::fromPath(store.folder.path()), "cloud",
+                                                    1000000, 1.0 / 16);
+    cloud->setOctreeNodePriorityThreshold(0.0f);
+    cloud->init(size_t{1} << 42, camera, gpu.device(), gpu.context());
+    cloud->startAsyncReload(nullptr, 21);
+    cloud->waitUntilLoaded();
+    EXPECT_EQ(cloud->numVisiblePoints(), 7u);
+    draw(*cloud);
+    const std::size_t before = drawnTexels();
+
+    cloud->addExternalAttributeLocation(Octree::Location::fromPath(hiding.folder.path()));
+    cloud->waitUntilLoaded();
+    EXPECT_TRUE(cloud->isAsyncReloadHealthy(true));
+    EXPECT_EQ(cloud->numVisiblePoints(), 2u);
+    draw(*cloud);
+    EXPECT_GT(drawnTexels(), 0u);
+    EXPECT_LT(drawnTexels(), before);
+    std::vector<Render::VertexPosColor> queried(10);
+    EXPECT_EQ(cloud->createPointCloudQuery(nullptr, 21, 0.0f, std::chrono::nanoseconds(0))
+                  ->getNextPointChunk(queried.data(), queried.size()),
+              2u);
+    EXPECT_THROW(cloud->addExternalAttributeLocation(PoTree::FileSystemLocation("absent")),
+                 Octree::StoreError);
 }
 
 TEST_F(PointCloudRenderableTest, CubesOfNodesAreDrawnAsWireFrames) {

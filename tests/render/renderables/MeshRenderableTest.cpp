@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <render/core/Renderer.h>
 #include <render/gpu/ComException.h>
+#include <render/gpu/RasterizerState.h>
 #include <render/renderables/GroupRenderable.h>
 #include <render/renderables/MeshRenderable.h>
 
@@ -104,8 +105,16 @@ protected:
         mesh->init(0, camera, gpu.device(), gpu.context());
         return mesh;
     }
+    static D3D11_RASTERIZER_DESC withoutCulling() {
+        D3D11_RASTERIZER_DESC desc{};
+        desc.FillMode = D3D11_FILL_SOLID;
+        desc.CullMode = D3D11_CULL_NONE;
+        desc.DepthClipEnable = TRUE;
+        return desc;
+    }
     void draw(MeshRenderable& mesh) {
         targets.bindAndClear();
+        bothSides.set(gpu.context());
         mesh.render();
         colors = targets.read(0);
         positions = targets.read(1);
@@ -129,6 +138,7 @@ protected:
 
     GpuTestDevice& gpu = GpuTestDevice::fresh();
     TestSupport::FloatTargets targets{gpu, size, size, 3};
+    Render::RasterizerState bothSides{gpu.device(), withoutCulling()};
     std::shared_ptr<Render::Camera> camera = std::make_shared<Render::Camera>(true);
     std::shared_ptr<Parts> loader;
     std::vector<Float4> colors;
@@ -236,6 +246,7 @@ TEST_F(MeshRenderableTest, AnotherInitReadsTheMeshAnewAndAFailedOneLeavesNothing
     EXPECT_EQ(mesh->numTriangles(), 2u);
     EXPECT_EQ(mesh->boundingBox().max, P(-1, 1, 1));
     otherTargets.bindAndClear();
+    Render::RasterizerState(other.device(), withoutCulling()).set(other.context());
     mesh->render();
     EXPECT_NEAR(otherTargets.read(2)[texelAt(-2, 0)][2], 1, 1e-6f);
 

@@ -137,7 +137,8 @@ private:
         const double y = 1 - (static_cast<double>(pixel / kWidth) + 0.5) * 2 / kHeight;
         const Matrix4d toClip =
             by.camera()->viewProjectionMatrix().cast<double>() * pano->worldMatrix().cast<double>();
-        const Vector4d end = toClip.inverse() * Vector4d(x, y, 1, 1);
+        const double farDepth = by.camera()->isZBufferReversed() ? 0 : 1;
+        const Vector4d end = toClip.inverse() * Vector4d(x, y, farDepth, 1);
         return (end.head<3>() / end.w()).normalized();
     }
 
@@ -324,9 +325,9 @@ TEST(PanoRenderableTest, NothingIsNotANumberWhereThereIsNoDirection) {
         for (const bool reversed : {false, true}) {
             PanoFrame frame(reversed, {.kind = kind});
             frame.load();
-            // Both end where the centre lies: in the plane with z = 1 all directions are at right angles.
+            // The far plane passes through the centre: all directions to it are at right angles to the view.
             frame.look({1, 0, 0});
-            frame.renderer.setOrthographic(9, 7, reversed ? 0.0f : -10.0f, reversed ? 10.0f : 0.0f);
+            frame.renderer.setOrthographic(9, 7, -10.0f, 0.0f);
             frame.renderer.render();
             std::vector<Render::VertexPosColor> points;
             frame.renderer.getPoints(points);

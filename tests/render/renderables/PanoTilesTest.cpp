@@ -151,8 +151,10 @@ TEST_F(PanoTilesTest, RestartsWaitForTheRunBeforeAndOverwriteItsState) {
         std::this_thread::yield();
         --within;
     };
+    std::atomic<int> oldest{0};
     for (int i = 0; i < 50; ++i) {
-        loading->start({});
+        loading->start([&, i] { EXPECT_GE(i, oldest); });
+        oldest = i;
         EXPECT_NE(tiles->state(), JobState::Stopped);
         tiles->setViewDirection({static_cast<float>(i % 3 - 1), 1, 0});
         tiles->takeArrived();
@@ -240,18 +242,31 @@ TEST_F(PanoTilesTest, ACallbackThatHoldsTheLastReferenceIsNoHarm) {
     }
 }
 
-TEST_F(PanoTilesTest, AStopFromOutsideBeatsARestartByTheCallback) {
-    for (int i = 0; i < 30; ++i) {
-        std::atomic<bool> stopped{false};
-        std::function<void()> again = [&] {
-            EXPECT_FALSE(stopped);
-            loading->start(again);
+TEST_F(PanoTilesTest, AStopFromOutsideBeatsRestartsByTheCallbackAndWaitsForIt) {
+    for (const bool restartFirst : {false, true}) {
+        std::atomic<int> inCallback{0};
+        std::promise<void> reached;
+        std::function<void()> again = [&, first = true]() mutable {
+            ++inCallback;
+            if (restartFirst) {
+                loading->start(again);
+            }
+            if (std::exchange(first, false)) {
+                reached.set_value();
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));  // For the stop to be on its way.
+            if (!restartFirst) {
+                loading->start([&] { ++inCallback; });
+            }
+            --inCallback;
         };
-        loading->start(again);
-        std::this_thread::yield();
+        loading->start([&again] { again(); });
+        reached.get_future().wait();
         loading->stop();
-        stopped = true;
+        EXPECT_EQ(inCallback, 0);
         EXPECT_EQ(tiles->state(), JobState::Stopped);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_EQ(inCallback, 0);
     }
 }
 

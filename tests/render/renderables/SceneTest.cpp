@@ -143,20 +143,18 @@ TEST_P(SceneTest, EachPixelShowsTheNearestOfCloudMeshAndPanorama) {
     } else {
         renderer.setPerspective(60.0f, 0.5f, 40.0f, 0.0f, 0.0f);
     }
-    cloud->reloadPoints(nullptr, 21, {});
     ASSERT_EQ(panorama->loadPanoramaTiles(), Core::JobState::Completed);
 
-    std::array<Picture, 3> alone;
-    for (size_t shown = 0; shown < 3; ++shown) {
+    const auto pictureWith = [&](const std::array<bool, 3>& visible) {
         for (size_t i = 0; i < 3; ++i) {
-            parts[i]->setVisible(i == shown);
+            parts[i]->setVisible(visible[i]);
         }
-        alone[shown] = pictureOf(renderer);
-    }
-    for (const auto& part : parts) {
-        part->setVisible(true);
-    }
-    const Picture together = pictureOf(renderer);
+        cloud->reloadPoints(nullptr, 21, {});  // An invisible cloud drops its points.
+        return pictureOf(renderer);
+    };
+    const std::array<Picture, 3> alone{pictureWith({true, false, false}), pictureWith({false, true, false}),
+                                       pictureWith({false, false, true})};
+    const Picture together = pictureWith({true, true, true});
 
     std::array<size_t, 3> wins{};
     for (size_t i = 0; i < WIDTH * HEIGHT; ++i) {
