@@ -147,22 +147,22 @@ std::array<uint8_t, Image::BYTES_PER_TEXEL> meanTexel(const uint8_t* block, size
 
 /// Byte offsets of a block's texels, from its middle outwards, then row by row.
 std::vector<size_t> fromTheMiddle(size_t stride, size_t side) {
-    std::vector<size_t> order(side * side);
-    std::iota(order.begin(), order.end(), size_t{0});
-    const auto squareDistance = [side](size_t i) {
-        const auto fromMiddle = [side](size_t at) {
-            return static_cast<int>(2 * at + 1) - static_cast<int>(side);
-        };
-        const int x = fromMiddle(i % side);
-        const int y = fromMiddle(i / side);
-        return x * x + y * y;
+    const auto fromMiddle = [side](size_t at) {
+        return static_cast<int>(2 * at + 1) - static_cast<int>(side);
     };
-    std::stable_sort(order.begin(), order.end(),
-                     [&](size_t a, size_t b) { return squareDistance(a) < squareDistance(b); });
-    std::transform(order.begin(), order.end(), order.begin(), [stride, side](size_t i) {
-        return i / side * stride + i % side * Image::BYTES_PER_TEXEL;
-    });
-    return order;
+    std::vector<std::pair<int, size_t>> byDistance;
+    byDistance.reserve(side * side);
+    for (size_t y = 0; y < side; ++y) {
+        for (size_t x = 0; x < side; ++x) {
+            byDistance.emplace_back(fromMiddle(x) * fromMiddle(x) + fromMiddle(y) * fromMiddle(y),
+                                    y * stride + x * Image::BYTES_PER_TEXEL);
+        }
+    }
+    std::sort(byDistance.begin(), byDistance.end());
+    std::vector<size_t> offsets(byDistance.size());
+    std::transform(byDistance.begin(), byDistance.end(), offsets.begin(),
+                   [](const auto& texel) { return texel.second; });
+    return offsets;
 }
 
 float firstMeasured(const uint8_t* block, const std::vector<size_t>& order) {

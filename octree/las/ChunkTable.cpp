@@ -28,7 +28,7 @@ std::uint64_t tableOffset(std::span<const std::byte> file, std::uint64_t pointOf
 class EntryReader {
 public:
     EntryReader(std::span<const std::byte> bytes, bool hasCounts)
-        : mHasCounts(hasCounts), mIntegers(std::make_unique<IntegerDecoder<32, 2>>()) {
+        : mHasCounts(hasCounts), mIntegers(std::make_unique_for_overwrite<IntegerDecoder<32, 2>>()) {
         mDecoder.start(bytes);
         mIntegers->reset();
     }

@@ -41,7 +41,7 @@ public:
 private:
     void open(unsigned channel, const Value& first) {
         if (mModels[channel] == nullptr) {
-            mModels[channel] = std::make_unique<Models>();
+            mModels[channel] = std::make_unique_for_overwrite<Models>();
         }
         mLast[channel] = first;
         mModels[channel]->start(mLast[channel]);

@@ -16,7 +16,7 @@ public:
     unsigned decode(ArithmeticDecoder& decoder, unsigned context) {
         std::unique_ptr<Entry>& entry = mEntries[context];
         if (entry == nullptr) {
-            entry = std::make_unique<Entry>();
+            entry = std::make_unique_for_overwrite<Entry>();
         }
         if (entry->generation != mGeneration) {
             entry->model.reset();

@@ -37,13 +37,14 @@ public:
         : LineBuffer(file), mMaterials(materials) {}
 
 protected:
+    /// The rest of a material would only take memory: these are its name and what the reader warns of.
     bool admits(std::string_view line) override {
         if (startsWith(line, "newmtl")) {
             // Nobody looks at the materials so far, and each takes kilobytes.
             mMaterials.clear();
             return true;
         }
-        return !hasEndlessExponent(line);
+        return (startsWith(line, "d") || startsWith(line, "Tr")) && !hasEndlessExponent(line);
     }
 
 private:

@@ -62,7 +62,7 @@ TEST_F(DistanceFileTest, FloatMapsOfBothByteOrdersRunFromTheBottom) {
 }
 
 TEST_F(DistanceFileTest, FloatMapsThatPromiseSomethingElseAreRefused) {
-    const std::string floats(4 * 6, '\1');
+    const std::string floats(24, '\1');
     EXPECT_EQ(readError("Pf\n3 2\n-1\n" + floats), "no error");
     for (const char* header : {"Pf\n3 2\n-nan\n", "Pf\n3 2\nnan\n", "Pf\n3 2\n0\n", "Pf\n3 2\n-2.5\n",
                                "Pf\n3 2\n1x\n", "Pf\n3 2\ninf\n", "Pf\n3 2\n+\n", "Pf\n3 3\n-1\n",

@@ -44,13 +44,13 @@ protected:
     }
 
     fs::path colorFile(size_t width, size_t height, size_t face = 0) {
-        const fs::path file = folder / ("colours" + std::to_string(face) + ".png");
+        fs::path file = folder / ("colours" + std::to_string(face) + ".png");
         noise(width, height, face).writePng(file);
         return file;
     }
 
     fs::path distanceFile(size_t width, size_t height, const std::vector<uint16_t>& millimeters = {}) {
-        const fs::path file = folder / "distances.png";
+        fs::path file = folder / "distances.png";
         DistanceFile::writePng(file, width, height,
                                millimeters.empty() ? std::vector<uint16_t>(width * height, 1) : millimeters);
         return file;
@@ -134,7 +134,7 @@ TEST_F(ImagePanoramaLoaderTest, CubeFacesKeepTheirOrder) {
 
 TEST_F(ImagePanoramaLoaderTest, ACoarseDistanceIsTheMeasuredOneNearestToTheMiddle) {
     // One texel of level 0 covers each 4 x 4 block.
-    std::vector<uint16_t> millimeters(8 * 4, 0);
+    std::vector<uint16_t> millimeters(32, 0);
     const auto put = [&](size_t x, size_t y, uint16_t value) { millimeters[y * 8 + x] = value; };
     put(0, 0, 1000);
     put(3, 0, 2000);
@@ -300,10 +300,9 @@ TEST_F(ImagePanoramaLoaderTest, RealPanoramasAreCutWithoutALoss) {
     for (const size_t level : {3u, 2u, 0u}) {
         expectBoxFiltered(sphere, level, 0, sphereImage);
     }
-    std::vector<fs::path> faces;
-    for (const char* name : {"px.jpg", "nx.jpg", "py.jpg", "ny.jpg", "pz.jpg", "nz.jpg"}) {
-        faces.push_back(data / "cube-miramar" / name);
-    }
+    const fs::path cubeData = data / "cube-miramar";
+    const std::vector<fs::path> faces = {cubeData / "px.jpg", cubeData / "nx.jpg", cubeData / "py.jpg",
+                                         cubeData / "ny.jpg", cubeData / "pz.jpg", cubeData / "nz.jpg"};
     ImagePanoramaLoader cube(faces);
     EXPECT_EQ(cube.tileWidth(3), 512u);
     expectBoxFiltered(cube, 3, 4, decoded(faces[4], 1024));

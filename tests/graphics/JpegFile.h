@@ -51,7 +51,7 @@ inline std::string encode(size_t width, size_t height, std::vector<uint8_t> samp
         jpeg_write_scanlines(&info, &row, 1);
     }
     jpeg_finish_compress(&info);
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
+    std::string bytes(reinterpret_cast<const char*>(data), size);
     jpeg_destroy_compress(&info);
     std::free(data);
     return bytes;

@@ -1,6 +1,7 @@
 #include <core/ExceptionChain.h>
 #include <octree/Octree.h>
 #include <octree/StoreError.h>
+#include <octree/potree/Store.h>
 
 #include <gtest/gtest.h>
 #include <tests/support/PotreeFixture.h>
@@ -161,6 +162,9 @@ TEST_F(ExternalAttributes, CountOnceAndNeverReachASnapshot) {
     const std::shared_ptr<Octree::Octree> before = octree.snapshot();
     octree.addExternalAttributeLocation(external.location());
     octree.addExternalAttributeLocation(external.location());
+    octree.addExternalAttributes(
+        std::make_shared<PoTree::Store>(*external.location().potree(), PoTree::StoreRole::ExternalAttributes),
+        external.location());
     EXPECT_EQ(octree.cacheIdentifier().externalAttributes, std::vector<Location>{external.location()});
     EXPECT_EQ(octree.snapshot()->cacheIdentifier(), octree.cacheIdentifier());
     EXPECT_EQ(octree.snapshot()->nodeVisibility(R1), 2);

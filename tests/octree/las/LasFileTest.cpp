@@ -158,12 +158,11 @@ TEST(LasFile, RefusesByNameWhatItDoesNotRead) {
               "a.laz: item WAVEPACKET13 of 20 bytes does not belong to point format 1 with 3 extra bytes");
 }
 
-TEST(LasFile, SaysWhichChunkAndPointAreDamaged) {
-    std::string file = fileOf("format0-chunk50");
-    std::fill_n(file.begin() + 500, 300, '\xff');
-    const std::string problem = problemOf(file);
-    EXPECT_EQ(problem.find("a.laz: chunk 0: point "), 0U) << problem;
-    EXPECT_NE(problem.find(" of 50: the compressed bytes "), std::string::npos) << problem;
+TEST(LasFile, SaysWhichChunkAndPointItEndsIn) {
+    // Without the table chunks are found one after another.
+    std::string file = with(fileOf("format0-chunk50"), COMPRESSION + 40, std::uint64_t{0});
+    file.resize(file.size() * 6 / 10);
+    EXPECT_EQ(problemOf(file), "a.laz: chunk 2: point 25 of 50: the compressed bytes end early");
 }
 
 TEST(LasFile, ThatPromisesMoreThanItHoldsIsAnError) {
@@ -201,13 +200,15 @@ void expectErrorOrAllPoints(const std::string& bytes) {
 }
 
 TEST(LasFile, WithAnyByteChangedIsAnErrorOrHasAllItsPoints) {
-    for (const char* name : {"format3-extra5-chunk100", "format2-one-point", "format3-variable",
-                             "format8-extra4-chunk100", "format8-variable", "format7-extra2-chunk1"}) {
+    constexpr int FLIPS[] = {0x01, 0x80, 0xff};
+    for (const char* name :
+         {"format2-one-point", "format3-variable", "format8-variable", "format7-extra2-chunk1"}) {
         SCOPED_TRACE(name);
         const std::string file = fileOf(name);
+        // Every change in the header and the records, one of them in the chunks.
         for (std::size_t i = 0; i < file.size(); ++i) {
-            for (const int flip : {0x01, 0x80, 0xff}) {
-                expectErrorOrAllPoints(with(file, i, static_cast<char>(file[i] ^ flip)));
+            for (std::size_t flip = 0; flip < (i < 500 ? 3 : 1); ++flip) {
+                expectErrorOrAllPoints(with(file, i, static_cast<char>(file[i] ^ FLIPS[(i + flip) % 3])));
             }
         }
     }
