@@ -1,6 +1,6 @@
-// Decoding LAZ tiles with the fields that a point cloud is drawn from. The folders are the arguments that do not
-// begin with --, or else the stores among the test data; tools/laz-oracle measures an independent decoder on the
-// same files.
+// Decoding LAZ tiles with the fields that a point cloud is drawn from. The folders are the arguments that do
+// not begin with --, or else the stores among the test data; tools/laz-oracle measures an independent decoder
+// on the same files.
 
 #include <core/File.h>
 #include <octree/las/Tile.h>
@@ -43,9 +43,9 @@ void decode(benchmark::State& state, const std::vector<std::string>& tiles, unsi
 
 void registerFolder(const fs::path& folder, const std::string& name) {
     using Las::Field;
-    constexpr unsigned DRAWN =
-        static_cast<unsigned>(Field::Position) | static_cast<unsigned>(Field::Color) |
-        static_cast<unsigned>(Field::Intensity) | static_cast<unsigned>(Field::Classification);
+    constexpr unsigned DRAWN = static_cast<unsigned>(Field::Position) | static_cast<unsigned>(Field::Color) |
+                               static_cast<unsigned>(Field::Intensity) |
+                               static_cast<unsigned>(Field::Classification);
     const std::vector<std::string> tiles = tilesOf(folder);
     if (tiles.empty()) {
         return;

@@ -34,6 +34,10 @@ function(lumaro_warnings target)
   else()
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Werror -Wshadow -Wconversion
         -Wsign-conversion -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual)
+    if(MINGW)
+      # GCC 12 sees overlaps in strings that it has inlined (its bug 105329).
+      target_compile_options(${target} PRIVATE -Wno-restrict)
+    endif()
     if(WIN32)
       target_compile_definitions(${target} PRIVATE NOMINMAX WIN32_LEAN_AND_MEAN)
     endif()

@@ -238,7 +238,7 @@ struct ImagePanoramaLoader::Tile {
     size_t face = 0;
     size_t row = 0;
     size_t column = 0;
-    size_t blockSide = 0;  ///< A texel of the tile covers a square of the image's.
+    size_t blockSide = 1;  ///< A texel of the tile covers a square of the image's.
 
     /// First byte of the square that the texel (x, y) of the cut tile covers.
     const uint8_t* block(const Image& image, const Image& cut, size_t x, size_t y) const {

@@ -6,14 +6,14 @@
 
 namespace Las {
 
-/// The range decoder under every LAZ item (LAZ specification, section on entropy coding: 32-bit interval, output
-/// byte by byte). A value lies in an interval of some length; models cut the interval into steps, find the step
-/// the value is in, and keep the part of the interval that belongs to their symbol. The value stays below the
-/// length; start() refuses the one input where it would not.
+/// The range decoder under every LAZ item (LAZ specification, section on entropy coding: 32-bit interval,
+/// output byte by byte). A value lies in an interval of some length; models cut the interval into steps, find
+/// the step the value is in, and keep the part of the interval that belongs to their symbol. The value stays
+/// below the length; start() refuses the one input where it would not.
 class ArithmeticDecoder {
 public:
-    /// Where the value lies when the interval is cut into 2^shift steps; the steps may leave a rest at the end,
-    /// so that index can exceed 2^shift a little.
+    /// Where the value lies when the interval is cut into 2^shift steps; the steps may leave a rest at the
+    /// end, so that index can exceed 2^shift a little.
     struct Place {
         std::uint32_t step, index;
     };

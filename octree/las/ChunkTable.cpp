@@ -112,7 +112,8 @@ ChunkTable ChunkTable::ofRecords(std::uint64_t size, std::uint64_t pointOffset, 
     table.firstOffset = pointOffset;
     for (std::uint64_t first = 0; first < pointCount; first += POINTS_PER_CHUNK) {
         const std::uint64_t count = std::min(POINTS_PER_CHUNK, pointCount - first);
-        table.chunks.push_back({pointOffset + first * format.recordLength, count * format.recordLength, count});
+        table.chunks.push_back(
+            {pointOffset + first * format.recordLength, count * format.recordLength, count});
     }
     return table;
 }

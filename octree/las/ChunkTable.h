@@ -17,17 +17,17 @@ struct ChunkTable {
         std::uint64_t pointCount = 0;
     };
 
-    /// Throws DataError when the table is damaged or does not cover the file's points. Chunks without points are
-    /// left out.
-    static ChunkTable read(std::span<const std::byte> file, std::uint64_t pointOffset, std::uint64_t pointCount,
-                           const PointFormat& format, const LazItems& items);
+    /// Throws DataError when the table is damaged or does not cover the file's points. Chunks without points
+    /// are left out.
+    static ChunkTable read(std::span<const std::byte> file, std::uint64_t pointOffset,
+                           std::uint64_t pointCount, const PointFormat& format, const LazItems& items);
     /// Uncompressed records, as many a chunk as are handy.
     static ChunkTable ofRecords(std::uint64_t size, std::uint64_t pointOffset, std::uint64_t pointCount,
                                 const PointFormat& format);
 
     std::vector<Chunk> chunks;
-    /// Whether there is a table: a writer that was stopped leaves none, and the chunks have to be read one after
-    /// another from firstOffset on.
+    /// Whether there is a table: a writer that was stopped leaves none, and the chunks have to be read one
+    /// after another from firstOffset on.
     bool isComplete = true;
     std::uint64_t firstOffset = 0;
 };

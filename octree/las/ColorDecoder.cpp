@@ -34,7 +34,8 @@ void ColorDecoder::next(ArithmeticDecoder& decoder, Rgb& color) {
         if ((changes & changeBit(channel, byte)) == 0) {
             return byteOf(color[channel], byte);
         }
-        return static_cast<int>((mBytes[channel][byte].decode(decoder) + static_cast<unsigned>(prediction)) & 255);
+        return static_cast<int>((mBytes[channel][byte].decode(decoder) + static_cast<unsigned>(prediction)) &
+                                255);
     };
     const int redLow = decodeByte(0, 0, byteOf(color[0], 0));
     const int redHigh = decodeByte(0, 1, byteOf(color[0], 1));

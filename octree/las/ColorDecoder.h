@@ -10,8 +10,9 @@ namespace Las {
 /// Red, green, blue.
 using Rgb = std::array<std::uint16_t, 3>;
 
-/// Colours (LAZ specification, RGB12 version 2; LASzip for LAS 1.4, RGB layer): the low and the high byte of each
-/// channel as differences, those of green and blue from the byte moved by what the channels before it moved.
+/// Colours (LAZ specification, RGB12 version 2; LASzip for LAS 1.4, RGB layer): the low and the high byte of
+/// each channel as differences, those of green and blue from the byte moved by what the channels before it
+/// moved.
 class ColorDecoder {
 public:
     void reset();

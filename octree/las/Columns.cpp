@@ -37,8 +37,7 @@ void forEachColumn(Columns& columns, PointSink& sink, unsigned fields, std::size
 void Columns::clear() {
     PointSink unused;
     size = 0;
-    forEachColumn(*this, unused, ALL_FIELDS, 1,
-                  [](auto& column, auto*&, std::size_t) { column.clear(); });
+    forEachColumn(*this, unused, ALL_FIELDS, 1, [](auto& column, auto*&, std::size_t) { column.clear(); });
 }
 
 void Columns::reserve(std::size_t count, unsigned fields, std::size_t extraByteCount) {

@@ -24,7 +24,8 @@ enum class Field : unsigned {
 
 inline constexpr unsigned ALL_FIELDS = 4095;
 
-/// Where the fields of some points go; a field that is not wanted or that the format does not have is nullptr.
+/// Where the fields of some points go; a field that is not wanted or that the format does not have is
+/// nullptr.
 struct PointSink {
     std::int32_t *x = nullptr, *y = nullptr, *z = nullptr;
     std::uint16_t* intensity = nullptr;

@@ -23,8 +23,8 @@ public:
 
     std::span<const std::byte> next(ArithmeticDecoder& decoder) {
         for (std::size_t i = 0; i < mLast.size(); ++i) {
-            mLast[i] = static_cast<std::byte>((std::to_integer<unsigned>(mLast[i]) + mModels[i].decode(decoder)) &
-                                              255U);
+            mLast[i] = static_cast<std::byte>(
+                (std::to_integer<unsigned>(mLast[i]) + mModels[i].decode(decoder)) & 255U);
         }
         return mLast;
     }

@@ -8,10 +8,11 @@
 
 namespace Las {
 
-/// Integers of BITS bits as differences from a prediction (LAZ specification, section on integer compression).
-/// First comes the number k of bits of the difference, with probabilities that depend on the context; the
-/// difference is 0 or 1 for k = 0, else one of the 2^k values from -(2^k - 1) to -2^(k-1) and from 2^(k-1) + 1
-/// to 2^k. Of these k bits the upper eight are modelled and the others raw. Arithmetic wraps around at BITS.
+/// Integers of BITS bits as differences from a prediction (LAZ specification, section on integer
+/// compression). First comes the number k of bits of the difference, with probabilities that depend on the
+/// context; the difference is 0 or 1 for k = 0, else one of the 2^k values from -(2^k - 1) to -2^(k-1) and
+/// from 2^(k-1) + 1 to 2^k. Of these k bits the upper eight are modelled and the others raw. Arithmetic wraps
+/// around at BITS.
 template <unsigned BITS, unsigned CONTEXTS>
 class IntegerDecoder {
     static_assert(CONTEXTS <= 32 && (BITS == 16 || BITS == 32));

@@ -39,8 +39,8 @@ struct VariableRecord {
 /// One of the attributes that the extra bytes of a point consist of.
 struct ExtraAttribute {
     std::string name;
-    /// 1 to 10: unsigned and signed integers of 1, 2, 4 and 8 bytes in turn, float, double; 0: bytes without a
-    /// type.
+    /// 1 to 10: unsigned and signed integers of 1, 2, 4 and 8 bytes in turn, float, double; 0: bytes without
+    /// a type.
     unsigned type = 0;
     /// In the extra bytes.
     std::size_t offset = 0, size = 0;
@@ -50,8 +50,8 @@ struct ExtraAttribute {
 /// construction. Not changed afterwards: may be shared by threads.
 class LasFile {
 public:
-    /// The name is for errors. The bytes must outlive the file. Throws Octree::StoreError for bytes that are no
-    /// LAS file or one of a kind that is not supported.
+    /// The name is for errors. The bytes must outlive the file. Throws Octree::StoreError for bytes that are
+    /// no LAS file or one of a kind that is not supported.
     LasFile(std::string name, std::span<const std::byte> bytes);
 
     const std::string& name() const { return mName; }

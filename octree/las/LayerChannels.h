@@ -5,8 +5,8 @@
 
 namespace Las {
 
-/// What a layer knows of each of the four scanner channels: its models, and the last value of the points of that
-/// channel. A channel met for the first time starts from the last value of the channel before it.
+/// What a layer knows of each of the four scanner channels: its models, and the last value of the points of
+/// that channel. A channel met for the first time starts from the last value of the channel before it.
 template <class Models>
 class LayerChannels {
 public:

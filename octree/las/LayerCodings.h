@@ -7,8 +7,8 @@
 #include <array>
 #include <cstdint>
 
-/// How each layer of a chunk codes its values (LASzip for LAS 1.4, one section a layer): start() with the first
-/// value, next() to turn the last into the next.
+/// How each layer of a chunk codes its values (LASzip for LAS 1.4, one section a layer): start() with the
+/// first value, next() to turn the last into the next.
 namespace Las::LayerCodings {
 
 /// From the last height of the same return level.

@@ -45,9 +45,9 @@ std::vector<Item> itemsOf(const PointFormat& format) {
 }
 
 std::string nameOf(unsigned type) {
-    static const char* const NAMES[] = {"BYTE",  "SHORT",     "INT",   "LONG",         "FLOAT",
-                                        "DOUBLE", "POINT10",   "GPSTIME11", "RGB12",   "WAVEPACKET13",
-                                        "POINT14", "RGB14",    "RGBNIR14", "WAVEPACKET14", "BYTE14"};
+    static const char* const NAMES[] = {"BYTE",    "SHORT",   "INT",       "LONG",         "FLOAT",
+                                        "DOUBLE",  "POINT10", "GPSTIME11", "RGB12",        "WAVEPACKET13",
+                                        "POINT14", "RGB14",   "RGBNIR14",  "WAVEPACKET14", "BYTE14"};
     return type < std::size(NAMES) ? NAMES[type] : "number " + std::to_string(type);
 }
 
@@ -89,9 +89,9 @@ LazItems LazItems::read(std::span<const std::byte> record, const PointFormat& fo
         const unsigned version = reader.next<std::uint16_t>();
         const std::string name = "item " + nameOf(item.type);
         if (i >= expected.size() || item != expected[i]) {
-            throw DataError(name + " of " + std::to_string(item.size) + " bytes does not belong to point format " +
-                            std::to_string(format.number) + " with " + std::to_string(format.extraByteCount) +
-                            " extra bytes");
+            throw DataError(name + " of " + std::to_string(item.size) +
+                            " bytes does not belong to point format " + std::to_string(format.number) +
+                            " with " + std::to_string(format.extraByteCount) + " extra bytes");
         }
         if (commonVersion == 0 && (version == LAYERED_VERSION || version == LATER_LAYERED_VERSION)) {
             commonVersion = version;

@@ -6,8 +6,9 @@
 
 namespace Las {
 
-/// The middle of five recent values, as LAZ predicts coordinates with. Not those seen last: a new value pushes out
-/// the largest or the smallest, and which of the two changes when a value falls on the other side of the middle.
+/// The middle of five recent values, as LAZ predicts coordinates with. Not those seen last: a new value
+/// pushes out the largest or the smallest, and which of the two changes when a value falls on the other side
+/// of the middle.
 class MedianOfFive {
 public:
     void reset() { *this = MedianOfFive(); }

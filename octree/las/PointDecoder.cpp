@@ -52,12 +52,13 @@ void PointDecoder::nextSmallFields(ArithmeticDecoder& decoder, unsigned changes)
     const unsigned map = RETURN_MAP_10[mPoint.returnCount()][mPoint.returnNumber()];
     // The intensity is taken over from the last point of the same map, the others from the last point.
     if ((changes & INTENSITY) != 0) {
-        mIntensities[map] = static_cast<std::uint16_t>(
-            mIntensity.decode(decoder, mIntensities[map], std::min(map, 3U)));
+        mIntensities[map] =
+            static_cast<std::uint16_t>(mIntensity.decode(decoder, mIntensities[map], std::min(map, 3U)));
     }
     mPoint.intensity = mIntensities[map];
     if ((changes & CLASSIFICATION) != 0) {
-        mPoint.classification = static_cast<std::uint8_t>(mClassifications.decode(decoder, mPoint.classification));
+        mPoint.classification =
+            static_cast<std::uint8_t>(mClassifications.decode(decoder, mPoint.classification));
     }
     if ((changes & SCAN_ANGLE) != 0) {
         const unsigned turned = mScanAngles[mPoint.scanDirection()].decode(decoder);
@@ -68,7 +69,8 @@ void PointDecoder::nextSmallFields(ArithmeticDecoder& decoder, unsigned changes)
         mPoint.userData = static_cast<std::uint8_t>(mUserData.decode(decoder, mPoint.userData));
     }
     if ((changes & POINT_SOURCE_ID) != 0) {
-        mPoint.pointSourceId = static_cast<std::uint16_t>(mPointSourceId.decode(decoder, mPoint.pointSourceId));
+        mPoint.pointSourceId =
+            static_cast<std::uint16_t>(mPointSourceId.decode(decoder, mPoint.pointSourceId));
     }
 }
 

@@ -10,9 +10,9 @@
 
 namespace Las {
 
-/// The first part of records of formats 0 to 5 (LAZ specification, POINT10 version 2): a symbol says which of the
-/// small fields changed, then x and y follow as differences from the middle of recent steps, and z from the
-/// last height of the same return level.
+/// The first part of records of formats 0 to 5 (LAZ specification, POINT10 version 2): a symbol says which of
+/// the small fields changed, then x and y follow as differences from the middle of recent steps, and z from
+/// the last height of the same return level.
 class PointDecoder {
 public:
     void start(const Point10& first);

@@ -75,10 +75,10 @@ unsigned PointFormat::fieldsOf(unsigned wanted) const {
 }
 
 Point10 Point10::read(const std::byte* record) {
-    return {loadAt<std::int32_t>(record),       loadAt<std::int32_t>(record + 4),
-            loadAt<std::int32_t>(record + 8),   loadAt<std::uint16_t>(record + 12),
-            loadAt<std::uint8_t>(record + 14),  loadAt<std::uint8_t>(record + 15),
-            loadAt<std::int8_t>(record + 16),   loadAt<std::uint8_t>(record + 17),
+    return {loadAt<std::int32_t>(record),      loadAt<std::int32_t>(record + 4),
+            loadAt<std::int32_t>(record + 8),  loadAt<std::uint16_t>(record + 12),
+            loadAt<std::uint8_t>(record + 14), loadAt<std::uint8_t>(record + 15),
+            loadAt<std::int8_t>(record + 16),  loadAt<std::uint8_t>(record + 17),
             loadAt<std::uint16_t>(record + 18)};
 }
 
@@ -105,20 +105,14 @@ void Point10::store(const PointSink& sink, std::size_t i) const {
 Point14 Point14::read(const std::byte* record) {
     const auto returns = loadAt<std::uint8_t>(record + 14);
     const auto flags = loadAt<std::uint8_t>(record + 15);
-    return {loadAt<std::int32_t>(record),
-            loadAt<std::int32_t>(record + 4),
-            loadAt<std::int32_t>(record + 8),
-            loadAt<std::uint16_t>(record + 12),
-            static_cast<std::uint8_t>(returns & 15U),
+    return {loadAt<std::int32_t>(record), loadAt<std::int32_t>(record + 4), loadAt<std::int32_t>(record + 8),
+            loadAt<std::uint16_t>(record + 12), static_cast<std::uint8_t>(returns & 15U),
             static_cast<std::uint8_t>(returns >> 4U),
             // Between the four flags and the two of the scan lie the two bits of the channel.
             static_cast<std::uint8_t>((flags & 15U) | (flags >> 2U & 48U)),
-            static_cast<std::uint8_t>(flags >> 4U & 3U),
-            loadAt<std::uint8_t>(record + 16),
-            loadAt<std::uint8_t>(record + 17),
-            loadAt<std::int16_t>(record + 18),
-            loadAt<std::uint16_t>(record + 20),
-            loadAt<std::uint64_t>(record + 22)};
+            static_cast<std::uint8_t>(flags >> 4U & 3U), loadAt<std::uint8_t>(record + 16),
+            loadAt<std::uint8_t>(record + 17), loadAt<std::int16_t>(record + 18),
+            loadAt<std::uint16_t>(record + 20), loadAt<std::uint64_t>(record + 22)};
 }
 
 void Point14::store(const PointSink& sink, std::size_t i) const {

@@ -8,8 +8,8 @@
 
 namespace Las {
 
-/// Which parts a point record has, in their order: the point, GPS time (in the older formats; the newer have it
-/// in the point), colour, near infrared, extra bytes.
+/// Which parts a point record has, in their order: the point, GPS time (in the older formats; the newer have
+/// it in the point), colour, near infrared, extra bytes.
 struct PointFormat {
     /// 0 to 3 and 6 to 8; throws DataError naming any other, and a record shorter than its format.
     PointFormat(unsigned number, std::size_t recordLength);

@@ -19,8 +19,8 @@ public:
     /// The fields or Field values. The file must outlive the reader.
     PointReader(const LasFile& file, unsigned fields);
 
-    /// Appends the next points; false when there are none left. Throws Octree::StoreError naming file, chunk and
-    /// point when they cannot be decoded; the columns then end in points of no meaning.
+    /// Appends the next points; false when there are none left. Throws Octree::StoreError naming file, chunk
+    /// and point when they cannot be decoded; the columns then end in points of no meaning.
     bool read(Columns& columns);
     std::uint64_t pointsLeft() const { return mPointsLeft; }
     /// Of the chunks begun so far.

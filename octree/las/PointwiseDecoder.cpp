@@ -49,6 +49,8 @@ void PointwiseDecoder::start(std::span<const std::byte> bytes, std::uint64_t poi
     }
     mExtraBytes.start({part, mFormat.extraByteCount});
     const auto rest = bytes.subspan(mFormat.recordLength);
+    mDecoder = ArithmeticDecoder();
+    // Nothing need follow an only point; encoders end it with a stream all the same.
     if (pointCount > 1 || rest.size() >= ArithmeticDecoder::FIRST_BYTES) {
         mDecoder.start(rest);
     }

@@ -68,8 +68,9 @@ PointContext ReturnLayer::next(const PointSink& sink, std::size_t i) {
     }
     const auto [models, last] = mChannels.select(mChannel);
 
-    const unsigned count = (changes & RETURN_COUNT) != 0 ? models.returnCount.decode(mDecoder, last.returnCount)
-                                                         : last.returnCount;
+    const unsigned count = (changes & RETURN_COUNT) != 0
+                               ? models.returnCount.decode(mDecoder, last.returnCount)
+                               : last.returnCount;
     const unsigned number = models.nextReturnNumber(mDecoder, last, changes);
     last.returnCount = count;
     last.returnNumber = number;
@@ -94,8 +95,8 @@ PointContext ReturnLayer::next(const PointSink& sink, std::size_t i) {
         sink.returnNumber[i] = static_cast<std::uint8_t>(number);
         sink.returnCount[i] = static_cast<std::uint8_t>(count);
     }
-    // In version 3 the other items hear of a channel only where it changes, and take any other point for one of
-    // channel 0.
+    // In version 3 the other items hear of a channel only where it changes, and take any other point for one
+    // of channel 0.
     const bool isTold = mVersion != LayerVersion::Three || (changes & CHANNEL) != 0;
     const unsigned bits = (models.x.bitCount() + models.y.bitCount()) / 2;
     return {static_cast<std::uint8_t>(mChannel),

@@ -25,8 +25,8 @@ struct PointContext {
     bool timeChanged, angleChanged, sourceChanged;
 };
 
-/// The first layer of a chunk (LASzip for LAS 1.4, "scanner channel, point source ID change, GPS time change, scan
-/// angle change, return counts, and XY layer"), which all others need.
+/// The first layer of a chunk (LASzip for LAS 1.4, "scanner channel, point source ID change, GPS time change,
+/// scan angle change, return counts, and XY layer"), which all others need.
 class ReturnLayer {
 public:
     /// With the first point of the chunk, which is stored raw.

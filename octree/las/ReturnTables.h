@@ -5,8 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Which context the number of returns n and the return number r of a point put its coordinates in. Valid pairs
-/// (1 <= r <= n) are told apart as long as they are few; swapped and zero numbers have contexts as well.
+/// Which context the number of returns n and the return number r of a point put its coordinates in. Valid
+/// pairs (1 <= r <= n) are told apart as long as they are few; swapped and zero numbers have contexts as
+/// well.
 namespace Las {
 
 template <std::size_t SIZE>
@@ -25,7 +26,8 @@ constexpr ReturnTable<SIZE> make(Function function) {
     return table;
 }
 
-/// Formats 0 to 5 (LAZ specification, POINT10 version 2): the pairs up to five returns, then what is left of 16.
+/// Formats 0 to 5 (LAZ specification, POINT10 version 2): the pairs up to five returns, then what is left
+/// of 16.
 constexpr unsigned sixteenMaps(unsigned low, unsigned high) {
     if (low == 0) {
         return 15 - high;

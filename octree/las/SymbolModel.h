@@ -21,9 +21,9 @@ struct UpdateSchedule {
     void update(std::uint16_t* counts, unsigned symbols);
 };
 
-/// Probabilities of up to CAPACITY symbols, which follow the symbols seen (LAZ specification, section on symbol
-/// models). The interval is cut into 2^15 steps; symbol k owns those from starts[k] to starts[k + 1]. A lookup
-/// table says for each slice of the interval which symbol it begins in.
+/// Probabilities of up to CAPACITY symbols, which follow the symbols seen (LAZ specification, section on
+/// symbol models). The interval is cut into 2^15 steps; symbol k owns those from starts[k] to starts[k + 1].
+/// A lookup table says for each slice of the interval which symbol it begins in.
 template <unsigned CAPACITY>
 class SymbolModel {
     static_assert(CAPACITY >= 2 && CAPACITY <= 1024, "slices of at least 32 steps");
@@ -57,8 +57,8 @@ public:
 private:
     using Index = std::conditional_t<CAPACITY <= 256, std::uint8_t, std::uint16_t>;
     static constexpr unsigned LENGTH_BITS = 15;
-    /// Above every index that locate() gives: a step is at least 2^9 long and the rest shorter than 2^15, so that
-    /// indices end below 2^15 + 64.
+    /// Above every index that locate() gives: a step is at least 2^9 long and the rest shorter than 2^15, so
+    /// that indices end below 2^15 + 64.
     static constexpr std::uint16_t BEYOND = 0xFFFF;
     static constexpr unsigned SLICES_OF_REST = 2;
 

@@ -1,6 +1,6 @@
+#include <octree/StoreError.h>
 #include <octree/las/PointReader.h>
 #include <octree/las/Tile.h>
-#include <octree/StoreError.h>
 
 #include <algorithm>
 #include <span>
@@ -16,14 +16,15 @@ constexpr std::uint64_t POINTS_PER_BYTE = 8;
 
 }  // namespace
 
-bool readTile(const std::string& fileName, std::string_view bytes, unsigned fields, const std::stop_token& stop,
-              Tile& out) {
+bool readTile(const std::string& fileName, std::string_view bytes, unsigned fields,
+              const std::stop_token& stop, Tile& out) {
     const LasFile file(fileName, std::as_bytes(std::span(bytes)));
     out.header = file.header();
     out.points.clear();
     const std::uint64_t count = file.header().pointCount;
     if (count > MAX_POINTS) {
-        throw Octree::StoreError(fileName + ": " + std::to_string(count) + " points are more than a tile may have");
+        throw Octree::StoreError(fileName + ": " + std::to_string(count) +
+                                 " points are more than a tile may have");
     }
     PointReader reader(file, fields);
     out.points.reserve(static_cast<std::size_t>(std::min(count, bytes.size() * POINTS_PER_BYTE)),

@@ -55,7 +55,7 @@ protected:
             errors += errorOf([&] { read(file); }) != "no error" ? 1u : 0u;
         };
         for (size_t i = 0; i < good.size(); ++i) {
-            for (const unsigned change : {0x01u, 0x10u, 0x80u, 0xffu}) {
+            for (const unsigned change : {0x01u, 0xffu}) {
                 std::string bytes = good;
                 bytes[i] = static_cast<char>(static_cast<unsigned char>(bytes[i]) ^ change);
                 tryBytes(bytes);

@@ -262,16 +262,16 @@ TEST_F(ImagePanoramaLoaderTest, WhatCannotBeCutIsRefusedWhenItIsOpened) {
 
 TEST_F(ImagePanoramaLoaderTest, ManyThreadsMayLoadAtOnce) {
     ImagePanoramaLoader loader({colorFile(128, 64)}, {distanceFile(128, 64)});
-    std::vector<std::future<size_t>> loads;
-    for (int i = 0; i < 4; ++i) {
-        loads.push_back(std::async(std::launch::async, [&loader] {
+    std::vector<std::future<size_t>> loads(4);
+    for (std::future<size_t>& load : loads) {
+        load = std::async(std::launch::async, [&loader] {
             size_t texels = 0;
             for (const uint64_t tile : loader.colorTiles()) {
                 texels += loader.loadColorTile(tile).width() * loader.loadDepthTile(tile).height();
                 loader.tileDirection(tile);
             }
             return texels;
-        }));
+        });
     }
     for (std::future<size_t>& load : loads) {
         EXPECT_EQ(load.get(), 128u * 64u * (64 + 16 + 4 + 1) / 64);

@@ -229,6 +229,25 @@ TEST_F(QueryExport, RegionsAreExactOnBordersThatPointsLieOn) {
                     .empty());
 }
 
+TEST_F(QueryExport, FindsAPointThatLiesAStepOutsideItsNode) {
+    // Node r1 ends at x = 1128; its only point lies beyond.
+    Support::PotreeFixture fixture;
+    const std::string chunk = Support::brotliEncode(
+        Support::positionCode(513, 20, 1000) + Support::bytesOf(uint16_t{7}) + Support::colorCode(1, 2, 3));
+    fixture.hierarchy.replace(22, 22, Support::hierarchyRecord(1, 0, 1, fixture.octree.size(), chunk.size()));
+    fixture.octree += chunk;
+    fixture.writeAll();
+    const Octree::Location place = PoTree::FileSystemLocation(fixture.folder.path());
+    std::ostringstream stream;
+    Tool::PlyPointWriter writer(stream);
+    Tool::ExportRequest request;
+    request.region = std::make_shared<Render::BoxFilter>(
+        Math::NBoundingBox<double, 3>({1128.25, 2004.0, 3249.0}, {1129.0, 2006.0, 3251.0}));
+    request.grid = Tool::gridOfStore(place);
+    const auto octree = std::make_shared<Octree::Octree>(place);
+    EXPECT_EQ(Tool::exportPoints(octree, request, writer, [](uint64_t) { return true; }), 1U);
+}
+
 TEST_F(QueryExport, StopsWhenToldTo) {
     std::ostringstream stream;
     Tool::PlyPointWriter writer(stream);

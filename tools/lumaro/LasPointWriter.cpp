@@ -69,8 +69,8 @@ void LasPointWriter::writeHeader() {
     if (isNew) {
         bytes.append(8 + 8 + 4, '\0');  // wave packets, extended variable records
         append(bytes, mCount);
-        append(bytes, mCount);       // first returns
-        bytes.append(14 * 8, '\0');  // later returns
+        append(bytes, mCount);               // first returns
+        bytes.append(size_t{14} * 8, '\0');  // later returns
     }
     mStream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }

@@ -20,8 +20,7 @@ std::string fileOf(const std::string& name) {
 
 template <class T>
 std::string with(std::string bytes, std::size_t offset, T value) {
-    std::memcpy(bytes.data() + offset, &value, sizeof value);
-    return bytes;
+    return bytes.replace(offset, sizeof value, reinterpret_cast<const char*>(&value), sizeof value);
 }
 
 std::string problemOf(const std::string& bytes) {
@@ -39,23 +38,24 @@ std::span<const std::byte> bytesOf(const std::string& text) {
 }
 
 // Offsets in the header.
-constexpr std::size_t MINOR_VERSION = 25, POINT_OFFSET = 96, RECORD_COUNT = 100, FORMAT = 104, RECORD_LENGTH = 105,
-                      OLD_POINT_COUNT = 107, SCALE = 131;
+constexpr std::size_t MINOR_VERSION = 25, POINT_OFFSET = 96, RECORD_COUNT = 100, FORMAT = 104,
+                      RECORD_LENGTH = 105, OLD_POINT_COUNT = 107, SCALE = 131;
 /// Of the record about the compression, in files of format 0 to 5.
 constexpr std::size_t COMPRESSION = 227 + 54;
 constexpr std::size_t FIRST_ITEM = COMPRESSION + 34;
 
 TEST(LasRecords, HaveTheirFieldsWhereTheFormatSays) {
-    const unsigned char old[] = {1,    0,    0,    0,    0xfe, 0xff, 0xff, 0xff, 3, 0, 0, 0, 0x34, 0x12,
+    const unsigned char old[] = {1, 0, 0, 0, 0xfe, 0xff, 0xff, 0xff, 3, 0, 0, 0, 0x34, 0x12,
                                  // returns 2 of 3, scan direction; class 5, withheld
                                  0x5a, 0x85, 0xf6, 0x77, 0x02, 0x01,
                                  // 1.5
-                                 0,    0,    0,    0,    0,    0,    0xf8, 0x3f,
+                                 0, 0, 0, 0, 0, 0, 0xf8, 0x3f,
                                  // colour, extra byte
-                                 1,    0,    2,    0,    3,    0,    0xee};
+                                 1, 0, 2, 0, 3, 0, 0xee};
     std::string file = RandomCloud{3, 0, 1}.lasFile() + std::string(std::begin(old), std::end(old));
     Las::Tile tile;
-    ASSERT_TRUE(Las::readTile("a.las", with(file, OLD_POINT_COUNT, std::uint32_t{1}), Las::ALL_FIELDS, {}, tile));
+    ASSERT_TRUE(
+        Las::readTile("a.las", with(file, OLD_POINT_COUNT, std::uint32_t{1}), Las::ALL_FIELDS, {}, tile));
     const Las::Columns& points = tile.points;
     EXPECT_EQ(points.x[0], 1);
     EXPECT_EQ(points.y[0], -2);
@@ -72,13 +72,13 @@ TEST(LasRecords, HaveTheirFieldsWhereTheFormatSays) {
     EXPECT_EQ(points.green[0], 2);
     EXPECT_EQ(points.extraBytes[0], std::byte{0xee});
 
-    const unsigned char recent[] = {1,    0,    0,    0,    0xfe, 0xff, 0xff, 0xff, 3, 0, 0, 0, 0x34, 0x12,
+    const unsigned char recent[] = {1, 0, 0, 0, 0xfe, 0xff, 0xff, 0xff, 3, 0, 0, 0, 0x34, 0x12,
                                     // return 2 of 15; edge of flight line, channel 2, overlap
-                                    0xf2, 0xa8, 200,  0x77, 0xf0, 0xd8, 0x02, 0x01,
+                                    0xf2, 0xa8, 200, 0x77, 0xf0, 0xd8, 0x02, 0x01,
                                     // 1.5
-                                    0,    0,    0,    0,    0,    0,    0xf8, 0x3f,
+                                    0, 0, 0, 0, 0, 0, 0xf8, 0x3f,
                                     // colour, near infrared
-                                    1,    0,    2,    0,    3,    0,    4,    0};
+                                    1, 0, 2, 0, 3, 0, 4, 0};
     file = RandomCloud{8, 0}.lasFile() + std::string(std::begin(recent), std::end(recent));
     ASSERT_TRUE(Las::readTile("a.las", with(file, 247, std::uint64_t{1}), Las::ALL_FIELDS, {}, tile));
     EXPECT_EQ(points.returnNumber[0], 2);
@@ -114,10 +114,12 @@ TEST(LasFile, ListsItsRecordsAndTheAttributesOfItsExtraBytes) {
         return bytes;
     };
     // The last does not fit into the seven bytes.
-    const std::string attributes = attribute(5, 0, "OriginId") + attribute(0, 2, "raw") + attribute(3, 0, "late");
+    const std::string attributes =
+        attribute(5, 0, "OriginId") + attribute(0, 2, "raw") + attribute(3, 0, "late");
     std::string file = RandomCloud{6, 0, 7}.lasFile();
     file += record("LASF_Spec", 4, attributes, false);
-    file = with(with(file, RECORD_COUNT, std::uint32_t{1}), POINT_OFFSET, static_cast<std::uint32_t>(file.size()));
+    file = with(with(file, RECORD_COUNT, std::uint32_t{1}), POINT_OFFSET,
+                static_cast<std::uint32_t>(file.size()));
     file = with(with(file, 235, std::uint64_t{file.size()}), 243, std::uint32_t{1});
     file += record("someone", 77, "behind", true);
 
@@ -138,7 +140,8 @@ TEST(LasFile, RefusesByNameWhatItDoesNotRead) {
     const std::string plain = RandomCloud{1, 3}.lasFile();
     const std::string laz = fileOf("format1-extra3-chunk1");
     EXPECT_EQ(problemOf("LASX"), "a.laz: is not a LAS file");
-    EXPECT_EQ(problemOf(with(plain, MINOR_VERSION, std::uint8_t{5})), "a.laz: LAS version 1.5 is not supported");
+    EXPECT_EQ(problemOf(with(plain, MINOR_VERSION, std::uint8_t{5})),
+              "a.laz: LAS version 1.5 is not supported");
     for (const unsigned format : {4U, 5U, 9U, 10U, 64U}) {
         EXPECT_EQ(problemOf(with(plain, FORMAT, static_cast<std::uint8_t>(format))),
                   "a.laz: point format " + std::to_string(format) + " is not supported");
@@ -218,8 +221,12 @@ TEST(LasFile, CutAnywhereIsAnErrorOrHasAllItsPoints) {
     for (const char* name : {"format1-extra3-chunk1", "format7-extra2-chunk1", "format6-chunk80"}) {
         SCOPED_TRACE(name);
         const std::string file = fileOf(name);
+        std::uint32_t points = 0;
+        std::memcpy(&points, file.data() + POINT_OFFSET, sizeof points);
+        const std::string withoutTable = with(file, points, std::uint64_t{0});
         for (std::size_t size = 0; size < file.size(); ++size) {
             expectErrorOrAllPoints(file.substr(0, size));
+            expectErrorOrAllPoints(withoutTable.substr(0, size));
         }
     }
 }

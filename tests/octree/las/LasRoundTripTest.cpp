@@ -1,5 +1,5 @@
-// Files that public encoders made of clouds that are known, and the same clouds uncompressed. data/README.md says
-// how the files were made.
+// Files that public encoders made of clouds that are known, and the same clouds uncompressed. data/README.md
+// says how the files were made.
 
 #include <core/File.h>
 #include <octree/StoreError.h>

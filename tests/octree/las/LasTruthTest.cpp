@@ -32,8 +32,10 @@ void expectRange(const std::vector<std::int32_t>& column, const Las::Header& hea
     const auto [low, high] = std::minmax_element(column.begin(), column.end());
     const double tolerance = header.scale[axis] * 1e-3;
     const auto index = static_cast<std::size_t>(axis);
-    EXPECT_NEAR(*low * header.scale[axis] + header.offset[axis], truth["min"][index].get<double>(), tolerance);
-    EXPECT_NEAR(*high * header.scale[axis] + header.offset[axis], truth["max"][index].get<double>(), tolerance);
+    EXPECT_NEAR(*low * header.scale[axis] + header.offset[axis], truth["min"][index].get<double>(),
+                tolerance);
+    EXPECT_NEAR(*high * header.scale[axis] + header.offset[axis], truth["max"][index].get<double>(),
+                tolerance);
 }
 
 void expectSame(const Las::Tile& tile, const Json& truth) {

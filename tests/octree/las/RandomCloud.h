@@ -10,7 +10,8 @@ namespace Support {
 /// Points made of random numbers, the same on every platform.
 struct RandomCloud {
     enum class Kind {
-        /// Every field steps, jumps, repeats or goes to an extreme at random; several flight lines and scanner
+        /// Every field steps, jumps, repeats or goes to an extreme at random; several flight lines and
+        /// scanner
         /// channels take turns, with up to the format's number of returns a pulse.
         Wild,
         /// Hardly anything changes from point to point.
