@@ -4,8 +4,6 @@
 set -euo pipefail
 objdump=$1 dll=$2 list=$3
 
-# Inline functions and type information of exported classes come and go with the compiler's choices; what a host
-# links against by name is the rest.
-"$objdump" -p "$dll" | awk '/\[Ordinal\/Name Pointer\]/ { table = 1; next } table && NF == 0 { exit } table { print $NF }' |
+"$objdump" -p "$dll" | awk '/\[Ordinal\/Name Pointer\]/ { table = 1; next } NF == 0 { table = 0 } table { print $NF }' |
     c++filt | LC_ALL=C sort -u >"$dll.exports"
 diff -u --label "kept list" --label "exported now" "$list" "$dll.exports"
