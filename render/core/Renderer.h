@@ -191,9 +191,9 @@ public:
     Math::Point<float, 3> unProject(size_t x, size_t y, float depth);
     Math::Point<float, 3> project(const Math::Point<float, 3>& point);
 
-    /// The picture of the last render() where it is, on the GPU: DXGI_FORMAT_B8G8R8A8_UNORM, of the viewport's
-    /// size, bindable as shader resource. What a host that presents copies or samples, on this renderer's
-    /// device and context. Lent, not given, and another one after setViewport().
+    /// The picture of the last render() where it is, on the GPU: DXGI_FORMAT_B8G8R8A8_UNORM, of the
+    /// viewport's size, bindable as shader resource. What a host that presents copies or samples, on this
+    /// renderer's device and context. Lent, not given, and another one after setViewport().
     ID3D11Texture2D* outputTexture() const;
     /// The picture of the last render(), with the row pitch that the device chose (ColorImage::stride()).
     /// Throws std::runtime_error "image size does not match" when the image does not take that layout.
