@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <limits>
 
 namespace Support {
@@ -77,12 +78,43 @@ private:
     std::array<double, 6> mTimes{400000.0, 400100.0, 400200.5, 9e8, -1.0, 3e-3};
 };
 
+/// Times whose bits move by multiples of a line's step, for some points in a row by the same.
+class SteppingClock {
+public:
+    double next(Random& random) {
+        if (random.oneIn(12)) {
+            mLine = random.below(mLines.size());
+        }
+        Line& line = mLines[mLine];
+        if (random.oneIn(8)) {
+            static constexpr std::int64_t MULTIPLES[] = {0,   1,   1,  2,  9,   10,  499, 500,
+                                                         501, 700, -1, -9, -10, -11, -60};
+            line.multiple = MULTIPLES[random.below(std::size(MULTIPLES))];
+        }
+        if (random.oneIn(50)) {
+            line.bits = random.next();
+        }
+        line.bits += static_cast<std::uint64_t>(line.multiple * 50021) + random.below(4);
+        double time = 0.0;
+        std::memcpy(&time, &line.bits, sizeof time);
+        return time;
+    }
+
+private:
+    struct Line {
+        std::uint64_t bits = 0;
+        std::int64_t multiple = 1;
+    };
+    std::size_t mLine = 0;
+    std::array<Line, 6> mLines{};
+};
+
 class RecordWriter {
 public:
     explicit RecordWriter(const RandomCloud& cloud)
         : mCloud(cloud),
           mRandom(1000 * cloud.format + cloud.count + cloud.extraBytes),
-          mIsStill(cloud.kind == RandomCloud::Kind::Still),
+          mIsStill(cloud.kind != RandomCloud::Kind::Wild),
           mExtraBytes(cloud.extraBytes) {}
 
     void append(std::string& out) {
@@ -132,7 +164,8 @@ private:
             mReturn = 0;
         }
         if (mReturn <= 1) {
-            mTime = mClock.next(mRandom, mIsStill);
+            mTime = mCloud.kind == RandomCloud::Kind::Times ? mSteppingClock.next(mRandom)
+                                                            : mClock.next(mRandom, mIsStill);
         }
     }
 
@@ -197,6 +230,7 @@ private:
     bool mIsStill;
     std::string* mOut = nullptr;
     Clock mClock;
+    SteppingClock mSteppingClock;
     std::array<std::int32_t, 3> mPosition{};
     std::uint16_t mIntensity = 0;
     std::uint64_t mReturn = 1, mReturns = 1, mFlags = 0, mChannel = 0;
@@ -260,8 +294,11 @@ const std::vector<EncodedCloud>& encodedClouds() {
         {"format3-variable", {3, 125, 0, Kind::Wild}, 0},
         {"format0-still-chunk50000", {0, 100001, 0, Kind::Still}, 50000},
         {"format1-still-chunk50000", {1, 50000, 0, Kind::Still}, 50000},
+        {"format1-times", {1, 1500, 0, Kind::Times}, 50000},
+        {"format2-variable-many", {2, 80, 0, Kind::Wild}, 0},
+        {"format6-times", {6, 1500, 0, Kind::Times}, 700},
         {"format6-chunk80", {6, 300, 0, Kind::Wild}, 80},
-        {"format6-still-chunk50000", {6, 50001, 0, Kind::Still}, 50000},
+        {"format6-still-chunk50000", {6, 54000, 0, Kind::Still}, 50000},
         {"format7-extra2-chunk1", {7, 30, 2, Kind::Wild}, 1},
         {"format7-chunk200", {7, 410, 0, Kind::Wild}, 200},
         {"format7-extra1-version4", {7, 250, 1, Kind::Wild}, 200},

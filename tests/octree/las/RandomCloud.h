@@ -15,7 +15,9 @@ struct RandomCloud {
         /// channels take turns, with up to the format's number of returns a pulse.
         Wild,
         /// Hardly anything changes from point to point.
-        Still
+        Still,
+        /// As Still, but for the GPS times: several flight lines whose steps grow, shrink, turn and jump.
+        Times
     };
 
     std::size_t recordLength() const;
