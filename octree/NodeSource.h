@@ -23,6 +23,9 @@ struct StoreFacts {
     Math::NBoundingBox<double, 3> boundingBox;
     /// Of the root node; a child's is half of it along each axis.
     Math::NBoundingBox<double, 3> boundingCube;
+    /// How far points may lie outside their nodes' cubes along each axis, as rounding to the store's grid
+    /// leaves them.
+    Math::Point<double, 3> overhang{0.0, 0.0, 0.0};
     /// The origin of model coordinates: the cube's centre, moved onto the store's integer grid if it has one,
     /// so that differences to it are whole steps.
     Math::Point<double, 3> referencePosition{0.0, 0.0, 0.0};

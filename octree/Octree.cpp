@@ -125,12 +125,23 @@ Math::NBoundingBox<float, 3> Octree::boundingCube() const {
     return toModel(mFacts.boundingCube);
 }
 
-Math::NBoundingBox<float, 3> Octree::boundingCube(OctreeNodeId id) const {
+Math::NBoundingBox<double, 3> Octree::absoluteCube(OctreeNodeId id) const {
     Math::NBoundingBox<double, 3> box = mFacts.boundingCube;
     for (std::size_t shift = 3 * id.level(); shift > 0;) {
         shift -= 3;
         box = childCube(box, id.code() >> shift & 7);
     }
+    return box;
+}
+
+Math::NBoundingBox<float, 3> Octree::boundingCube(OctreeNodeId id) const {
+    return toModel(absoluteCube(id));
+}
+
+Math::NBoundingBox<float, 3> Octree::pointBounds(OctreeNodeId id) const {
+    Math::NBoundingBox<double, 3> box = absoluteCube(id);
+    box.min -= mFacts.overhang;
+    box.max += mFacts.overhang;
     return toModel(box);
 }
 

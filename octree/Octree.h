@@ -67,6 +67,9 @@ public:
     Math::NBoundingBox<float, 3> boundingCube() const;
     /// Of any node id, in model coordinates; the node need not exist.
     Math::NBoundingBox<float, 3> boundingCube(OctreeNodeId id) const;
+    /// Around all points that the node may have: its cube and what its store's points may stick out of it.
+    /// Holds their positions narrowed to float, too.
+    Math::NBoundingBox<float, 3> pointBounds(OctreeNodeId id) const;
     /// Distance between points of a level, in model units.
     float spacing(std::size_t level = 0) const;
 
@@ -99,6 +102,7 @@ private:
     };
     using Externals = std::vector<External>;
 
+    Math::NBoundingBox<double, 3> absoluteCube(OctreeNodeId id) const;
     Math::NBoundingBox<float, 3> toModel(const Math::NBoundingBox<double, 3>& box) const;
     const Externals& externals() const { return *mExternals.load(std::memory_order_acquire); }
     bool hasExternal(const Location& location) const;

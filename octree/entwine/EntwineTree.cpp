@@ -3,6 +3,8 @@
 #include <octree/entwine/NodeKey.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
 #include <initializer_list>
 #include <string>
 #include <system_error>
@@ -18,6 +20,7 @@ using Octree::OctreeNodeId;
 using Octree::StoreError;
 
 constexpr int UNKNOWN_DEPTH = -1;
+constexpr std::array<Known, 3> POSITION{Known::X, Known::Y, Known::Z};
 
 Metadata readMetadata(const FileSystemLocation& location) {
     std::error_code ignored;
@@ -66,10 +69,27 @@ unsigned columnsOf(const Metadata& metadata) {
            bit(Attribute::Normal, {Known::NormalX, Known::NormalY, Known::NormalZ});
 }
 
+// A node is chosen for a point before its coordinates are rounded to integers or floats.
+Math::Point<double, 3> overhangOf(const Metadata& metadata) {
+    constexpr double FLOAT_STEP = 1.2e-7;
+    Math::Point<double, 3> result;
+    for (int axis = 0; axis < 3; ++axis) {
+        const Dimension& dimension = *metadata.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
+        if (isInteger(dimension.type)) {
+            result[axis] = dimension.scale;
+        } else if (dimension.type == NumberType::Float) {
+            const auto [low, high] = std::pair(metadata.bounds.min[axis], metadata.bounds.max[axis]);
+            result[axis] = FLOAT_STEP * std::max(std::abs(low), std::abs(high));
+        }
+    }
+    return result;
+}
+
 Octree::StoreFacts makeFacts(const Metadata& metadata) {
     Octree::StoreFacts facts;
     facts.boundingBox = metadata.boundsConforming;
     facts.boundingCube = metadata.bounds;
+    facts.overhang = overhangOf(metadata);
     facts.referencePosition = referencePositionOf(metadata);
     facts.spacing = (metadata.bounds.max[0] - metadata.bounds.min[0]) / static_cast<double>(metadata.span);
     facts.pointCount = metadata.pointCount;

@@ -61,6 +61,7 @@ Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& gri
     facts.boundingBox.min -= metadata.scale * BOUNDS_SLACK_STEPS;
     facts.boundingBox.max += metadata.scale * BOUNDS_SLACK_STEPS;
     facts.boundingCube = metadata.boundingBox;
+    facts.overhang = metadata.scale * (1.0 + BOUNDS_SLACK_STEPS);
     facts.referencePosition = grid.reference;
     facts.spacing = metadata.spacing;
     facts.pointCount = metadata.pointCount;

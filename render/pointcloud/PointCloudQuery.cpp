@@ -122,7 +122,7 @@ void PointCloudQuery::consider(Octree::OctreeNodeId id, BoxTestResult parentResu
     }
     BoxTestResult result = parentResult;
     if (result != BoxTestResult::Inside) {
-        result = mFilter.testBox(mOctree->boundingCube(id).transformed(mWorld));
+        result = mFilter.testBox(mOctree->pointBounds(id).transformed(mWorld));
     }
     if (result != BoxTestResult::Outside) {
         mPending.push_back({id, level, spacing, result});

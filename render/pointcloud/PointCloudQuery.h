@@ -23,10 +23,6 @@ namespace Render {
 /// the caller's size. Walks the octree breadth first and reads nodes as it needs them. Hidden points and
 /// nodes are left out.
 ///
-/// A node's cube decides whether its points are looked at, and a cube that lies inside the region passes
-/// them all: a store whose points stick out of their cubes (by a step of its grid, as Brotli stores have
-/// them) can be one such step off where the region's border runs along a cube's face.
-///
 /// Belongs to one thread at a time; it may be another than the one that renders the cloud. Any number of
 /// queries may share an octree and a cache.
 class LUMARO_API PointCloudQuery {
@@ -63,7 +59,7 @@ public:
     /// points are accepted is decided on positions narrowed to float here too.
     std::size_t getNextPointChunk(QueryPoint* out, std::size_t maxCount);
 
-    /// Applies to the nodes and points not handed out yet.
+    /// Belongs before the first chunk: nodes that were queued or dropped under the old matrix stay so.
     void setWorldMatrix(const Eigen::Matrix4f& world);
 
 private:

@@ -86,6 +86,13 @@ void expectSame(const Summary& summary, const Json& truth, const Json& store, co
                                    : truth["classification"].get<decltype(summary.classes)>());
 }
 
+bool areInside(const NodePointData& data, const Math::NBoundingBox<float, 3>& bounds) {
+    const auto isInside = [&](const auto& position) {
+        return bounds.contains(position.template cast<float>());
+    };
+    return std::all_of(data.positions().begin(), data.positions().end(), isInside);
+}
+
 std::string nameOf(const testing::TestParamInfo<const char*>& store) {
     std::string name = store.param;
     std::replace(name.begin(), name.end(), '-', '_');
@@ -121,6 +128,7 @@ TEST_P(StoreTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
         ASSERT_TRUE(octree.getNodePointData(id, data));
         EXPECT_EQ(octree.pointCount(id), data.size());
         total.add(data);
+        EXPECT_TRUE(areInside(data, octree.pointBounds(id))) << id.name();
         if (const auto found = listed.find(id.name()); found != listed.end()) {
             Summary summary(octree.referencePosition());
             summary.add(data);

@@ -10,7 +10,7 @@ Octree::BoxTestResult AbsoluteRegion::testBox(const Math::NBoundingBox<float, 3>
     Math::NBoundingBox<double, 3> wider(box.min.cast<double>(), box.max.cast<double>());
     for (int axis = 0; axis < 3; ++axis) {
         const double farthest = std::max(std::abs(wider.min[axis]), std::abs(wider.max[axis]));
-        const double margin = FLOAT_STEP * farthest + mSlack[axis];
+        const double margin = FLOAT_STEP * farthest;
         wider.min[axis] += mReference[axis] - margin;
         wider.max[axis] += mReference[axis] + margin;
     }

@@ -13,10 +13,9 @@ namespace Tool {
 /// of their points: contains() then decides with every digit, which a query's floats do not have.
 class AbsoluteRegion final : public Render::IFilter {
 public:
-    /// `slack`: how far points may lie outside their node's cube.
     AbsoluteRegion(std::shared_ptr<const Render::RegionFilter> region,
-                   const Math::Point<double, 3>& reference, const Math::Point<double, 3>& slack)
-        : mRegion(std::move(region)), mReference(reference), mSlack(slack) {}
+                   const Math::Point<double, 3>& reference)
+        : mRegion(std::move(region)), mReference(reference) {}
 
     bool contains(const Math::Point<double, 3>& position) const { return mRegion->contains(position); }
 
@@ -26,7 +25,6 @@ public:
 private:
     std::shared_ptr<const Render::RegionFilter> mRegion;
     Math::Point<double, 3> mReference;
-    Math::Point<double, 3> mSlack;
 };
 
 }  // namespace Tool

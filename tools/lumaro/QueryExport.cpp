@@ -15,9 +15,7 @@ std::optional<uint64_t> exportPoints(const std::shared_ptr<Octree::Octree>& octr
     const Math::Point<double, 3>& reference = octree->referencePosition();
     std::optional<AbsoluteRegion> region;
     if (request.region) {
-        // Points may be a step outside their nodes.
-        region.emplace(request.region, reference,
-                       request.grid ? request.grid->scale * 2.0 : Math::Point<double, 3>());
+        region.emplace(request.region, reference);
     }
     Render::PointCloudQuery query(octree, nullptr, Eigen::Matrix4f::Identity(), region ? &*region : nullptr,
                                   request.maxLevel, request.minSpacing, OFTEN);

@@ -1,3 +1,4 @@
+#include <octree/Octree.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/EntwineTree.h>
 #include <octree/entwine/NodeKey.h>
@@ -135,7 +136,10 @@ TEST_P(EptTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
     const std::string name = GetParam();
     std::ifstream file(dataFolder() / "truth" / ("ept-" + name + ".json"));
     const Json truth = Json::parse(file);
-    EntwineTree tree(Entwine::FileSystemLocation(dataFolder() / "ept" / name));
+    const Octree::Location location = Octree::Location::fromPath(dataFolder() / "ept" / name);
+    const auto source = std::make_shared<EntwineTree>(*location.entwine());
+    EntwineTree& tree = *source;
+    const Octree::Octree octree(source, location);
     std::map<std::string, const Json*> listed;
     for (const Json& node : truth["nodes"]) {
         listed[node["name"]] = &node;
@@ -163,6 +167,10 @@ TEST_P(EptTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
         summary.add(data, facts.referencePosition);
         summary.expectSame(*listed[key], colorUnit);
         total.add(data, facts.referencePosition);
+        const Math::NBoundingBox<float, 3> bounds = octree.pointBounds(id);
+        EXPECT_TRUE(std::all_of(data.positions().begin(), data.positions().end(), [&](const auto& position) {
+            return bounds.contains(position.template cast<float>());
+        }));
     }
     EXPECT_EQ(nodes.size(), listed.size());
     total.expectSame(truth["totals"], colorUnit);
