@@ -62,13 +62,13 @@ TEST_F(Query, RegionsLevelsAndSpacingChooseThePoints) {
     EXPECT_EQ(points({}),
               "1000 2000 3000\n1002.5 2005 3250\n1150 2075 3005\n1175 2025 3007.5\n"
               "1175.25 2025.25 3007.75\n1225 2125 3010\n1256 2128 3256\n");
-    EXPECT_EQ(points({L"--box", L"1150,2025,3005,1175,2075,3007.5"}), "1150 2075 3005\n1175 2025 3007.5\n");
+    EXPECT_EQ(points({L"--box", L"1150,2025,3005:1175,2075,3007.5"}), "1150 2075 3005\n1175 2025 3007.5\n");
     EXPECT_EQ(points({L"--sphere", L"1000,2000,2995,5"}), "1000 2000 3000\n");
     folder.write("area.txt",
                  "POLYGON ((1100 2000, 1300 2000, 1300 2100, 1100 2100),\n"
                  "(1170 2020, 1175.1 2020, 1175.1 2030, 1170 2030))\n");
     EXPECT_EQ(points({L"--polygon", L"area.txt"}), "1150 2075 3005\n1175.25 2025.25 3007.75\n");
-    EXPECT_EQ(points({L"--box", L"0,0,0,1,1,1"}), "");
+    EXPECT_EQ(points({L"--box", L"0,0,0:1,1,1"}), "");
 }
 
 TEST_F(Query, TheEndingDecidesTheFormat) {
@@ -95,7 +95,7 @@ TEST_F(Query, WhatFailsSaysWhyAndLeavesNothing) {
         std::string expected;
     } cases[] = {{{L"-o", L"a.obj"}, 2, "'a.obj'"},
                  {{L"-o", L"a.ply", L"--box", L"0,0,0,1,1"}, 2, "--box"},
-                 {{L"-o", L"a.ply", L"--box", L"0,0,1,1,1,0"}, 2, "no box"},
+                 {{L"-o", L"a.ply", L"--box", L"0,0,1:1,1,0"}, 2, "no box"},
                  {{L"-o", L"a.ply", L"--sphere", L"0,0,0,-1"}, 2, "negative"},
                  {{L"-o", L"a.ply", L"--sphere", L"0,0,0,1", L"--polygon", L"p"}, 2, "excludes"},
                  {{L"-o", L"a.las", L"--las-version", L"1.3"}, 2, "1.3"},

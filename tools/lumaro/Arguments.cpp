@@ -36,14 +36,6 @@ Place placeFrom(const std::vector<double>& numbers) {
     return {numbers[0], numbers[1], numbers[2]};
 }
 
-std::pair<Place, Place> parsePlaces(const std::string& text) {
-    const size_t colon = text.find(':');
-    if (colon == std::string::npos) {
-        throw UsageError("'" + text + "' is not a pair of places such as 0,0,0:1,2,3");
-    }
-    return {parsePoint(text.substr(0, colon)), parsePoint(text.substr(colon + 1))};
-}
-
 }  // namespace
 
 double parseNumber(const std::string& text, double low, double high) {
@@ -142,6 +134,14 @@ Math::NPlane<double, 3> parsePlane(const std::string& text) {
         throw UsageError("'" + text + "' is no plane: its normal has no direction");
     }
     return {normal / length, numbers[3] / length};
+}
+
+std::pair<Place, Place> parsePlaces(const std::string& text) {
+    const size_t colon = text.find(':');
+    if (colon == std::string::npos) {
+        throw UsageError("'" + text + "' is not a pair of places such as 0,0,0:1,2,3");
+    }
+    return {parsePoint(text.substr(0, colon)), parsePoint(text.substr(colon + 1))};
 }
 
 std::pair<Place, Place> parseRamp(const std::string& text) {

@@ -61,6 +61,9 @@ std::pair<size_t, size_t> parsePixel(const std::string& text);
 /// "nx,ny,nz,d": the points p with n·p + d = 0. Comes back with a normal of unit length.
 Math::NPlane<double, 3> parsePlane(const std::string& text);
 
+/// "x,y,z:x,y,z"
+std::pair<Math::Point<double, 3>, Math::Point<double, 3>> parsePlaces(const std::string& text);
+
 /// "x,y,z:x,y,z", two different places.
 std::pair<Math::Point<double, 3>, Math::Point<double, 3>> parseRamp(const std::string& text);
 

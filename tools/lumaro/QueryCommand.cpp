@@ -37,8 +37,8 @@ struct Options {
 };
 
 Region parseBox(const std::string& text) {
-    const std::vector<double> n = parseNumbers(text, 6, "a box such as 0,0,0,1,2,3");
-    const Math::NBoundingBox<double, 3> box({n[0], n[1], n[2]}, {n[3], n[4], n[5]});
+    const auto [low, high] = parsePlaces(text);
+    const Math::NBoundingBox<double, 3> box(low, high);
     if (box.isEmpty()) {
         throw UsageError("'" + text + "' is no box: its second corner is not beyond its first");
     }
@@ -136,7 +136,7 @@ bool query(const Options& options, const std::stop_token& stop) {
 }
 
 void addRegionOptions(CLI::App& command, Options& options) {
-    CLI::Option* const box = addParsed(command, "--box", options.region, parseBox, "X0,Y0,Z0,X1,Y1,Z1",
+    CLI::Option* const box = addParsed(command, "--box", options.region, parseBox, "X,Y,Z:X,Y,Z",
                                        "Only points in this box, its faces included");
     CLI::Option* const sphere = addParsed(command, "--sphere", options.region, parseSphere, "X,Y,Z,R",
                                           "Only points no farther than R from this place");
