@@ -190,6 +190,13 @@ TEST(LasTile, StopsWhenAsked) {
     EXPECT_FALSE(Las::readTile("a.laz", fileOf("format0-chunk50"), Las::ALL_FIELDS, stop.get_token(), tile));
 }
 
+/// Nothing here runs on two threads: a sample will do where ThreadSanitizer makes all of it slow.
+#ifdef __SANITIZE_THREAD__
+constexpr std::size_t STRIDE = 16;
+#else
+constexpr std::size_t STRIDE = 1;
+#endif
+
 /// An error, or as many points as the header declares.
 void expectErrorOrAllPoints(const std::string& bytes) {
     Las::Tile tile;
@@ -209,7 +216,7 @@ TEST(LasFile, WithAnyByteChangedIsAnErrorOrHasAllItsPoints) {
         SCOPED_TRACE(name);
         const std::string file = fileOf(name);
         // Every change in the header and the records, one of them in the chunks.
-        for (std::size_t i = 0; i < file.size(); ++i) {
+        for (std::size_t i = 0; i < file.size(); i += STRIDE) {
             for (std::size_t flip = 0; flip < (i < 500 ? 3 : 1); ++flip) {
                 expectErrorOrAllPoints(with(file, i, static_cast<char>(file[i] ^ FLIPS[(i + flip) % 3])));
             }
@@ -224,7 +231,7 @@ TEST(LasFile, CutAnywhereIsAnErrorOrHasAllItsPoints) {
         std::uint32_t points = 0;
         std::memcpy(&points, file.data() + POINT_OFFSET, sizeof points);
         const std::string withoutTable = with(file, points, std::uint64_t{0});
-        for (std::size_t size = 0; size < file.size(); ++size) {
+        for (std::size_t size = 0; size < file.size(); size += STRIDE) {
             expectErrorOrAllPoints(file.substr(0, size));
             expectErrorOrAllPoints(withoutTable.substr(0, size));
         }

@@ -207,7 +207,7 @@ TEST_F(ObjMeshLoaderTest, MaterialFilesAreReadFromTheFilesOwnFolderOrMissed) {
         EXPECT_EQ(trianglesOf("mtllib " + library + '\n' + triangle + "usemtl red\nf 1 2 3"), 1u) << library;
         return testing::internal::GetCapturedStdout();
     };
-    write(u8"r\u00f6t.mtl", "newmtl green\nKd 0 1 0\nnewmtl red\nKd 1 1e99999999999 0\n");
+    write(u8"r\u00f6t.mtl", "newmtl green\nKd 0 1 0\nnewmtl red\nKd 1 1e99999999999 0\nd 1e2147483649\n");
     std::filesystem::create_directory(folder / "folder.mtl");
     const std::string found(reinterpret_cast<const char*>(u8"r\u00f6t.mtl"));
     EXPECT_EQ(loadWith(found), "");
