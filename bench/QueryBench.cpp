@@ -55,7 +55,7 @@ std::vector<Octree::OctreeNodeId> nodesOf(Render::IFilter& filter) {
     for (size_t i = 0; i < nodes.size(); ++i) {
         const Octree::OctreeNodeId id = nodes[i];
         for (const Octree::OctreeNodeId child : octree()->children(id)) {
-            if (filter.testBox(octree()->boundingCube(child)) != Octree::BoxTestResult::Outside) {
+            if (filter.testBox(octree()->pointBounds(child)) != Octree::BoxTestResult::Outside) {
                 nodes.push_back(child);
             }
         }

@@ -4,9 +4,9 @@
 
 #include <graphics/ImagePanoramaLoader.h>
 #include <gtest/gtest.h>
+#include <tests/support/RealData.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <future>
 #include <limits>
 #include <numbers>
@@ -279,8 +279,7 @@ TEST_F(ImagePanoramaLoaderTest, ManyThreadsMayLoadAtOnce) {
 }
 
 TEST_F(ImagePanoramaLoaderTest, RealPanoramasAreCutWithoutALoss) {
-    const char* variable = std::getenv("LUMARO_DATA_DIR");
-    const fs::path data = fs::path(variable != nullptr ? variable : LUMARO_DATA_DIR) / "pano";
+    const fs::path data = TestSupport::realData() / "pano";
     if (!fs::exists(data)) {
         GTEST_SKIP() << "the real panoramas are not here: " << data;
     }

@@ -1,10 +1,11 @@
 #include <octree/Octree.h>
 
 #include <gtest/gtest.h>
+#include <tests/octree/TruthSummary.h>
+#include <tests/support/RealData.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -14,77 +15,12 @@
 using Octree::Attribute;
 using Octree::NodePointData;
 using Octree::OctreeNodeId;
+using Support::TruthSummary;
+using TestSupport::realData;
 
 namespace {
 
 using Json = nlohmann::json;
-
-std::filesystem::path dataFolder() {
-    const char* folder = std::getenv("LUMARO_DATA_DIR");
-    return folder != nullptr ? folder : LUMARO_DATA_DIR;
-}
-
-/// What the truth files say of a node or of a whole store, taken from decoded points.
-struct Summary {
-    explicit Summary(const Math::Point<double, 3>& reference) : mReference(reference) {}
-
-    void add(const NodePointData& data) {
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            box.extend(data.position(i) + mReference);
-            if (data.has(Attribute::Color)) {
-                const Math::Color color = data.color(i);
-                colorSum += Math::Point<double, 3>(color.r(), color.g(), color.b());
-            }
-            if (data.has(Attribute::Intensity)) {
-                intensitySum += data.intensity(i);
-            }
-            if (data.has(Attribute::Classification)) {
-                ++classes[std::to_string(data.classification(i))];
-            }
-        }
-        count += data.size();
-    }
-
-    Math::NBoundingBox<double, 3> box;
-    Math::Point<double, 3> colorSum;
-    double intensitySum = 0.0;
-    std::map<std::string, std::size_t> classes;
-    std::size_t count = 0;
-
-private:
-    Math::Point<double, 3> mReference;
-};
-
-void expectSame(const Summary& summary, const Json& truth, const Json& store, const std::string& what) {
-    SCOPED_TRACE(what);
-    ASSERT_EQ(summary.count, truth.value("numPoints", truth.value("points", std::size_t{0})));
-    if (summary.count == 0) {
-        return;
-    }
-    const double count = static_cast<double>(summary.count);
-    const double colorUnit =
-        store["totals"].value("maxColourValue", Json()).is_number() && store["totals"]["maxColourValue"] > 255
-            ? 256.0
-            : 1.0;
-    for (int axis = 0; axis < 3; ++axis) {
-        const auto i = static_cast<std::size_t>(axis);
-        const double tolerance = store["scale"][i].get<double>() * 1e-3;
-        EXPECT_NEAR(summary.box.min[axis], truth["min"][i].get<double>(), tolerance);
-        EXPECT_NEAR(summary.box.max[axis], truth["max"][i].get<double>(), tolerance);
-        if (!truth["meanRGB"].is_null()) {
-            EXPECT_NEAR(summary.colorSum[axis] / count, truth["meanRGB"][i].get<double>() / colorUnit, 1e-6);
-        }
-    }
-    EXPECT_EQ(summary.colorSum == (Math::Point<double, 3>()), truth["meanRGB"].is_null());
-    if (truth["meanIntensity"].is_null()) {
-        EXPECT_EQ(summary.intensitySum, 0.0);
-    } else {
-        EXPECT_NEAR(summary.intensitySum / count, truth["meanIntensity"].get<double>(), 1e-6);
-    }
-    EXPECT_EQ(summary.classes, truth["classification"].is_null()
-                                   ? decltype(summary.classes)()
-                                   : truth["classification"].get<decltype(summary.classes)>());
-}
 
 bool areInside(const NodePointData& data, const Math::NBoundingBox<float, 3>& bounds) {
     const auto isInside = [&](const auto& position) {
@@ -103,19 +39,25 @@ class StoreTruth : public testing::TestWithParam<const char*> {};
 
 TEST_P(StoreTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
     const std::string name = GetParam();
-    std::ifstream file(dataFolder() / "truth" / ("potree-" + name + ".json"));
+    std::ifstream file(realData() / "truth" / ("potree-" + name + ".json"));
     if (!file) {
-        GTEST_SKIP() << "the real stores are not here: " << dataFolder();
+        GTEST_SKIP() << "the real stores are not here: " << realData();
     }
     const Json truth = Json::parse(file);
-    const Octree::Octree octree(Octree::Location::fromPath(dataFolder() / "potree" / name));
+    const Octree::Octree octree(Octree::Location::fromPath(realData() / "potree" / name));
     EXPECT_EQ(octree.encoding(), truth["encoding"]);
     std::map<std::string, const Json*> listed;
     for (const Json& node : truth["nodes"]) {
         listed[node["name"]] = &node;
     }
 
-    Summary total(octree.referencePosition());
+    Math::Point<double, 3> tolerance;
+    for (int axis = 0; axis < 3; ++axis) {
+        tolerance[axis] = truth["scale"][static_cast<std::size_t>(axis)].get<double>() * 1e-3;
+    }
+    const Json& maximum = truth["totals"].value("maxColourValue", Json());
+    const double colorUnit = maximum.is_number() && maximum > 255 ? 256.0 : 1.0;
+    TruthSummary total(octree.referencePosition());
     std::size_t nodeCount = 0, checked = 0;
     std::vector<OctreeNodeId> pending{OctreeNodeId()};
     NodePointData data;
@@ -130,16 +72,17 @@ TEST_P(StoreTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
         total.add(data);
         EXPECT_TRUE(areInside(data, octree.pointBounds(id))) << id.name();
         if (const auto found = listed.find(id.name()); found != listed.end()) {
-            Summary summary(octree.referencePosition());
+            SCOPED_TRACE(id.name());
+            TruthSummary summary(octree.referencePosition());
             summary.add(data);
-            expectSame(summary, *found->second, truth, id.name());
+            summary.expectSame(*found->second, colorUnit, tolerance);
             ++checked;
         }
     }
     EXPECT_EQ(checked, listed.size());
     EXPECT_EQ(nodeCount, truth["nodeCount"]);
     EXPECT_EQ(total.count, octree.totalPointCount());
-    expectSame(total, truth["totals"], truth, "the whole store");
+    total.expectSame(truth["totals"], colorUnit, tolerance);
     const Math::NBoundingBox<float, 3> tight = octree.boundingBox();
     const Math::Point<double, 3> reference = octree.referencePosition();
     EXPECT_TRUE(tight.contains((total.box.min - reference).cast<float>()));
@@ -198,10 +141,10 @@ std::vector<PointTuple> pointsOf(const std::filesystem::path& folder, std::int32
 class StoreEncodings : public testing::TestWithParam<const char*> {};
 
 TEST_P(StoreEncodings, HoldTheSamePoints) {
-    const auto folder = dataFolder() / "potree";
+    const auto folder = realData() / "potree";
     const std::string name = GetParam();
     if (!std::filesystem::exists(folder)) {
-        GTEST_SKIP() << "the real stores are not here: " << dataFolder();
+        GTEST_SKIP() << "the real stores are not here: " << realData();
     }
     const std::vector<PointTuple> plain = pointsOf(folder / (name + "-uncompressed"), 0);
     // Converters write Brotli stores one step too high on each axis.
@@ -216,9 +159,9 @@ INSTANTIATE_TEST_SUITE_P(All, StoreEncodings,
                          nameOf);
 
 TEST(StoreTruth, AnInfinityThatIsNotJsonIsAClearError) {
-    const auto folder = dataFolder() / "potree" / "nan-gps-invalid-json-brotli";
+    const auto folder = realData() / "potree" / "nan-gps-invalid-json-brotli";
     if (!std::filesystem::exists(folder)) {
-        GTEST_SKIP() << "the real stores are not here: " << dataFolder();
+        GTEST_SKIP() << "the real stores are not here: " << realData();
     }
     try {
         Octree::Octree octree{PoTree::FileSystemLocation(folder)};

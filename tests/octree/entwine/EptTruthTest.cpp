@@ -5,12 +5,13 @@
 #include <octree/potree/Store.h>
 
 #include <gtest/gtest.h>
+#include <tests/octree/TruthSummary.h>
 #include <tests/octree/entwine/EptFixture.h>
+#include <tests/support/RealData.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -20,53 +21,12 @@ using Octree::Attribute;
 using Octree::NodePointData;
 using Octree::OctreeNodeId;
 using Support::allNodes;
+using Support::TruthSummary;
+using TestSupport::realData;
 
 namespace {
 
 using Json = nlohmann::json;
-
-std::filesystem::path dataFolder() {
-    const char* folder = std::getenv("LUMARO_DATA_DIR");
-    return folder != nullptr ? folder : LUMARO_DATA_DIR;
-}
-
-/// What the truth files say of a node or of a whole store, taken from decoded points.
-struct Summary {
-    void add(const NodePointData& data, const Math::Point<double, 3>& reference) {
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            box.extend(data.position(i) + reference);
-            if (data.has(Attribute::Color)) {
-                const Math::Color color = data.color(i);
-                colorSum += Math::Point<double, 3>(color.r(), color.g(), color.b());
-            }
-            intensitySum += data.intensity(i);
-            ++classes[std::to_string(data.classification(i))];
-        }
-        count += data.size();
-    }
-
-    void expectSame(const Json& truth, double colorUnit) const {
-        ASSERT_EQ(count, truth.value("numPoints", truth.value("points", std::size_t{0})));
-        const double divisor = static_cast<double>(count);
-        for (int axis = 0; axis < 3; ++axis) {
-            const auto i = static_cast<std::size_t>(axis);
-            EXPECT_NEAR(box.min[axis], truth["min"][i].get<double>(), 1e-6);
-            EXPECT_NEAR(box.max[axis], truth["max"][i].get<double>(), 1e-6);
-            if (!truth["meanRGB"].is_null()) {
-                EXPECT_NEAR(colorSum[axis] / divisor, truth["meanRGB"][i].get<double>() / colorUnit, 1e-6);
-            }
-        }
-        EXPECT_EQ(colorSum == (Math::Point<double, 3>()), truth["meanRGB"].is_null());
-        EXPECT_NEAR(intensitySum / divisor, truth["meanIntensity"].get<double>(), 1e-6);
-        EXPECT_EQ(classes, truth["classification"].get<decltype(classes)>());
-    }
-
-    Math::NBoundingBox<double, 3> box;
-    Math::Point<double, 3> colorSum;
-    double intensitySum = 0.0;
-    std::map<std::string, std::size_t> classes;
-    std::size_t count = 0;
-};
 
 /// Steps of a millimetre, colour, intensity.
 using Point = std::array<std::int64_t, 7>;
@@ -110,7 +70,7 @@ std::size_t countWithoutLike(const std::vector<Point>& points, const std::vector
 
 std::string errorOf(const std::string& store, bool reads) {
     try {
-        EntwineTree tree(Entwine::FileSystemLocation(dataFolder() / "ept" / store));
+        EntwineTree tree(Entwine::FileSystemLocation(realData() / "ept" / store));
         NodePointData data;
         if (reads) {
             tree.readNode(OctreeNodeId(), 1.0, data, {});
@@ -124,8 +84,8 @@ std::string errorOf(const std::string& store, bool reads) {
 class EptTruth : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
-        if (!std::filesystem::exists(dataFolder() / "ept")) {
-            GTEST_SKIP() << "the real stores are not here: " << dataFolder();
+        if (!std::filesystem::exists(realData() / "ept")) {
+            GTEST_SKIP() << "the real stores are not here: " << realData();
         }
     }
 };
@@ -134,9 +94,9 @@ protected:
 
 TEST_P(EptTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
     const std::string name = GetParam();
-    std::ifstream file(dataFolder() / "truth" / ("ept-" + name + ".json"));
+    std::ifstream file(realData() / "truth" / ("ept-" + name + ".json"));
     const Json truth = Json::parse(file);
-    const Octree::Location location = Octree::Location::fromPath(dataFolder() / "ept" / name);
+    const Octree::Location location = Octree::Location::fromPath(realData() / "ept" / name);
     const auto source = std::make_shared<EntwineTree>(*location.entwine());
     EntwineTree& tree = *source;
     const Octree::Octree octree(source, location);
@@ -148,7 +108,8 @@ TEST_P(EptTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
     const double colorUnit = maximum.is_number() && maximum > 255 ? 256.0 : 1.0;
     const Octree::StoreFacts& facts = tree.storeFacts();
 
-    Summary total;
+    const Math::Point<double, 3> tolerance(1e-6, 1e-6, 1e-6);
+    TruthSummary total(facts.referencePosition);
     const std::vector<OctreeNodeId> nodes = allNodes(tree);
     for (const OctreeNodeId id : nodes) {
         const std::string key = Entwine::NodeKey(id).text();
@@ -163,17 +124,17 @@ TEST_P(EptTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
             continue;
         }
         ASSERT_TRUE(tree.readNode(id, 1.0, data, {}));
-        Summary summary;
-        summary.add(data, facts.referencePosition);
-        summary.expectSame(*listed[key], colorUnit);
-        total.add(data, facts.referencePosition);
+        TruthSummary summary(facts.referencePosition);
+        summary.add(data);
+        summary.expectSame(*listed[key], colorUnit, tolerance);
+        total.add(data);
         const Math::NBoundingBox<float, 3> bounds = octree.pointBounds(id);
         EXPECT_TRUE(std::all_of(data.positions().begin(), data.positions().end(), [&](const auto& position) {
             return bounds.contains(position.template cast<float>());
         }));
     }
     EXPECT_EQ(nodes.size(), listed.size());
-    total.expectSame(truth["totals"], colorUnit);
+    total.expectSame(truth["totals"], colorUnit, tolerance);
     EXPECT_TRUE(facts.boundingBox.contains(total.box.min));
     EXPECT_TRUE(facts.boundingBox.contains(total.box.max));
     EXPECT_EQ(facts.spacing,
@@ -192,12 +153,12 @@ INSTANTIATE_TEST_SUITE_P(Stores, EptTruth,
                          });
 
 TEST_F(EptTruth, TheSameCloudHasTheSamePointsInEveryStore) {
-    EntwineTree binary(Entwine::FileSystemLocation(dataFolder() / "ept" / "lion-binary"));
-    PoTree::Store potree(PoTree::FileSystemLocation(dataFolder() / "potree" / "lion-brotli"));
+    EntwineTree binary(Entwine::FileSystemLocation(realData() / "ept" / "lion-binary"));
+    PoTree::Store potree(PoTree::FileSystemLocation(realData() / "potree" / "lion-brotli"));
     const std::vector<Point> expected = sortedPoints(binary);
     ASSERT_EQ(expected.size(), 341989u);
     for (const char* const other : {"lion-zstandard", "lion-laszip", "lion-laszip14"}) {
-        EntwineTree tree(Entwine::FileSystemLocation(dataFolder() / "ept" / other));
+        EntwineTree tree(Entwine::FileSystemLocation(realData() / "ept" / other));
         EXPECT_TRUE(expected == sortedPoints(tree)) << other;
     }
     // Written from the same points by a converter that rounds down, and then counts one step too far.

@@ -3,8 +3,8 @@
 #include <octree/las/Tile.h>
 
 #include <gtest/gtest.h>
+#include <tests/support/RealData.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -13,11 +13,7 @@
 namespace {
 
 using Json = nlohmann::json;
-
-std::filesystem::path dataFolder() {
-    const char* folder = std::getenv("LUMARO_DATA_DIR");
-    return folder != nullptr ? folder : LUMARO_DATA_DIR;
-}
+using TestSupport::realData;
 
 double meanOf(const std::vector<std::uint16_t>& column) {
     double sum = 0.0;
@@ -66,16 +62,16 @@ class LasTruth : public testing::TestWithParam<const char*> {};
 
 TEST_P(LasTruth, EveryTileIsAsAnIndependentReaderFoundIt) {
     const std::string store = GetParam();
-    std::ifstream file(dataFolder() / "truth" / ("ept-" + store + ".json"));
+    std::ifstream file(realData() / "truth" / ("ept-" + store + ".json"));
     if (!file) {
-        GTEST_SKIP() << "the real stores are not here: " << dataFolder();
+        GTEST_SKIP() << "the real stores are not here: " << realData();
     }
     const Json truth = Json::parse(file);
     std::size_t unreadable = 0;
     for (const Json& node : truth["nodes"]) {
         const std::string name = node["name"].get<std::string>() + ".laz";
         SCOPED_TRACE(name);
-        const std::string bytes = Core::readLocalFile(dataFolder() / "ept" / store / "ept-data" / name);
+        const std::string bytes = Core::readLocalFile(realData() / "ept" / store / "ept-data" / name);
         Las::Tile tile;
         if (node.contains("lasPointFormat")) {
             ASSERT_TRUE(Las::readTile(name, bytes, Las::ALL_FIELDS, {}, tile));

@@ -4,6 +4,7 @@
 #include <render/core/Renderer.h>
 #include <render/pointcloud/PointCloudRenderable.h>
 #include <tests/support/PotreeFixture.h>
+#include <tests/support/RealData.h>
 #include <tests/support/SyntheticOctree.h>
 
 #include <array>
@@ -221,19 +222,18 @@ TEST_P(RendererPicking, RandomPicksAgreeWithALookAtEveryPixel) {
 }
 
 TEST_P(RendererPicking, RandomPicksAgreeOnARealCloud) {
-    const std::filesystem::path store = std::filesystem::path(LUMARO_DATA_DIR) / "potree" / "lion-brotli";
+    const std::filesystem::path store = TestSupport::realData() / "potree" / "lion-brotli";
     if (!std::filesystem::exists(store)) {
-        GTEST_SKIP() << "needs real stores in LUMARO_DATA_DIR";
+        GTEST_SKIP() << "needs " << store;
     }
     show(Render::PointCloudRenderable::create(PoTree::FileSystemLocation(store), "lion", 1000000, 1.0));
     expectRandomPicksRight(10000);
 }
 
 TEST_P(RendererPicking, AbsoluteCoordinatesFarFromTheOriginAreRightToTheStoresScale) {
-    const std::filesystem::path folder =
-        std::filesystem::path(LUMARO_DATA_DIR) / "potree" / "lone-star-brotli";
+    const std::filesystem::path folder = TestSupport::realData() / "potree" / "lone-star-brotli";
     if (!std::filesystem::exists(folder)) {
-        GTEST_SKIP() << "needs real stores in LUMARO_DATA_DIR";
+        GTEST_SKIP() << "needs " << folder;
     }
     const PoTree::FileSystemLocation location(folder);
     show(Render::PointCloudRenderable::create(location, "lone star", 1000000, 1.0));

@@ -9,12 +9,12 @@
 #include <render/pointcloud/filters/PolygonPrismFilter.h>
 #include <render/pointcloud/filters/SphereFilter.h>
 
+#include <tests/support/RealData.h>
 #include <tests/support/SyntheticOctree.h>
 
 #include <Eigen/Geometry>
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -210,8 +210,7 @@ TEST_F(PointCloudQueryTest, GivesThePointsThatAreInTheRegion) {
 }
 
 TEST_F(PointCloudQueryTest, GivesThePointsOfRealStoresThatAreInTheRegion) {
-    const char* const named = std::getenv("LUMARO_DATA_DIR");
-    const std::filesystem::path stores = std::filesystem::path(named ? named : LUMARO_DATA_DIR) / "potree";
+    const std::filesystem::path stores = TestSupport::realData() / "potree";
     if (!std::filesystem::exists(stores)) {
         GTEST_SKIP() << "there are no stores in " << stores;
     }

@@ -4,7 +4,8 @@
 #include <render/core/Renderer.h>
 #include <render/pointcloud/PointCloudRenderable.h>
 
-#include <cstdlib>
+#include <tests/support/RealData.h>
+
 #include <filesystem>
 #include <string>
 
@@ -14,13 +15,9 @@ using Graphics::ColorImage;
 using Math::Color;
 using Math::Point;
 using Render::PointCloudRenderable;
+using TestSupport::realData;
 
 constexpr unsigned size = 700;
-
-std::filesystem::path dataFolder() {
-    const char* folder = std::getenv("LUMARO_DATA_DIR");
-    return folder != nullptr ? folder : LUMARO_DATA_DIR;
-}
 
 /// Of the texels in which either picture shows something.
 double differingShare(const ColorImage& a, const ColorImage& b) {
@@ -40,8 +37,8 @@ double differingShare(const ColorImage& a, const ColorImage& b) {
 class StorePicturesTest : public testing::Test {
 protected:
     void SetUp() override {
-        if (!std::filesystem::exists(dataFolder() / "potree")) {
-            GTEST_SKIP() << "the real stores are not here: " << dataFolder();
+        if (!std::filesystem::exists(realData() / "potree")) {
+            GTEST_SKIP() << "the real stores are not here: " << realData();
         }
         mRenderer.setViewport(size, size);
         mRenderer.setBackgroundColor(255, 255, 255, 255);
@@ -49,7 +46,7 @@ protected:
 
     /// Looks at the store from beside and above; stores drawn later stand in absolute coordinates beside it.
     void lookAt(const std::string& store) {
-        const Octree::Octree octree(Octree::Location::fromPath(dataFolder() / store));
+        const Octree::Octree octree(Octree::Location::fromPath(realData() / store));
         mOrigin = octree.referencePosition();
         const auto box = octree.boundingBox();
         const float diagonal = box.size().length();
@@ -59,8 +56,7 @@ protected:
     }
 
     ColorImage pictureOf(const std::string& store, const Point<double, 3>& moved = {0, 0, 0}) {
-        const auto octree =
-            std::make_shared<Octree::Octree>(Octree::Location::fromPath(dataFolder() / store));
+        const auto octree = std::make_shared<Octree::Octree>(Octree::Location::fromPath(realData() / store));
         const auto cloud = PointCloudRenderable::create(octree, store, 2'000'000);
         const Point<float, 3> place = (octree->referencePosition() - mOrigin + moved).cast<float>();
         Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();

@@ -3,9 +3,9 @@
 #include <math/NBoundingBox.h>
 #include <render/renderables/LineBuffer.h>
 #include <render/renderables/ObjMeshLoader.h>
+#include <tests/support/RealData.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -245,8 +245,7 @@ TEST_F(ObjMeshLoaderTest, HostileMaterialFilesAreErrorsOrHarmless) {
 }
 
 TEST_F(ObjMeshLoaderTest, RealFilesHaveTheirTrianglesAndBounds) {
-    const char* given = std::getenv("LUMARO_DATA_DIR");
-    const std::filesystem::path data = given != nullptr ? given : LUMARO_DATA_DIR;
+    const std::filesystem::path data = TestSupport::realData();
     std::ifstream truthFile(data / "truth" / "obj.json");
     if (!truthFile) {
         GTEST_SKIP() << "needs real meshes in " << data;
