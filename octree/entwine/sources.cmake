@@ -1,7 +1,6 @@
 set(LUMARO_ENTWINE_SOURCES
     JsonValue.cpp
     entwine/EntwineTree.cpp
-    entwine/FileSystemLocation.cpp
     entwine/Hierarchy.cpp
     entwine/HierarchyPage.cpp
     entwine/LaszipTile.cpp
