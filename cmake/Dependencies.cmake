@@ -1,41 +1,34 @@
 # Third-party libraries, each behind one target name that is the same on every platform.
 
 find_package(Threads REQUIRED)
-find_package(Eigen3 3.4 REQUIRED NO_MODULE)
+# No version in the call: Eigen's own package files call 3.4 and 5 incompatible, and 3.4 refuses a range over both.
+find_package(Eigen3 REQUIRED NO_MODULE)
+if(Eigen3_VERSION VERSION_LESS 3.4)
+  message(FATAL_ERROR "Eigen ${Eigen3_VERSION} is too old: 3.4 is needed")
+endif()
 
-# Debian's header-only packages sit in /usr/include, which a cross compiler must not see as a whole: link the
-# two folders that are wanted into the build tree.
-function(lumaro_header_only target folder)
-  add_library(${target} INTERFACE)
-  if(CMAKE_CROSSCOMPILING)
-    set(link "${PROJECT_BINARY_DIR}/host-headers/${folder}")
-    if(NOT EXISTS "/usr/include/${folder}")
-      message(FATAL_ERROR "The headers of ${folder} are missing: install nlohmann-json3-dev and libcli11-dev")
-    endif()
-    file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/host-headers")
-    file(CREATE_LINK "/usr/include/${folder}" "${link}" SYMBOLIC)
-    target_include_directories(${target} SYSTEM INTERFACE "${PROJECT_BINARY_DIR}/host-headers")
-  else()
-    find_path(LUMARO_${folder}_INCLUDE ${folder} REQUIRED)
-    target_include_directories(${target} SYSTEM INTERFACE "${LUMARO_${folder}_INCLUDE}")
+# lumaro_header_only(TARGET ENTRY): a library of headers only, found by ENTRY in an include folder. Debian's
+# packages of such sit in /usr/include, which a cross compiler must not see as a whole: the one entry that is
+# wanted is linked into the build tree.
+function(lumaro_header_only target entry)
+  string(MAKE_C_IDENTIFIER "LUMARO_${entry}_INCLUDE" variable)
+  find_path(${variable} ${entry})
+  set(folder "${${variable}}")
+  if(NOT folder AND CMAKE_CROSSCOMPILING AND EXISTS "/usr/include/${entry}")
+    set(folder "${PROJECT_BINARY_DIR}/host-headers/${target}")
+    file(MAKE_DIRECTORY "${folder}")
+    file(CREATE_LINK "/usr/include/${entry}" "${folder}/${entry}" SYMBOLIC)
   endif()
+  if(NOT folder)
+    message(FATAL_ERROR "${entry} is missing: install nlohmann-json, CLI11 and tinyobjloader")
+  endif()
+  add_library(${target} INTERFACE)
+  target_include_directories(${target} SYSTEM INTERFACE "${folder}")
 endfunction()
 lumaro_header_only(lumaro_json nlohmann)
-lumaro_header_only(lumaro_cli11 CLI)
-
-# A single header outside any folder of its own, which carries its implementation.
-add_library(lumaro_tinyobj INTERFACE)
-if(CMAKE_CROSSCOMPILING)
-  if(NOT EXISTS /usr/include/tiny_obj_loader.h)
-    message(FATAL_ERROR "tiny_obj_loader.h is missing: install libtinyobjloader-dev")
-  endif()
-  set(headers "${PROJECT_BINARY_DIR}/host-headers/tinyobj")
-  file(MAKE_DIRECTORY "${headers}")
-  file(CREATE_LINK /usr/include/tiny_obj_loader.h "${headers}/tiny_obj_loader.h" SYMBOLIC)
-  target_include_directories(lumaro_tinyobj SYSTEM INTERFACE "${headers}")
-else()
-  find_path(LUMARO_TINYOBJ_INCLUDE tiny_obj_loader.h REQUIRED)
-  target_include_directories(lumaro_tinyobj SYSTEM INTERFACE "${LUMARO_TINYOBJ_INCLUDE}")
+lumaro_header_only(lumaro_tinyobj tiny_obj_loader.h)
+if(LUMARO_BUILD_PROGRAMS)
+  lumaro_header_only(lumaro_cli11 CLI)
 endif()
 
 find_path(LUMARO_BROTLI_INCLUDE brotli/decode.h REQUIRED)

@@ -4,6 +4,7 @@
 set(LUMARO_D3DCOMPILER_DLL "" CACHE FILEPATH
     "Direct3D shader compiler to put beside the programs (Wine's own is too old; Windows has one)")
 
+set(LUMARO_INSTALLED_DLLS)
 if(MINGW)
   if(NOT LUMARO_RUNTIME_DLLS)
     set(found)
@@ -19,7 +20,18 @@ if(MINGW)
     set(LUMARO_RUNTIME_DLLS "${found}" CACHE STRING "DLLs of the C++ runtime")
   endif()
 
-  set(dlls ${LUMARO_RUNTIME_DLLS})
+  # Without the debugging symbols that make up nine tenths of libstdc++.
+  foreach(dll IN LISTS LUMARO_RUNTIME_DLLS)
+    cmake_path(GET dll FILENAME name)
+    set(stripped "${PROJECT_BINARY_DIR}/runtime/${name}")
+    if("${dll}" IS_NEWER_THAN "${stripped}")
+      file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/runtime")
+      execute_process(COMMAND "${CMAKE_STRIP}" -o "${stripped}" "${dll}" COMMAND_ERROR_IS_FATAL ANY)
+    endif()
+    list(APPEND LUMARO_INSTALLED_DLLS "${stripped}")
+  endforeach()
+
+  set(dlls ${LUMARO_INSTALLED_DLLS})
   if(LUMARO_D3DCOMPILER_DLL)
     if(NOT EXISTS "${LUMARO_D3DCOMPILER_DLL}")
       message(FATAL_ERROR "The shader compiler ${LUMARO_D3DCOMPILER_DLL} is missing: run scripts/setup windows")

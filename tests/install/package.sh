@@ -7,22 +7,41 @@ work=$(mktemp -d "$build/install-test.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
 cmake --install "$build" --prefix "$work/installed" >"$work/install.log"
-# Nothing of the source tree but the examples: what they include and link is what is installed.
-cp -r "$source/examples" "$work/examples"
-cmake -G Ninja -S "$work/examples" -B "$work/build" --toolchain "$toolchain" -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_PREFIX_PATH="$work/installed" -DCMAKE_FIND_ROOT_PATH="$work/installed"
-cmake --build "$work/build"
+# Nothing of the source tree: what the examples include and link is what is installed.
+cp -r "$work/installed/share/LumaroRender/examples" "$work/examples"
+(cd "$source" && grep -rl --include='*.h' LUMARO_API core math graphics octree render) | while read -r header; do
+    [[ -f $work/installed/include/$header ]] || {
+        echo "$header exports something and is not installed"
+        exit 1
+    }
+done
+# All headers at once: none needs one that is not installed, or a library that a host does not have.
+mkdir "$work/headers"
+(cd "$work/installed/include" && find . -name '*.h' -printf '#include <%P>\n' | sort) >"$work/headers/all.cpp"
+(($(wc -l <"$work/headers/all.cpp") > 80))
+cat >"$work/headers/CMakeLists.txt" <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(headers LANGUAGES CXX)
+find_package(LumaroRender CONFIG REQUIRED)
+add_library(headers OBJECT all.cpp)
+target_link_libraries(headers PRIVATE LumaroRender::LumaroRender)
+END
+for project in headers examples; do
+    cmake -G Ninja -S "$work/$project" -B "$work/build/$project" --toolchain "$toolchain" \
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$work/installed" -DCMAKE_FIND_ROOT_PATH="$work/installed"
+    cmake --build "$work/build/$project"
+done
 
-cp "$work"/installed/bin/*.dll "$compiler" "$work/build/"
+cp "$work"/installed/bin/*.dll "$compiler" "$work/build/examples/"
 run() {
     "$source/scripts/wine-run" "$@"
 }
 run "$lumaro" make-sample "$work/sample" --points 20000
-run "$work/build/picture.exe" "$work/sample" "$work/picture.png"
-run "$work/build/own_panorama.exe" "$work/panorama.png"
-run "$work/build/own_renderable.exe" "$work/triangle.png" | tee "$work/triangle.txt"
+run "$work/build/examples/picture.exe" "$work/sample" "$work/picture.png"
+run "$work/build/examples/own_panorama.exe" "$work/panorama.png"
+run "$work/build/examples/own_renderable.exe" "$work/triangle.png" | tee "$work/triangle.txt"
 grep -q '^in the middle: ' "$work/triangle.txt"
-run "$work/build/measure.exe" "$work/sample" | tee "$work/measure.txt"
+run "$work/build/examples/measure.exe" "$work/sample" | tee "$work/measure.txt"
 grep -Eq '^distance [1-9]' "$work/measure.txt"
 for picture in picture panorama triangle; do
     [[ $(head -c 4 "$work/$picture.png" | tail -c 3) == PNG ]]
