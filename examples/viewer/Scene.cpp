@@ -47,6 +47,9 @@ void Scene::open(const std::filesystem::path& path) {
     } else {
         openCloud(path);
     }
+    if (mClipped) {
+        clip();
+    }
     mErrorTaken = false;
 }
 
@@ -61,6 +64,7 @@ void Scene::openCloud(const std::filesystem::path& path) {
     cloud->setMaxPointSize(mPointSize);
     cloud->setShowBoundingBoxes(mBoxes);
     mGroup->add(cloud);
+    cloud->onUpdateTomographicColor(mRenderer.tomographicColor());  // Those who join late do not hear of it.
     cloud->startAsyncReload(nullptr, DEEPEST_LEVEL);
     mOrigin = mOrigin.value_or(position);
     mClouds.push_back(cloud);
@@ -108,6 +112,10 @@ void Scene::toggleBoxes() {
 
 void Scene::toggleClipping() {
     mClipped = !mClipped;
+    clip();
+}
+
+void Scene::clip() {
     std::vector<Math::HalfSpace<float, 3>> sides;
     if (mClipped && !mRenderer.boundingBox().isEmpty()) {
         sides = middleHalf(mRenderer.boundingBox());

@@ -41,6 +41,7 @@ private:
     void openCloud(const std::filesystem::path& path);
     void openMesh(const std::filesystem::path& path);
     void openPanorama(const std::filesystem::path& path);
+    void clip();
 
     Render::Renderer& mRenderer;
     std::shared_ptr<Render::GroupRenderable> mGroup = Render::GroupRenderable::create("scene");

@@ -44,6 +44,7 @@ void Viewer::update() {
     const Clock::time_point begin = Clock::now();
     mRenderer.render();
     mFrameTime = Clock::now() - begin;
+    ++mFrames;
     present();
     showStatus();
 }
@@ -173,7 +174,10 @@ bool Viewer::key(WPARAM code) {
                                RenderMode::PlaneDistance,    RenderMode::TomographicDark,
                                RenderMode::TomographicBright};
     if (code >= '1' && code < '1' + modes.size()) {
-        mRenderer.setRenderMode(modes[code - '1']);
+        const RenderMode mode = modes[code - '1'];
+        mRenderer.setRenderMode(mode);
+        mRenderer.setTomographicColor(mode == RenderMode::TomographicBright ? Math::Color::white(255)
+                                                                            : Math::Color::black(255));
         return true;
     }
     switch (code) {
@@ -242,8 +246,9 @@ void Viewer::openChosen() {
 
 void Viewer::showStatus() {
     const double milliseconds = std::chrono::duration<double, std::milli>(mFrameTime).count();
-    std::string status = formatted("LumaroRender   %zu points, %zu nodes, %.0f ms%s", mScene.points(),
-                                   mScene.nodes(), milliseconds, mScene.isLoading() ? ", loading" : "");
+    std::string status =
+        formatted("LumaroRender   %zu points, %zu nodes, frame %zu, %.0f ms%s", mScene.points(),
+                  mScene.nodes(), mFrames, milliseconds, mScene.isLoading() ? ", loading" : "");
     status += mMeasured.empty() ? "" : "   |   " + mMeasured;
     if (status != mStatus) {
         mStatus = status;

@@ -9,6 +9,7 @@
 #include <shellapi.h>
 
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -48,5 +49,6 @@ private:
     std::optional<Math::Point<double, 3>> mPicked;  ///< Where a measurement begins; absolute.
     std::string mMeasured;
     std::string mStatus;
+    size_t mFrames = 0;  ///< Drawn so far: stands still while the view does.
     std::chrono::steady_clock::duration mFrameTime{};
 };
