@@ -5,6 +5,7 @@
 #include <render/renderables/GroupRenderable.h>
 #include <render/renderables/MeshRenderable.h>
 
+#include <tests/support/ComSpy.h>
 #include <tests/support/GpuTestDevice.h>
 
 #include <cmath>
@@ -49,30 +50,6 @@ Part square(float x, float z, const Eigen::Vector3f& normal, const Color& color)
     };
     return {corner(-1, -1), corner(1, -1), corner(1, 1), corner(-1, -1), corner(1, 1), corner(-1, 1)};
 }
-
-/// Puts functions of the test's own in the place of a COM object's while it exists.
-class Spy {
-public:
-    Spy(IUnknown* object, std::size_t tableSize)
-        : mTable(reinterpret_cast<void***>(object)), mOriginal(*mTable), mCopy(*mTable, *mTable + tableSize) {
-        *mTable = mCopy.data();
-    }
-    ~Spy() { *mTable = mOriginal; }
-    Spy(const Spy&) = delete;
-    Spy& operator=(const Spy&) = delete;
-
-    /// Returns what was in its place.
-    template <class Function>
-    Function* replace(std::size_t slot, Function* function) {
-        mCopy[slot] = reinterpret_cast<void*>(function);
-        return reinterpret_cast<Function*>(mOriginal[slot]);
-    }
-
-private:
-    void*** mTable;
-    void** mOriginal;
-    std::vector<void*> mCopy;
-};
 
 int creations = 0;
 HRESULT STDMETHODCALLTYPE refuseToCreate(ID3D11Device*) {
@@ -264,11 +241,11 @@ TEST_F(MeshRenderableTest, AnotherInitReadsTheMeshAnewAndAFailedOneLeavesNothing
 
 TEST_F(MeshRenderableTest, AFrameCreatesNothingAndUploadsOnlyWhatHasChanged) {
     const auto mesh = shown({square(-2, 1, up, orange), square(2, 3, up, orange)});
-    Spy device(gpu.device(), 43);
+    TestSupport::ComSpy device(gpu.device(), 43);
     for (std::size_t slot = 3; slot <= 24; ++slot) {  // CreateBuffer to CreateQuery
         device.replace(slot, &refuseToCreate);
     }
-    Spy context(gpu.context(), 115);
+    TestSupport::ComSpy context(gpu.context(), 115);
     originalMap = context.replace(14, &countMap);
     creations = uploads = 0;
     mesh->render();

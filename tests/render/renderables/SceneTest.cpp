@@ -5,6 +5,8 @@
 #include <render/renderables/MeshRenderable.h>
 #include <render/renderables/PanoRenderable.h>
 
+#include <tests/support/ComSpy.h>
+
 #include <array>
 #include <cmath>
 #include <memory>
@@ -116,35 +118,75 @@ Picture pictureOf(Render::Renderer& renderer) {
     return picture;
 }
 
+int creations = 0;
+HRESULT STDMETHODCALLTYPE refuseToCreate(ID3D11Device*) {
+    ++creations;
+    return E_FAIL;
+}
+
+// What makes the CPU wait for the GPU.
+int readBacks = 0;
+using Map = HRESULT STDMETHODCALLTYPE(ID3D11DeviceContext*, ID3D11Resource*, UINT, D3D11_MAP, UINT,
+                                      D3D11_MAPPED_SUBRESOURCE*);
+Map* originalMap = nullptr;
+HRESULT STDMETHODCALLTYPE countReadingMap(ID3D11DeviceContext* context, ID3D11Resource* resource,
+                                          UINT subresource, D3D11_MAP type, UINT flags,
+                                          D3D11_MAPPED_SUBRESOURCE* mapped) {
+    readBacks += type == D3D11_MAP_READ || type == D3D11_MAP_READ_WRITE ? 1 : 0;
+    return originalMap(context, resource, subresource, type, flags, mapped);
+}
+using GetData = HRESULT STDMETHODCALLTYPE(ID3D11DeviceContext*, ID3D11Asynchronous*, void*, UINT, UINT);
+GetData* originalGetData = nullptr;
+HRESULT STDMETHODCALLTYPE countGetData(ID3D11DeviceContext* context, ID3D11Asynchronous* asynchronous,
+                                       void* data, UINT dataSize, UINT flags) {
+    ++readBacks;
+    return originalGetData(context, asynchronous, data, dataSize, flags);
+}
+using CopyResource = void STDMETHODCALLTYPE(ID3D11DeviceContext*, ID3D11Resource*, ID3D11Resource*);
+CopyResource* originalCopyResource = nullptr;
+void STDMETHODCALLTYPE countCopy(ID3D11DeviceContext* context, ID3D11Resource* to, ID3D11Resource* from) {
+    ++readBacks;  // All of our copies are.
+    originalCopyResource(context, to, from);
+}
+
 }  // namespace
 
-class SceneTest : public testing::TestWithParam<std::tuple<bool, bool>> {};
+class SceneTest : public testing::TestWithParam<std::tuple<bool, bool>> {
+protected:
+    SceneTest() {
+        const auto [reversed, orthographic] = GetParam();
+        for (const auto& part : parts) {
+            scene->add(part);
+        }
+        renderer.setViewport(WIDTH, HEIGHT);
+        renderer.setScene(scene);
+        lookAlongXFrom(P(orthographic ? -4.0f : 0.5f, 0.2f, 0.1f));
+        if (orthographic) {
+            renderer.setOrthographic(7.0f, 1.0f, 40.0f);
+        } else {
+            renderer.setPerspective(60.0f, 0.5f, 40.0f, 0.0f, 0.0f);
+        }
+        EXPECT_EQ(panorama->loadPanoramaTiles(), Core::JobState::Completed);
+    }
+
+    void lookAlongXFrom(const P& eye) {
+        renderer.setCameraPose(eye, Eigen::Vector3f(1, 0, 0), Eigen::Vector3f(0, 0, 1));
+    }
+
+    const std::shared_ptr<Render::PointCloudRenderable> cloud = Render::PointCloudRenderable::create(
+        std::make_shared<Octree::Octree>(std::make_shared<WallOfPoints>(), Octree::Location()), "cloud",
+        100000);
+    const std::shared_ptr<Render::PanoRenderable> panorama =
+        Render::PanoRenderable::create(std::make_shared<Stripes>(), "panorama");
+    const std::array<std::shared_ptr<Render::Renderable>, 3> parts{
+        cloud, Render::MeshRenderable::create(std::make_shared<Board>(), 1.0, "mesh"), panorama};
+    const std::shared_ptr<Render::GroupRenderable> scene = Render::GroupRenderable::create("scene");
+    Render::Renderer renderer{std::get<0>(GetParam())};
+};
 
 // The picture of a scene is that of whichever of its parts is nearest, pixel by pixel.
 TEST_P(SceneTest, EachPixelShowsTheNearestOfCloudMeshAndPanorama) {
-    const auto [reversed, orthographic] = GetParam();
-    const auto cloud = Render::PointCloudRenderable::create(
-        std::make_shared<Octree::Octree>(std::make_shared<WallOfPoints>(), Octree::Location()), "cloud",
-        100000);
-    const auto panorama = Render::PanoRenderable::create(std::make_shared<Stripes>(), "panorama");
-    const std::array<std::shared_ptr<Render::Renderable>, 3> parts{
-        cloud, Render::MeshRenderable::create(std::make_shared<Board>(), 1.0, "mesh"), panorama};
-    const auto scene = Render::GroupRenderable::create("scene");
-    for (const auto& part : parts) {
-        scene->add(part);
-    }
-    Render::Renderer renderer(reversed);
-    renderer.setViewport(WIDTH, HEIGHT);
-    renderer.setScene(scene);
-    renderer.setCameraPose(P(orthographic ? -4.0f : 0.5f, 0.2f, 0.1f), Eigen::Vector3f(1, 0, 0),
-                           Eigen::Vector3f(0, 0, 1));
-    if (orthographic) {
-        renderer.setOrthographic(7.0f, 1.0f, 40.0f);
-    } else {
-        renderer.setPerspective(60.0f, 0.5f, 40.0f, 0.0f, 0.0f);
-    }
-    ASSERT_EQ(panorama->loadPanoramaTiles(), Core::JobState::Completed);
-
+    const bool reversed = std::get<0>(GetParam());
     const auto pictureWith = [&](const std::array<bool, 3>& visible) {
         for (size_t i = 0; i < 3; ++i) {
             parts[i]->setVisible(visible[i]);
@@ -175,6 +217,31 @@ TEST_P(SceneTest, EachPixelShowsTheNearestOfCloudMeshAndPanorama) {
     for (const size_t win : wins) {
         EXPECT_GT(win, WIDTH * HEIGHT / 10);
     }
+}
+
+TEST_P(SceneTest, AFrameCreatesNothingAndWaitsForNothing) {
+    cloud->reloadPoints(nullptr, 21, {});
+    renderer.render();
+    TestSupport::ComSpy device(renderer.device(), 43);
+    for (std::size_t slot = 3; slot <= 24; ++slot) {  // CreateBuffer to CreateQuery
+        device.replace(slot, &refuseToCreate);
+    }
+    TestSupport::ComSpy context(renderer.deviceContext(), 115);
+    originalMap = context.replace(14, &countReadingMap);
+    originalGetData = context.replace(29, &countGetData);
+    originalCopyResource = context.replace(47, &countCopy);
+    creations = readBacks = 0;
+    for (int i = 0; i < 3; ++i) {
+        lookAlongXFrom(P(0.5f + 0.1f * static_cast<float>(i), 0, 0));
+        renderer.setBrightness(0.1f * static_cast<float>(i));
+        renderer.render();
+    }
+    EXPECT_EQ(creations, 0);
+    EXPECT_EQ(readBacks, 0);
+    EXPECT_FALSE(renderer.needsRedraw());
+    Graphics::ColorImage picture;
+    renderer.getColorImage(picture);
+    EXPECT_EQ(readBacks, 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(DepthAndProjection, SceneTest, testing::Combine(testing::Bool(), testing::Bool()),
