@@ -132,16 +132,16 @@ PanoramaLoader::Layout chooseLayout(const std::filesystem::path& file, const Ima
 
 /// Rounded half up.
 std::array<uint8_t, Image::BYTES_PER_TEXEL> meanTexel(const uint8_t* block, size_t stride, size_t side) {
-    std::array<uint32_t, Image::BYTES_PER_TEXEL> sums{};
+    std::array<uint64_t, Image::BYTES_PER_TEXEL> sums{};
     for (size_t y = 0; y < side; ++y) {
         for (size_t byte = 0; byte < side * Image::BYTES_PER_TEXEL; ++byte) {
             sums[byte % Image::BYTES_PER_TEXEL] += block[y * stride + byte];
         }
     }
-    const uint32_t count = static_cast<uint32_t>(side * side);
+    const uint64_t count = uint64_t{side} * side;
     std::array<uint8_t, Image::BYTES_PER_TEXEL> mean{};
     std::transform(sums.begin(), sums.end(), mean.begin(),
-                   [count](uint32_t sum) { return static_cast<uint8_t>((sum + count / 2) / count); });
+                   [count](uint64_t sum) { return static_cast<uint8_t>((sum + count / 2) / count); });
     return mean;
 }
 

@@ -32,7 +32,7 @@ struct HierarchyPage {
     /// file is not to be had, is not an object of point counts by node, misses root, or has a node that is
     /// not below root, whose parent is missing, or whose count is negative and not a link. An empty file of
     /// the octree's root is a root without points.
-    static std::unique_ptr<const HierarchyPage> read(const std::filesystem::path& file,
+    static std::unique_ptr<const HierarchyPage> read(const std::filesystem::path& path,
                                                      Octree::OctreeNodeId root, const std::stop_token& stop);
 
     std::unordered_map<Octree::OctreeNodeId, HierarchyNode> nodes;

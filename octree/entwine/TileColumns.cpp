@@ -34,7 +34,7 @@ T toInteger(double value) {
     if (!(value > 0.0)) {
         return 0;
     }
-    return value >= HIGHEST ? std::numeric_limits<T>::max() : static_cast<T>(value + 0.5);
+    return value >= HIGHEST ? std::numeric_limits<T>::max() : static_cast<T>(std::round(value));
 }
 
 bool hasAll(const Tile& tile, const std::array<Known, 3>& dimensions) {

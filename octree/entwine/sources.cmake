@@ -1,5 +1,4 @@
 set(LUMARO_ENTWINE_SOURCES
-    JsonValue.cpp
     entwine/EntwineTree.cpp
     entwine/Hierarchy.cpp
     entwine/HierarchyPage.cpp
@@ -12,8 +11,6 @@ set(LUMARO_ENTWINE_SOURCES
     entwine/TileReader.cpp
     entwine/Zstandard.cpp)
 set(LUMARO_ENTWINE_HEADERS
-    GrowingBuffer.h
-    JsonValue.h
     entwine/EntwineTree.h
     entwine/FileSystemLocation.h
     entwine/Hierarchy.h

@@ -23,6 +23,8 @@ public:
         std::size_t index;
     };
 
+    ChunkDecoder(const ChunkDecoder&) = delete;
+    ChunkDecoder& operator=(const ChunkDecoder&) = delete;
     virtual ~ChunkDecoder() = default;
 
     /// Begins a chunk of at least one point; its bytes must outlive the decoding and may go on after its end.
@@ -36,8 +38,6 @@ public:
 
 protected:
     ChunkDecoder() = default;
-    ChunkDecoder(const ChunkDecoder&) = delete;
-    ChunkDecoder& operator=(const ChunkDecoder&) = delete;
 };
 
 /// Records as they are.

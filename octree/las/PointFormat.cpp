@@ -96,7 +96,7 @@ void Point10::store(const PointSink& sink, std::size_t i) const {
     storeIf(sink.flags, i, classification >> 5U | (returns >> 6U & 3U) << 4U);
     storeIf(sink.classification, i, classification & 31U);
     if (sink.scanAngle != nullptr) {
-        sink.scanAngle[i] = scanAngle;
+        sink.scanAngle[i] = std::int16_t{scanAngle};
     }
     storeIf(sink.userData, i, userData);
     storeIf(sink.pointSourceId, i, pointSourceId);

@@ -12,7 +12,7 @@ namespace Las {
 /// it in the point), colour, near infrared, extra bytes.
 struct PointFormat {
     /// 0 to 3 and 6 to 8; throws DataError naming any other, and a record shorter than its format.
-    PointFormat(unsigned number, std::size_t recordLength);
+    PointFormat(unsigned format, std::size_t length);
 
     bool isLayered() const { return number >= 6; }
     /// Those that the format has, of the ones wanted.

@@ -18,7 +18,7 @@ namespace Render {
 class LineBuffer : public std::streambuf {
 public:
     /// Room for a polygon of ten thousand corners with the longest of indices.
-    static constexpr std::size_t maxLineLength = 512 * 1024;
+    static constexpr std::size_t maxLineLength = std::size_t{512} * 1024;
 
     explicit LineBuffer(const std::filesystem::path& file);
 

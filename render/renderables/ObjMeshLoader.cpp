@@ -27,7 +27,7 @@ using P = Math::Point<float, 3>;
 using D = Math::Point<double, 3>;
 
 // For all material files of a mesh together. Materials go unused, so no mesh is worth more.
-constexpr std::size_t maxMaterialBytes = 16 * 1024 * 1024;
+constexpr std::size_t maxMaterialBytes = std::size_t{16} * 1024 * 1024;
 constexpr int maxMaterialFiles = 256;
 
 /// The lines of a material file.

@@ -95,8 +95,7 @@ Place parsePoint(const std::string& text) {
 
 Eigen::Matrix4d parseMatrix(const std::string& text) {
     const std::vector<double> numbers = parseNumbers(text, 16, "a matrix of 16 numbers, row by row");
-    const Eigen::Matrix4d matrix =
-        Eigen::Map<const Eigen::Matrix<double, 4, 4, Eigen::RowMajor>>(numbers.data());
+    Eigen::Matrix4d matrix = Eigen::Map<const Eigen::Matrix<double, 4, 4, Eigen::RowMajor>>(numbers.data());
     if (matrix.row(3) != Eigen::RowVector4d(0.0, 0.0, 0.0, 1.0)) {
         throw UsageError("the last row of the matrix is not 0,0,0,1");
     }

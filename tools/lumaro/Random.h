@@ -37,8 +37,9 @@ public:
 
     template <class T>
     void shuffle(std::vector<T>& values) {
-        for (size_t i = values.size(); i > 1; --i)
+        for (size_t i = values.size(); i > 1; --i) {
             std::swap(values[i - 1], values[static_cast<size_t>(below(i))]);
+        }
     }
 
 private:

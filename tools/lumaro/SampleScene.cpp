@@ -93,7 +93,7 @@ private:
             // Square root instead of a display's 2.2: the same digits on every platform.
             const double value =
                 std::sqrt(std::clamp(point.surface.albedo[channel] * light[channel], 0.0, 1.0));
-            const auto level = static_cast<unsigned>(value * 255.0 + 0.5);
+            const auto level = static_cast<unsigned>(std::lround(value * 255.0));
             result.color[static_cast<size_t>(channel)] = static_cast<uint16_t>(level * 257);
         }
     }

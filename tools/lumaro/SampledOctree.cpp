@@ -58,7 +58,8 @@ public:
 
 private:
     static size_t flat(int x, int y, int z) {
-        return static_cast<size_t>((z * GRID_SIDE + y) * GRID_SIDE + x);
+        constexpr size_t SIDE{GRID_SIDE};
+        return (static_cast<size_t>(z) * SIDE + static_cast<size_t>(y)) * SIDE + static_cast<size_t>(x);
     }
 
     bool hasNeighbour(uint32_t index, const std::array<int, 3>& cell) const {

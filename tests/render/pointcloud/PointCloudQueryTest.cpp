@@ -353,6 +353,7 @@ TEST_F(PointCloudQueryTest, QueriesOnManyThreadsShareACache) {
     const std::vector<Row> expected = bruteForce(*octree, {.filter = filter}).doubles;
     std::array<std::vector<Row>, 3> found;
     std::vector<std::thread> threads;
+    threads.reserve(found.size());
     for (std::vector<Row>& rows : found) {
         threads.emplace_back([&] {
             auto own = query(filter.get(), 21, 0.0f, cache);

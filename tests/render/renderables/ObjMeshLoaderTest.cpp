@@ -188,11 +188,12 @@ TEST_F(ObjMeshLoaderTest, LinesEndAsOnAnySystem) {
     // Comments bring a line end to the border of what is read at once.
     constexpr std::size_t border = 2 * LineBuffer::maxLineLength;
     for (const std::string end : {"\n", "\r\n", "\r"}) {
+        const auto line = [&end](std::string text) { return text.append(end); };
         for (std::size_t size = border - 3; size < border + 2; ++size) {
-            std::string content = "v 0 0 0" + end + "v 1 0 0" + end + "v 0 1 0" + end;
-            content += repeated("#" + std::string(200000, 'x') + end, 5);
-            content += "#" + std::string(size - content.size() - 1, 'x') + end + end;
-            content += "f 1 2 3" + end + "f 1 2 9";
+            std::string content = line("v 0 0 0") + line("v 1 0 0") + line("v 0 1 0");
+            content += repeated(line('#' + std::string(200000, 'x')), 5);
+            content += line(line('#' + std::string(size - content.size() - 1, 'x')));
+            content += line("f 1 2 3") + "f 1 2 9";
             expectError(content, "line 12: face 2 refers to vertex 9 of 3");
             content.back() = '3';
             EXPECT_EQ(trianglesOf(content), 2u);
