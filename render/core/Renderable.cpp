@@ -152,6 +152,12 @@ void Renderable::setSelected(bool selected) {
     }
 }
 
+void Renderable::skipRender() {
+    setNeedsRedraw(false);
+}
+
+void Renderable::addZRangeNeeds(const Camera&, ZRangeNeeds&) {}
+
 void Renderable::setParent(std::weak_ptr<Renderable> parent) {
     mParent = std::move(parent);
     invalidateWorldMatrix();

@@ -9,6 +9,7 @@
 #include <math/TriangleMesh.h>
 #include <render/core/Camera.h>
 #include <render/core/RenderMode.h>
+#include <render/core/ZRangeNeeds.h>
 #include <render/gpu/CComPtr.h>
 #include <render/gpu/ColorMap.h>
 
@@ -92,6 +93,13 @@ public:
     virtual void setNeedsRedraw(bool needsRedraw);
     virtual bool needsRedraw() const;
     virtual void setSelected(bool selected);
+
+    /// Called instead of render() in a frame that leaves this renderable out because it is hidden, itself or
+    /// with a group above it. Clears the redraw flag: a hidden renderable asks for one frame, not for ever.
+    virtual void skipRender();
+    /// Called with automatic near and far planes, before they are set, unless the renderable is hidden: extends
+    /// `needs` by what is drawn outside boundingBox(). The base adds nothing.
+    virtual void addZRangeNeeds(const Camera& camera, ZRangeNeeds& needs);
 
     std::string name() const { return mName; }
     void setName(const std::string& name) { mName = name; }
