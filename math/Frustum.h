@@ -13,6 +13,8 @@ public:
     using Planes = std::array<NPlane<T, 3>, 6>;
 
     Frustum() { mPlanes.fill(NPlane<T, 3>(Point<T, 3>(), T(0))); }
+    /// Planes in the order of planes().
+    explicit Frustum(const Planes& planes) : mPlanes(planes) {}
 
     /// From a matrix that takes points to clip space (−w ≤ x, y ≤ w and 0 ≤ z ≤ w, reversed depth or not).
     /// The planes are those of the space the matrix takes from, with unit normals.

@@ -1,17 +1,31 @@
 #include <render/core/Camera.h>
+#include <render/core/DepthTerms.h>
 
 #include <Eigen/Geometry>
 #include <Eigen/LU>
 #include <algorithm>
 #include <cmath>
+#include <initializer_list>
+#include <stdexcept>
+#include <string>
 
 namespace Render {
 
 namespace {
 
 constexpr float kPi = 3.1415927f;
-constexpr double kSmallestNear = 0.01;
-constexpr double kSmallestDepthRange = 0.0001;
+
+void require(bool condition, const char* fault) {
+    if (!condition) {
+        throw std::invalid_argument(std::string("Camera: ") + fault);
+    }
+}
+
+void requireFinite(std::initializer_list<float> values) {
+    for (const float value : values) {
+        require(std::isfinite(value), "a value that is not a finite number");
+    }
+}
 
 double aspectOf(const Viewport& viewport) {
     if (viewport.width() == 0 || viewport.height() == 0) {
@@ -28,22 +42,6 @@ Eigen::Vector3d upFor(const Eigen::Vector3d& direction, const Eigen::Vector3d& u
     }
     const Eigen::Vector3d y = Eigen::Vector3d::UnitY();
     return direction.cross(y).norm() > smallestSine ? y : Eigen::Vector3d(Eigen::Vector3d::UnitZ());
-}
-
-// What a projection does to z: row 2 of its matrix in columns 2 and 3, for a last row scaled by `scale`.
-struct DepthTerms {
-    float z;
-    float offset;
-};
-
-DepthTerms perspectiveDepth(float nearDepth, float farDepth, float scale) {
-    const float range = nearDepth - farDepth;
-    return {scale * (farDepth / range), scale * (nearDepth * farDepth / range)};
-}
-
-DepthTerms orthographicDepth(float nearDepth, float farDepth, float scale) {
-    const float range = nearDepth - farDepth;
-    return {scale / range, scale * (nearDepth / range)};
 }
 
 }  // namespace
@@ -68,7 +66,7 @@ void Camera::setViewport(size_t width, size_t height) {
             buildPerspective();
             break;
         case ProjectionKind::Orthographic:
-            mHorizontalExtent = mVerticalExtent * aspect();
+            stretchExtent(oldAspect, newAspect);
             buildOrthographic();
             break;
         case ProjectionKind::Custom:
@@ -77,18 +75,30 @@ void Camera::setViewport(size_t width, size_t height) {
     }
 }
 
+// The ratio of horizontal to vertical scale stays: with square pixels that makes the extents' ratio the
+// viewport's.
+void Camera::stretchExtent(double oldAspect, double newAspect) {
+    if (mSetAspect == 0.0) {
+        mSetAspect = oldAspect != 0.0 ? oldAspect : newAspect;
+    }
+    const bool hasSquarePixels = mSetHorizontalExtent == mVerticalExtent * static_cast<float>(mSetAspect);
+    mHorizontalExtent = hasSquarePixels ? mVerticalExtent * aspect()
+                                        : static_cast<float>(mSetHorizontalExtent * (newAspect / mSetAspect));
+}
+
 void Camera::followAspect(double oldAspect, double newAspect) {
     if (mCustomFixed) {
         return;
     }
-    if (mCustomAspect == 0.0) {
-        mCustomAspect = oldAspect != 0.0 ? oldAspect : newAspect;
+    if (isOrthographic()) {
+        stretchExtent(oldAspect, newAspect);
+    } else if (mSetAspect == 0.0) {
+        mSetAspect = oldAspect != 0.0 ? oldAspect : newAspect;
     }
-    const float scale = static_cast<float>(mCustomAspect / newAspect);
+    const float scale = static_cast<float>(mSetAspect / newAspect);
     Eigen::Matrix4f projection = mProjectionMatrix;
     projection(0, 0) = mCustomXRow.x() * scale;
     projection(0, 1) = mCustomXRow.y() * scale;
-    mHorizontalExtent = mCustomHorizontalExtent / scale;
     storeProjection(projection);
 }
 
@@ -96,12 +106,16 @@ void Camera::setViewMatrix(const Eigen::Matrix4f& viewMatrix) {
     if (viewMatrix == mViewMatrix) {
         return;
     }
+    require(viewMatrix.allFinite() && viewMatrix.cast<double>().determinant() != 0.0,
+            "a view matrix that is not finite or has no inverse");
     mViewMatrix = viewMatrix;
     updateProducts();
 }
 
 void Camera::setPose(const Math::Point<float, 3>& eye, const Eigen::Vector3f& viewDirection,
                      const Eigen::Vector3f& up) {
+    require(eye.vector().allFinite() && viewDirection.allFinite() && up.allFinite(),
+            "a pose that is not finite");
     if (viewDirection.isZero(0.0f)) {
         return;
     }
@@ -123,6 +137,9 @@ void Camera::setPose(const Math::Point<float, 3>& eye, const Math::Point<float, 
 }
 
 void Camera::setPerspective(float fovYDeg, float zNear, float zFar, float offCenterX, float offCenterY) {
+    requireFinite({fovYDeg, zNear, zFar, offCenterX, offCenterY});
+    require(fovYDeg > 0.0f && fovYDeg < 180.0f, "a field of view that is not between 0 and 180 degrees");
+    require(zNear != zFar && zNear != 0.0f && zFar != 0.0f, "near and far planes that are equal or 0");
     mFovY = fovYDeg * kPi / 180.0f;
     mZNear = zNear;
     mZFar = zFar;
@@ -134,22 +151,30 @@ void Camera::setPerspective(float fovYDeg, float zNear, float zFar, float offCen
 
 void Camera::setPerspectiveOffCenter(float left, float right, float bottom, float top, float zNear,
                                      float zFar, bool fixed) {
+    requireFinite({left, right, bottom, top, zNear, zFar});
+    require(left != right && bottom != top, "a picture without width or height");
+    require(zNear != zFar && zNear != 0.0f && zFar != 0.0f, "near and far planes that are equal or 0");
     Eigen::Matrix4f projection = Eigen::Matrix4f::Zero();
     projection(0, 0) = 2.0f * zNear / (right - left);
     projection(1, 1) = 2.0f * zNear / (top - bottom);
     projection(0, 2) = (right + left) / (right - left);
     projection(1, 2) = (top + bottom) / (top - bottom);
     projection(3, 2) = -1.0f;
-    const DepthTerms depth =
-        mZBufferReversed ? perspectiveDepth(zFar, zNear, 1.0f) : perspectiveDepth(zNear, zFar, 1.0f);
+    const DepthTerms depth = DepthTerms::perspective(zNear, zFar, mZBufferReversed, 1.0f);
     projection(2, 2) = depth.z;
     projection(2, 3) = depth.offset;
     setProjection(projection, zNear, zFar, fixed);
+    mHasDepthRange = true;
 }
 
 void Camera::setOrthographic(float horizontalExtent, float verticalExtent, float zNear, float zFar) {
+    requireFinite({horizontalExtent, verticalExtent, zNear, zFar});
+    require(horizontalExtent != 0.0f && verticalExtent != 0.0f, "an extent of 0");
+    require(zNear != zFar, "near and far planes that are equal");
     mHorizontalExtent = horizontalExtent;
     mVerticalExtent = verticalExtent;
+    mSetHorizontalExtent = horizontalExtent;
+    mSetAspect = aspectOf(mViewport);
     mZNear = zNear;
     mZFar = zFar;
     mKind = ProjectionKind::Orthographic;
@@ -161,152 +186,32 @@ void Camera::setOrthographic(float verticalExtent, float zNear, float zFar) {
 }
 
 void Camera::setProjection(const Eigen::Matrix4f& projection, float zNear, float zFar, bool fixed) {
+    requireFinite({zNear, zFar});
+    require(projection.allFinite() && projection.cast<double>().determinant() != 0.0,
+            "a projection matrix that is not finite or has no inverse");
     mZNear = zNear;
     mZFar = zFar;
     mKind = ProjectionKind::Custom;
+    mHasDepthRange = false;
     mCustomFixed = fixed;
-    mCustomAspect = aspectOf(mViewport);
+    mSetAspect = aspectOf(mViewport);
     mCustomXRow = {projection(0, 0), projection(0, 1)};
     if (projection(3, 3) != 0.0f) {
         mHorizontalExtent = std::abs(2.0f * projection(3, 3) / projection(0, 0));
         mVerticalExtent = std::abs(2.0f * projection(3, 3) / projection(1, 1));
+        mSetHorizontalExtent = mHorizontalExtent;
     } else {
         mFovY = 2.0f * std::atan(std::abs(projection(3, 2) / projection(1, 1)));
         mOffCenterX = projection(0, 2);
         mOffCenterY = projection(1, 2);
     }
-    mCustomHorizontalExtent = mHorizontalExtent;
     storeProjection(projection);
-}
-
-void Camera::setZNearAndFarViaBoundingBox(const Math::NBoundingBox<float, 3>& box) {
-    if (box.isEmpty()) {
-        return;
-    }
-    const Eigen::Vector3d low = box.min.vector().cast<double>();
-    const Eigen::Vector3d high = box.max.vector().cast<double>();
-    const Eigen::Vector3d direction = viewDirection().cast<double>();
-    const double radius = (0.5 * (high - low)).cwiseProduct(direction).cwiseAbs().sum();
-    const double distance = direction.dot(0.5 * (low + high) - eyePosition());
-    double zNear = distance - radius;
-    double zFar = distance + radius;
-    if (isPerspective()) {
-        zNear = std::max(zNear, kSmallestNear);
-        zFar = std::max(zFar, zNear + kSmallestDepthRange);
-    }
-    if (!std::isfinite(zNear) || !std::isfinite(zFar)) {
-        return;
-    }
-    if (!(static_cast<float>(zFar) > static_cast<float>(zNear))) {
-        // A flat box that faces the camera: equal planes would make the projection infinite.
-        const double half = std::max(0.5 * kSmallestDepthRange, 1e-6 * std::abs(zNear));
-        zNear -= half;
-        zFar = zNear + 2.0 * half;
-    }
-    setDepthRange(static_cast<float>(zNear), static_cast<float>(zFar));
-}
-
-void Camera::setDepthRange(float zNear, float zFar) {
-    if (mKind != ProjectionKind::Custom) {
-        mZNear = zNear;
-        mZFar = zFar;
-        if (mKind == ProjectionKind::Perspective) {
-            buildPerspective();
-        } else {
-            buildOrthographic();
-        }
-        return;
-    }
-    Eigen::Matrix4f projection = mProjectionMatrix;
-    const Eigen::RowVector4f last = projection.row(3);
-    const bool orthographic = last(3) != 0.0f;
-    if (last(0) != 0.0f || last(1) != 0.0f || (orthographic && last(2) != 0.0f)) {
-        return;
-    }
-    mZNear = zNear;
-    mZFar = zFar;
-    const float nearDepth = mZBufferReversed ? zFar : zNear;
-    const float farDepth = mZBufferReversed ? zNear : zFar;
-    const DepthTerms depth = orthographic ? orthographicDepth(nearDepth, farDepth, last(3))
-                                          : perspectiveDepth(nearDepth, farDepth, -last(2));
-    projection.row(2) << 0.0f, 0.0f, depth.z, depth.offset;
-    storeProjection(projection);
-}
-
-float Camera::fovYDeg() const {
-    return mFovY * 180.0f / kPi;
-}
-
-float Camera::clearDepthValue() const {
-    return mZBufferReversed ? mViewport.minDepth() : mViewport.maxDepth();
-}
-
-Eigen::Vector3d Camera::eyePosition() const {
-    const Eigen::Matrix4d inverse = mViewMatrix.cast<double>().inverse();
-    return inverse.topRightCorner<3, 1>();
-}
-
-Math::Point<float, 3> Camera::eye() const {
-    return Math::Point<float, 3>(Eigen::Vector3f(eyePosition().cast<float>()));
-}
-
-Eigen::Vector3f Camera::rightDirection() const {
-    return mViewMatrix.block<1, 3>(0, 0).transpose();
-}
-
-Eigen::Vector3f Camera::upDirection() const {
-    return mViewMatrix.block<1, 3>(1, 0).transpose();
-}
-
-Eigen::Vector3f Camera::viewDirection() const {
-    return -mViewMatrix.block<1, 3>(2, 0).transpose();
-}
-
-Math::Point<float, 3> Camera::unProject(size_t x, size_t y, float depth) const {
-    const double width = static_cast<double>(mViewport.width());
-    const double height = static_cast<double>(mViewport.height());
-    const Eigen::Vector4d clip(2.0 * static_cast<double>(x) / width - 1.0,
-                               2.0 * (height - static_cast<double>(y)) / height - 1.0,
-                               static_cast<double>(depth), 1.0);
-    const Eigen::Vector4d world = mInvViewProjectionMatrix.cast<double>() * clip;
-    return Math::Point<float, 3>(Eigen::Vector3f((world.head<3>() / world.w()).cast<float>()));
-}
-
-Math::Point<float, 3> Camera::project(const Math::Point<float, 3>& point) const {
-    const float width = static_cast<float>(mViewport.width());
-    const float height = static_cast<float>(mViewport.height());
-    const Eigen::Vector4f clip = mViewProjectionMatrix * point.vector().homogeneous();
-    return Math::Point<float, 3>((clip.x() / clip.w() + 1.0f) * width * 0.5f,
-                                 height - (clip.y() / clip.w() + 1.0f) * height * 0.5f, point.vector().z());
-}
-
-Math::Frustum<float> Camera::frustum() const {
-    return Math::Frustum<float>::fromMatrix(mViewProjectionMatrix);
-}
-
-Math::Frustum<float> Camera::frustum(const Eigen::Matrix4f& modelMatrix) const {
-    return Math::Frustum<float>::fromMatrix(mViewProjectionMatrix * modelMatrix);
-}
-
-Math::Frustum<float> Camera::scaledFrustum(float sx, float sy, float sz,
-                                           const Eigen::Matrix4f& modelMatrix) const {
-    Eigen::Matrix4f scaling = Eigen::Matrix4f::Identity();
-    scaling(0, 0) = 1.0f / sx;
-    scaling(1, 1) = 1.0f / sy;
-    scaling(2, 2) = 1.0f / sz;
-    scaling(2, 3) = 0.5f - 0.5f / sz;
-    return Math::Frustum<float>::fromMatrix(scaling * mViewProjectionMatrix * modelMatrix);
-}
-
-bool Camera::operator==(const Camera& other) const {
-    return mViewMatrix == other.mViewMatrix && mProjectionMatrix == other.mProjectionMatrix &&
-           mViewport == other.mViewport && mZBufferReversed == other.mZBufferReversed;
 }
 
 void Camera::buildPerspective() {
+    mHasDepthRange = true;
     const float yScale = std::cos(mFovY / 2.0f) / std::sin(mFovY / 2.0f);
-    const DepthTerms depth =
-        mZBufferReversed ? perspectiveDepth(mZFar, mZNear, 1.0f) : perspectiveDepth(mZNear, mZFar, 1.0f);
+    const DepthTerms depth = DepthTerms::perspective(mZNear, mZFar, mZBufferReversed, 1.0f);
     Eigen::Matrix4f projection = Eigen::Matrix4f::Zero();
     projection(0, 0) = yScale / aspect();
     projection(1, 1) = yScale;
@@ -319,8 +224,8 @@ void Camera::buildPerspective() {
 }
 
 void Camera::buildOrthographic() {
-    const DepthTerms depth =
-        mZBufferReversed ? orthographicDepth(mZFar, mZNear, 1.0f) : orthographicDepth(mZNear, mZFar, 1.0f);
+    mHasDepthRange = true;
+    const DepthTerms depth = DepthTerms::orthographic(mZNear, mZFar, mZBufferReversed, 1.0f);
     Eigen::Matrix4f projection = Eigen::Matrix4f::Zero();
     projection(0, 0) = 2.0f / mHorizontalExtent;
     projection(1, 1) = 2.0f / mVerticalExtent;

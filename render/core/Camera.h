@@ -4,6 +4,7 @@
 #include <math/Frustum.h>
 #include <math/NBoundingBox.h>
 #include <math/Point.h>
+#include <render/core/ZRangeNeeds.h>
 #include <render/gpu/Viewport.h>
 
 #include <Eigen/Core>
@@ -18,8 +19,13 @@ namespace Render {
 /// With a reversed depth buffer (chosen once, at construction) the near plane has depth 1 and the far plane
 /// 0: every projection is then built with near and far swapped.
 ///
-/// Matrices are only replaced when an element differs, and the products follow at once. The redraw flag may
-/// be set from any thread; everything else belongs to the rendering thread.
+/// Matrices are only replaced when an element differs, and the products follow at once. Values that make no
+/// view (NaN or infinity, a field of view outside 0 to 180 degrees, an extent of 0, equal near and far planes,
+/// a view matrix without inverse) throw std::invalid_argument before anything is changed.
+///
+/// The redraw flag may be set from any thread; everything else belongs to the rendering thread. A host
+/// usually moves the camera through its Renderer. What is set here directly shows at the next frame, and the
+/// renderer's needsRedraw() asks for that frame.
 class LUMARO_API Camera {
 public:
     /// A perspective of 60 degrees, near 0.01, far 20000, in a viewport of 640 x 480.
@@ -27,7 +33,7 @@ public:
 
     /// Stores the size. When the aspect ratio changes and neither the old nor the new height is zero, the
     /// projection follows with its vertical scale kept: a perspective is rebuilt from its parameters, an
-    /// orthographic projection gets horizontalExtent = verticalExtent * aspect, and a custom projection
+    /// orthographic projection keeps its ratio of horizontal to vertical scale, and a custom projection
     /// (setPerspectiveOffCenter, setProjection) is scaled horizontally unless it was set as fixed.
     void setViewport(size_t width, size_t height);
     Viewport& viewport() { return mViewport; }
@@ -68,6 +74,11 @@ public:
     /// it was set. A perspective's near plane is at least 0.01 away and its far plane at least 0.0001 beyond
     /// that; orthographic planes may lie behind the eye. An empty box changes nothing.
     void setZNearAndFarViaBoundingBox(const Math::NBoundingBox<float, 3>& box);
+    /// The same with room: for `needs`, and for the rounding of float positions, so that what lies exactly on
+    /// the near or the far side of the box is drawn. Without a reversed depth buffer the far plane may move
+    /// up to ten times as far away, because there the depths before it are nearly equal. With an empty box
+    /// the planes only move apart, as far as `needs` asks.
+    void fitZRange(const Math::NBoundingBox<float, 3>& box, const ZRangeNeeds& needs);
 
     float fovYRad() const { return mFovY; }
     float fovYDeg() const;
@@ -118,8 +129,18 @@ private:
 
     void buildPerspective();
     void buildOrthographic();
+    void stretchExtent(double oldAspect, double newAspect);
     void followAspect(double oldAspect, double newAspect);
-    void setDepthRange(float zNear, float zFar);
+    struct DepthRange {
+        double zNear;
+        double zFar;
+    };
+
+    DepthRange depthRangeOf(const Math::NBoundingBox<float, 3>& box) const;
+    DepthRange withRoomForRounding(DepthRange range, double largestCoordinate) const;
+    void setDepthRange(DepthRange range);
+    void setCustomDepthRange();
+    Math::Frustum<float> frustumOf(const Eigen::Matrix4d& clipScaling, const Eigen::Matrix4d& model) const;
     void storeProjection(const Eigen::Matrix4f& projection);
     void updateProducts();
     float aspect() const;
@@ -133,21 +154,23 @@ private:
     float mOffCenterX = 0.0f;
     float mOffCenterY = 0.0f;
     Viewport mViewport;
-    Eigen::Matrix4f mViewMatrix = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f mProjectionMatrix = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f mViewProjectionMatrix = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f mInvViewProjectionMatrix = Eigen::Matrix4f::Identity();
+    // A host's compiler may align matrices more strictly than the library's, up to their size.
+    alignas(64) Eigen::Matrix4f mViewMatrix = Eigen::Matrix4f::Identity();
+    alignas(64) Eigen::Matrix4f mProjectionMatrix = Eigen::Matrix4f::Identity();
+    alignas(64) Eigen::Matrix4f mViewProjectionMatrix = Eigen::Matrix4f::Identity();
+    alignas(64) Eigen::Matrix4f mInvViewProjectionMatrix = Eigen::Matrix4f::Identity();
     bool mZBufferReversed;
     std::atomic<bool> mNeedsRedraw{true};
 
     ProjectionKind mKind = ProjectionKind::Perspective;
-    // A custom projection is always rescaled from what was set, so that resizing back and forth does not
-    // drift.
+    /// The projection's depths are those of mZNear and mZFar; a matrix of the host's may say otherwise.
+    bool mHasDepthRange = true;
+    // A custom or stretched projection is always rescaled from what was set, so that resizing back and forth
+    // does not drift.
     bool mCustomFixed = false;
-    double mCustomAspect =
-        0.0;  // aspect that mCustomXRow belongs to; 0 until a viewport with a height is known
+    double mSetAspect = 0.0;  ///< Of the viewport when the projection was set; 0 until it has an area.
+    float mSetHorizontalExtent = 0.0f;
     Eigen::Vector2f mCustomXRow = Eigen::Vector2f::Zero();
-    float mCustomHorizontalExtent = 0.0f;
 };
 
 }  // namespace Render

@@ -3,6 +3,10 @@
 
 #include <Eigen/Geometry>
 #include <cmath>
+#include <functional>
+#include <limits>
+#include <random>
+#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -274,6 +278,124 @@ TEST(Camera, frustumsBoundTheViewInWorldAndModelCoordinates) {
     EXPECT_TRUE(deep.contains(P(0.0f, 0.0f, -14.9f)));
     EXPECT_FALSE(deep.contains(P(0.0f, 0.0f, -15.1f)));
     EXPECT_TRUE(deep.contains(P(0.0f, 0.0f, 4.9f)));
+}
+
+// What a graphics card computes: products and sums in float.
+bool isDrawn(const Camera& camera, const P& world) {
+    const Eigen::Vector4f clip = camera.viewProjectionMatrix() * world.vector().homogeneous();
+    const float depth = clip.z() / clip.w();
+    const bool isInside = clip.w() > 0.0f && clip.z() >= 0.0f && clip.z() <= clip.w();
+    return isInside && (camera.isZBufferReversed() ? depth >= 0.0f : depth < 1.0f);
+}
+
+TEST(Camera, whatLiesOnTheFarAndTheNearSideOfTheBoundsIsDrawn) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> unit(-1.0f, 1.0f);
+    int failures = 0;
+    for (int i = 0; i < 4000; ++i) {
+        Camera camera(i % 2 == 0);
+        const float size = std::pow(10.0f, 2.0f + 2.0f * unit(random));  // up to 10 km
+        const P center(size * 10.0f * unit(random), size * unit(random), size * unit(random));
+        const P half(size, size * 0.2f, i % 3 == 0 ? 0.0f : size);
+        const Box box(center - half, center + half);
+        const float distance = i % 4 == 0 ? 0.5f : 3.0f;
+        camera.setPose(center + P(0.0f, 0.0f, distance * size), Eigen::Vector3f(0.0f, 0.0f, -1.0f),
+                       Eigen::Vector3f::UnitY());
+        if (i % 5 == 0) {
+            camera.setOrthographic(4.0f * size, 4.0f * size, 1.0f, 2.0f);
+        }
+        camera.fitZRange(box, {});
+        for (const float z : {box.min.z(), box.max.z()}) {
+            const P point(center.x() + 0.1f * size * unit(random), center.y(), z);
+            const bool isBehind = distance < 1.0f && camera.isPerspective() && z == box.max.z();
+            failures += !isBehind && !isDrawn(camera, point);
+        }
+    }
+    EXPECT_EQ(failures, 0);
+}
+
+TEST(Camera, nothingVisibleIsOutsideTheFrustumOfALongScene) {
+    for (const bool reversed : {false, true}) {
+        for (const float length : {1e3f, 1e4f, 1e5f}) {
+            SCOPED_TRACE(length);
+            Camera camera(reversed);
+            camera.setPose(P(0.0f, 0.0f, 0.0f), Eigen::Vector3f::UnitX(), Eigen::Vector3f::UnitZ());
+            camera.fitZRange(Box(P(-length, -100.0f, -25.0f), P(length, 100.0f, 25.0f)), {});
+            Eigen::Matrix4f model = Eigen::Matrix4f::Identity();
+            model(1, 3) = 20.0f;
+            const Math::Frustum<float> frustum = camera.frustum(model);
+            for (float x = 0.02f; x < length; x *= 1.01f) {
+                EXPECT_TRUE(frustum.contains(P(x, -20.0f, 0.1f * x))) << x;
+            }
+            EXPECT_FALSE(frustum.contains(P(11.0f * length, -20.0f, 0.0f)));
+        }
+    }
+}
+
+TEST(Camera, needsMoveTheAutomaticPlanesApart) {
+    Camera camera(true);
+    const Box box(P(-1.0f, -1.0f, -9.0f), P(1.0f, 1.0f, -4.0f));
+    camera.fitZRange(box, {.nearest = 2.0f, .farthest = 7.0f, .room = 3.0f});
+    EXPECT_NEAR(camera.zNear(), 2.0f, 1e-4f);
+    EXPECT_NEAR(camera.zFar(), 12.0f, 1e-4f);
+    camera.fitZRange(box, {.nearest = 6.0f, .farthest = 20.0f, .room = 1.0f});
+    EXPECT_NEAR(camera.zNear(), 4.0f, 1e-4f);
+    EXPECT_NEAR(camera.zFar(), 21.0f, 1e-4f);
+    // Without a box they never come closer to each other.
+    camera.fitZRange(Box(), {});
+    EXPECT_NEAR(camera.zFar(), 21.0f, 1e-4f);
+    camera.fitZRange(Box(), {.nearest = 0.5f, .farthest = 30.0f, .room = 1.0f});
+    camera.fitZRange(Box(), {.nearest = 8.0f, .farthest = 9.0f, .room = 1.0f});
+    EXPECT_NEAR(camera.zNear(), 0.5f, 1e-4f);
+    EXPECT_NEAR(camera.zFar(), 31.0f, 1e-4f);
+}
+
+TEST(Camera, aStretchedViewFollowsAResizeWithoutAJump) {
+    Camera camera(false);
+    camera.setOrthographic(100.0f, 10.0f, -1.0f, 1.0f);
+    camera.setViewport(641, 480);
+    EXPECT_NEAR(camera.horizontalExtent(), 100.15625f, 1e-4f);
+    EXPECT_EQ(camera.verticalExtent(), 10.0f);
+    camera.setViewport(1280, 480);
+    EXPECT_FLOAT_EQ(camera.horizontalExtent(), 200.0f);
+    camera.setViewport(640, 480);
+    EXPECT_EQ(camera.horizontalExtent(), 100.0f);
+    // A perspective has no extents that a resize could change.
+    Camera perspective(false);
+    perspective.setProjection(perspective.projectionMatrix(), 0.01f, 20000.0f, false);
+    perspective.setViewport(1280, 480);
+    EXPECT_EQ(perspective.horizontalExtent(), 4.0f);
+}
+
+TEST(Camera, refusesWhatMakesNoViewBeforeAnythingIsChanged) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    const Eigen::Vector3f up = Eigen::Vector3f::UnitZ();
+    Eigen::Matrix4f broken = Eigen::Matrix4f::Identity();
+    broken(1, 2) = nan;
+    const std::vector<std::function<void(Camera&)>> calls = {
+        [&](Camera& c) { c.setPose(P(nan, 0.0f, 0.0f), up, up); },
+        [&](Camera& c) { c.setPose(P(), P(inf, 0.0f, 0.0f), up); },
+        [&](Camera& c) { c.setViewMatrix(broken); },
+        [&](Camera& c) { c.setViewMatrix(Eigen::Matrix4f::Zero()); },
+        [&](Camera& c) { c.setPerspective(nan, 1.0f, 9.0f, 0.0f, 0.0f); },
+        [&](Camera& c) { c.setPerspective(180.0f, 1.0f, 9.0f, 0.0f, 0.0f); },
+        [&](Camera& c) { c.setPerspective(60.0f, 1.0f, 1.0f, 0.0f, 0.0f); },
+        [&](Camera& c) { c.setPerspective(60.0f, 1.0f, inf, 0.0f, 0.0f); },
+        [&](Camera& c) { c.setPerspectiveOffCenter(1.0f, 1.0f, 0.0f, 1.0f, 1.0f, 9.0f, false); },
+        [&](Camera& c) { c.setOrthographic(0.0f, 1.0f, 1.0f, 9.0f); },
+        [&](Camera& c) { c.setOrthographic(2.0f, nan, 9.0f); },
+        [&](Camera& c) { c.setProjection(broken, 1.0f, 9.0f, false); },
+    };
+    for (size_t i = 0; i < calls.size(); ++i) {
+        Camera camera(true);
+        EXPECT_THROW(calls[i](camera), std::invalid_argument) << i;
+        EXPECT_TRUE(camera == Camera(true)) << i;
+        EXPECT_EQ(camera.zNear(), 0.01f) << i;
+        EXPECT_EQ(camera.zFar(), 20000.0f) << i;
+        EXPECT_FLOAT_EQ(camera.fovYDeg(), 60.0f) << i;
+        EXPECT_EQ(camera.verticalExtent(), 3.0f) << i;
+    }
 }
 
 TEST(Camera, equalityFollowsMatricesViewportAndDepthConvention) {
