@@ -57,8 +57,8 @@ set(private_octree ChildCube GrowingBuffer JsonValue RandomAccessFile las/.*
     entwine/TileColumns entwine/TileReader entwine/Zstandard
     potree/ChunkColumn potree/FetchCancelled potree/FileLoader potree/HierarchyChunk potree/Metadata potree/Node
     potree/NodeChunk potree/NodeTable potree/PointCodes potree/PointColumns potree/Store)
-set(private_render core/DepthTerms core/ReadMapping
-    gpu/ShaderCompiler gpu/ShaderInclude gpu/ShaderLibrary gpu/TypePromises gpu/VertexLayouts
+set(private_render core/DepthTerms core/ReadMapping core/TargetNames
+    gpu/ShaderCompiler gpu/ShaderInclude gpu/ShaderLibrary gpu/ShaderWarmUp gpu/TypePromises gpu/VertexLayouts
     pointcloud/BrightnessAndContrast pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/NodeId
     pointcloud/NodePrioritizer pointcloud/NodeVertexPacking pointcloud/NodeVertexSource pointcloud/PointCloudGpu
     pointcloud/PointCloudStreamer pointcloud/PointPool pointcloud/PublishedNodes pointcloud/WalkParameters

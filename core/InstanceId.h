@@ -9,9 +9,8 @@ namespace Core {
  * Numbers the instances of T (T derives from InstanceId<T>): 0 for the first of the process, 1 for the next,
  * and so on, from any thread. A copy carries its source's number.
  *
- * For a T that is exported from a DLL only nextId() is instantiated there, so that every module of the
- * process draws from one counter. Its header says `extern template LUMARO_API size_t
- * Core::InstanceId<T>::nextId();`, one source `template size_t Core::InstanceId<T>::nextId();`.
+ * For a T that is exported from a DLL, InstanceId<T> is instantiated there alone, so that every module of the
+ * process draws from one counter. T's header declares the instantiation as extern, one source defines it.
  */
 template <class T>
 class InstanceId {

@@ -20,8 +20,8 @@ namespace Render {
 /// 0: every projection is then built with near and far swapped.
 ///
 /// Matrices are only replaced when an element differs, and the products follow at once. Values that make no
-/// view (NaN or infinity, a field of view outside 0 to 180 degrees, an extent of 0, equal near and far planes,
-/// a view matrix without inverse) throw std::invalid_argument before anything is changed.
+/// view (NaN or infinity, a field of view outside 0 to 180 degrees, an extent of 0, equal near and far
+/// planes, a view matrix without inverse) throw std::invalid_argument before anything is changed.
 ///
 /// The redraw flag may be set from any thread; everything else belongs to the rendering thread. A host
 /// usually moves the camera through its Renderer. What is set here directly shows at the next frame, and the

@@ -51,15 +51,15 @@ void Camera::fitZRange(const Math::NBoundingBox<float, 3>& box, const ZRangeNeed
     range = depthRangeOf(box);
     range.zNear = std::min(range.zNear, double{needs.nearest});
     range.zFar = std::max(range.zFar, double{needs.farthest}) + double{needs.room};
-    const double largestCoordinate = std::max({largestCoordinateOf(eyePosition()),
-                                               largestCoordinateOf(box.min.vector().cast<double>()),
-                                               largestCoordinateOf(box.max.vector().cast<double>())});
+    const double largestCoordinate =
+        std::max({largestCoordinateOf(eyePosition()), largestCoordinateOf(box.min.vector().cast<double>()),
+                  largestCoordinateOf(box.max.vector().cast<double>())});
     setDepthRange(withRoomForRounding(range, largestCoordinate));
 }
 
 // A vertex shader computes z and w in float, each from products as large as the coordinates. A point on the
-// far side must still come out before the far plane, and, where the depth buffer is not reversed, with a depth
-// that differs from 1, to which the buffer was cleared.
+// far side must still come out before the far plane, and, where the depth buffer is not reversed, with a
+// depth that differs from 1, to which the buffer was cleared.
 Camera::DepthRange Camera::withRoomForRounding(DepthRange range, double largestCoordinate) const {
     constexpr double farthestFactor = 10.0;
     const double error = 8.0 * kRounding * (std::abs(range.zFar) + largestCoordinate);
@@ -115,9 +115,8 @@ void Camera::setDepthRange(DepthRange range) {
 void Camera::setCustomDepthRange() {
     mHasDepthRange = true;
     const DepthTerms depth =
-        isOrthographic()
-            ? DepthTerms::orthographic(mZNear, mZFar, mZBufferReversed, mProjectionMatrix(3, 3))
-            : DepthTerms::perspective(mZNear, mZFar, mZBufferReversed, -mProjectionMatrix(3, 2));
+        isOrthographic() ? DepthTerms::orthographic(mZNear, mZFar, mZBufferReversed, mProjectionMatrix(3, 3))
+                         : DepthTerms::perspective(mZNear, mZFar, mZBufferReversed, -mProjectionMatrix(3, 2));
     Eigen::Matrix4f projection = mProjectionMatrix;
     projection.row(2) << 0.0f, 0.0f, depth.z, depth.offset;
     storeProjection(projection);

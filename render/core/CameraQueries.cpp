@@ -88,9 +88,10 @@ Math::Frustum<float> Camera::scaledFrustum(float sx, float sy, float sz,
     return frustumOf(scaling, modelMatrix.cast<double>());
 }
 
-// Without a reversed depth buffer, the projection's float elements place the far plane only to within percents
-// of a far distance. Where the projection was built from it, the exact one takes its place.
-Math::Frustum<float> Camera::frustumOf(const Eigen::Matrix4d& clipScaling, const Eigen::Matrix4d& model) const {
+// Without a reversed depth buffer, the projection's float elements place the far plane only to within
+// percents of a far distance. Where the projection was built from it, the exact one takes its place.
+Math::Frustum<float> Camera::frustumOf(const Eigen::Matrix4d& clipScaling,
+                                       const Eigen::Matrix4d& model) const {
     const Eigen::Matrix4d modelView = mViewMatrix.cast<double>() * model;
     const Eigen::Matrix4d clip = clipScaling * mProjectionMatrix.cast<double>() * modelView;
     const auto exact = Math::Frustum<double>::fromMatrix(clip).planes();

@@ -54,6 +54,7 @@ RenderMode PostProcess::renderMode() const {
 }
 
 void PostProcess::draw(ID3D11DeviceContext* context) {
+    mConstants.upload(context);  // Before anything is bound, because it may fail.
     mVertexShader.begin(context);
     mPixelShader.begin(context);
     mConstants.begin(context, ShaderConfiguration::Pixel, 0);

@@ -1,4 +1,5 @@
 #include <render/core/RenderPass.h>
+#include <render/gpu/StageBinding.h>
 
 #include <stdexcept>
 #include <utility>
@@ -22,6 +23,10 @@ size_t RenderPass::addRenderTarget(const std::string& name, D3D11_TEXTURE2D_DESC
     if (mTargets.count(name) != 0) {
         throw std::invalid_argument("RenderPass: there already is a target \"" + name + "\"");
     }
+    if (mOrder.size() == D3D11_SIMULTANEOUS_RENDER_TARGET_COUNT) {
+        throw std::invalid_argument("RenderPass: no room for target \"" + name +
+                                    "\": a pass has at most eight");
+    }
     desc.BindFlags |= static_cast<UINT>(D3D11_BIND_RENDER_TARGET) | D3D11_BIND_SHADER_RESOURCE;
     RenderTarget target = createTarget(desc, mWidth, mHeight, {});
     ID3D11RenderTargetView* const view = target.targetView.get();
@@ -38,6 +43,12 @@ void RenderPass::addDepthBuffer(unsigned clearFlags, float clearDepth, unsigned 
 }
 
 void RenderPass::setViewport(unsigned width, unsigned height) {
+    for (const auto& [name, target] : mTargets) {
+        StageBinding::requireUnbound(target.resourceView.stages());
+    }
+    if (mDepthBuffer) {
+        StageBinding::requireUnbound(mDepthBuffer->resourceView.stages());
+    }
     std::unordered_map<std::string, RenderTarget> targets;
     std::vector<ID3D11RenderTargetView*> views;
     for (const std::string& name : mOrder) {

@@ -36,14 +36,16 @@ public:
 
     /// Adds a target that is bindable as render target and shader resource; returns its position, which is
     /// the number of its SV_TARGET. It is cleared to zero until told otherwise. A name that is already taken
-    /// throws std::invalid_argument.
+    /// throws std::invalid_argument, as does a ninth target.
     size_t addRenderTarget(const std::string& name, DXGI_FORMAT format);
     /// The same from a description, whose size becomes the pass's and whose bind flags are extended.
     size_t addRenderTarget(const std::string& name, D3D11_TEXTURE2D_DESC desc);
     /// A 32-bit float depth buffer, readable as shader resource and copyable to a D32_FLOAT texture.
     void addDepthBuffer(unsigned clearFlags, float clearDepth, unsigned char clearStencil);
 
-    /// Re-creates all textures and views; clear values stay. When a creation fails, the pass stays as it was.
+    /// Re-creates all textures and views; clear values stay. When a creation fails, the pass stays as it was:
+    /// for a moment there are old and new textures. Throws std::logic_error "Error: end call is missing"
+    /// while a texture is bound as shader input.
     void setViewport(unsigned width, unsigned height);
 
     void setClearValue(const std::string& name, float r, float g, float b, float a);
@@ -65,6 +67,8 @@ public:
     void bindDepthTexture(ID3D11DeviceContext* context, ShaderConfiguration stages, unsigned slot);
     void unbindDepthTexture(ID3D11DeviceContext* context);
 
+    unsigned width() const { return mWidth; }
+    unsigned height() const { return mHeight; }
     const Texture2d& texture(const std::string& name) const;
     const Texture2d& depthTexture() const;
 

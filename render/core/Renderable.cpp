@@ -119,7 +119,8 @@ Eigen::Matrix4f Renderable::matrix() {
 Eigen::Matrix4f Renderable::worldMatrix() {
     if (mWorldMatrixDirty) {
         const std::shared_ptr<Renderable> holder = parent();
-        mWorldMatrixCache = holder ? Eigen::Matrix4f(holder->worldMatrix() * mMatrix) : mMatrix;
+        const Eigen::Matrix4f own = mMatrix;
+        mWorldMatrixCache = holder ? Eigen::Matrix4f(holder->worldMatrix() * own) : own;
         mWorldMatrixDirty = false;
     }
     return mWorldMatrixCache;

@@ -6,6 +6,7 @@
 #include <math/NBoundingBox.h>
 #include <math/NPlane.h>
 #include <math/Point.h>
+#include <math/StoredMatrix.h>
 #include <math/TriangleMesh.h>
 #include <render/core/Camera.h>
 #include <render/core/RenderMode.h>
@@ -97,8 +98,8 @@ public:
     /// Called instead of render() in a frame that leaves this renderable out because it is hidden, itself or
     /// with a group above it. Clears the redraw flag: a hidden renderable asks for one frame, not for ever.
     virtual void skipRender();
-    /// Called with automatic near and far planes, before they are set, unless the renderable is hidden: extends
-    /// `needs` by what is drawn outside boundingBox(). The base adds nothing.
+    /// Called with automatic near and far planes, before they are set, unless the renderable is hidden:
+    /// extends `needs` by what is drawn outside boundingBox(). The base adds nothing.
     virtual void addZRangeNeeds(const Camera& camera, ZRangeNeeds& needs);
 
     std::string name() const { return mName; }
@@ -130,8 +131,8 @@ public:
 private:
     std::string mName;
     std::weak_ptr<Renderable> mParent;
-    Eigen::Matrix4f mMatrix = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f mWorldMatrixCache = Eigen::Matrix4f::Identity();
+    Math::StoredMatrix4f mMatrix = Math::StoredMatrix4f::Identity();
+    Math::StoredMatrix4f mWorldMatrixCache = Math::StoredMatrix4f::Identity();
     bool mVisible = true;
     bool mWorldMatrixDirty = false;
     std::atomic<bool> mNeedsRedraw{true};

@@ -1,8 +1,11 @@
 #include <render/core/Renderer.h>
+#include <render/core/TargetNames.h>
 #include <render/gpu/ComException.h>
+#include <render/gpu/ShaderWarmUp.h>
 
+#include <algorithm>
 #include <array>
-#include <cassert>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -20,8 +23,9 @@ namespace {
 constexpr UINT kAllSamples = 0xffffffff;
 constexpr UINT kStencilReference = 1;
 
+// A size that 32 bits do not hold is beyond every device's limit; it must not come out as a small one.
 unsigned toUnsigned(size_t size) {
-    return static_cast<unsigned>(size);
+    return static_cast<unsigned>(std::min<size_t>(size, (std::numeric_limits<unsigned>::max)()));
 }
 
 D3D11_RENDER_TARGET_BLEND_DESC unblended() {
@@ -64,10 +68,10 @@ D3D11_RASTERIZER_DESC rasterizerDesc() {
     return desc;
 }
 
-Texture2d createStaging(ID3D11Device* device, DXGI_FORMAT format, const Viewport& viewport) {
+Texture2d createStaging(ID3D11Device* device, DXGI_FORMAT format, unsigned width, unsigned height) {
     D3D11_TEXTURE2D_DESC desc = {};
-    desc.Width = toUnsigned(viewport.width());
-    desc.Height = toUnsigned(viewport.height());
+    desc.Width = width;
+    desc.Height = height;
     desc.MipLevels = 1;
     desc.ArraySize = 1;
     desc.Format = format;
@@ -77,10 +81,35 @@ Texture2d createStaging(ID3D11Device* device, DXGI_FORMAT format, const Viewport
     return Texture2d(device, desc);
 }
 
+// Unbinds a pass's targets as textures, also when drawing with them fails.
+class BoundTextures {
+public:
+    BoundTextures(RenderPass& pass, ID3D11DeviceContext* context) : mPass(pass), mContext(context) {
+        for (unsigned slot = 0; slot < sceneTextures.size(); ++slot) {
+            mPass.bindTexture(mContext, *sceneTextures[slot], ShaderConfiguration::Pixel, slot);
+        }
+    }
+    ~BoundTextures() {
+        for (const std::string* name : sceneTextures) {
+            mPass.unbindTexture(mContext, *name);
+        }
+    }
+    BoundTextures(const BoundTextures&) = delete;
+    BoundTextures& operator=(const BoundTextures&) = delete;
+
+private:
+    static constexpr std::array<const std::string*, 3> sceneTextures = {
+        &TargetNames::color, &TargetNames::worldPosition, &TargetNames::exactWorldPosition};
+
+    RenderPass& mPass;
+    ID3D11DeviceContext* mContext;
+};
+
 }  // namespace
 
 Renderer::Renderer(bool isZBufferReversed)
-    : mCamera(std::make_shared<Camera>(isZBufferReversed)),
+    : mShaderWarmUp(std::make_unique<ShaderWarmUp>()),
+      mCamera(std::make_shared<Camera>(isZBufferReversed)),
       mBackgroundColor(255, 255, 255, 255),
       mModelMatrix(Eigen::Matrix4f::Identity()),
       mScenePass(nullptr, 640, 480),
@@ -88,9 +117,8 @@ Renderer::Renderer(bool isZBufferReversed)
       mAutoAdjustZRange(false) {
     createDevice();
     setOrthographic(2.0f, 2.0f, -1.0f, 1.0f);
-    createPasses();
+    createTargets(toUnsigned(viewport().width()), toUnsigned(viewport().height()));
     createStates();
-    createStagingTextures();
     mPostProcess = PostProcess(mDevice);
 }
 
@@ -109,20 +137,40 @@ void Renderer::createDevice() {
     }
 }
 
-void Renderer::createPasses() {
-    const unsigned width = toUnsigned(viewport().width());
-    const unsigned height = toUnsigned(viewport().height());
-    mScenePass = RenderPass(mDevice, width, height);
-    mScenePass.addDepthBuffer(D3D11_CLEAR_DEPTH, mCamera->clearDepthValue(), 0);
-    mScenePass.addRenderTarget("color", DXGI_FORMAT_B8G8R8A8_UNORM);
-    mScenePass.addRenderTarget("worldPosition", DXGI_FORMAT_R32G32B32A32_FLOAT);
-    mScenePass.addRenderTarget("exactWorldPosition", DXGI_FORMAT_R32G32B32A32_FLOAT);
-    mOutputPass = RenderPass(mDevice, width, height);
-    mOutputPass.addRenderTarget("color", DXGI_FORMAT_B8G8R8A8_UNORM);
-    mOutputPass.addRenderTarget("worldPosition", DXGI_FORMAT_R32G32B32A32_FLOAT);
-    mScenePass.setClearValue("worldPosition", 0.0f, 0.0f, 0.0f, 0.0f);
-    mScenePass.setClearValue("exactWorldPosition", 0.0f, 0.0f, 0.0f, 0.0f);
-    mOutputPass.setClearValue("worldPosition", 0.0f, 0.0f, 0.0f, 0.0f);
+RenderPass Renderer::createScenePass(unsigned width, unsigned height) const {
+    RenderPass pass(mDevice, width, height);
+    pass.addDepthBuffer(D3D11_CLEAR_DEPTH, mCamera->clearDepthValue(), 0);
+    pass.addRenderTarget(TargetNames::color, DXGI_FORMAT_B8G8R8A8_UNORM);
+    pass.addRenderTarget(TargetNames::worldPosition, DXGI_FORMAT_R32G32B32A32_FLOAT);
+    pass.addRenderTarget(TargetNames::exactWorldPosition, DXGI_FORMAT_R32G32B32A32_FLOAT);
+    pass.setClearValue(TargetNames::worldPosition, 0.0f, 0.0f, 0.0f, 0.0f);
+    pass.setClearValue(TargetNames::exactWorldPosition, 0.0f, 0.0f, 0.0f, 0.0f);
+    return pass;
+}
+
+RenderPass Renderer::createOutputPass(unsigned width, unsigned height) const {
+    RenderPass pass(mDevice, width, height);
+    pass.addRenderTarget(TargetNames::color, DXGI_FORMAT_B8G8R8A8_UNORM);
+    pass.addRenderTarget(TargetNames::worldPosition, DXGI_FORMAT_R32G32B32A32_FLOAT);
+    pass.setClearValue(TargetNames::worldPosition, 0.0f, 0.0f, 0.0f, 0.0f);
+    return pass;
+}
+
+// All or none: what fails leaves the old targets, with the picture in them.
+void Renderer::createTargets(unsigned width, unsigned height) {
+    RenderPass scenePass = createScenePass(width, height);
+    RenderPass outputPass = createOutputPass(width, height);
+    const auto staging = [&](DXGI_FORMAT format) { return createStaging(mDevice, format, width, height); };
+    Texture2d color = staging(DXGI_FORMAT_B8G8R8A8_UNORM);
+    Texture2d depth = staging(DXGI_FORMAT_D32_FLOAT);
+    Texture2d worldPosition = staging(DXGI_FORMAT_R32G32B32A32_FLOAT);
+    Texture2d exactWorldPosition = staging(DXGI_FORMAT_R32G32B32A32_FLOAT);
+    mScenePass = std::move(scenePass);
+    mOutputPass = std::move(outputPass);
+    mColorStaging = std::move(color);
+    mDepthStaging = std::move(depth);
+    mWorldPositionStaging = std::move(worldPosition);
+    mExactWorldPositionStaging = std::move(exactWorldPosition);
 }
 
 void Renderer::createStates() {
@@ -134,18 +182,13 @@ void Renderer::createStates() {
     mRasterizerState = RasterizerState(mDevice, rasterizerDesc());
 }
 
-void Renderer::createStagingTextures() {
-    mColorStaging = createStaging(mDevice, DXGI_FORMAT_B8G8R8A8_UNORM, viewport());
-    mDepthStaging = createStaging(mDevice, DXGI_FORMAT_D32_FLOAT, viewport());
-    mWorldPositionStaging = createStaging(mDevice, DXGI_FORMAT_R32G32B32A32_FLOAT, viewport());
-    mExactWorldPositionStaging = createStaging(mDevice, DXGI_FORMAT_R32G32B32A32_FLOAT, viewport());
-}
-
 void Renderer::setScene(std::shared_ptr<Renderable> scene) {
     if (mScene) {
         mScene->deinit();
     }
     mScene = std::move(scene);
+    mToldView = mCamera->viewMatrix();
+    mToldProjection = mCamera->projectionMatrix();
     mScene->init(id(), mCamera, mDevice, mDeviceContext);
     mScene->onUpdateRenderMode(mRenderMode);
     mScene->onUpdateTomographicColor(mTomographicColor);
@@ -154,33 +197,30 @@ void Renderer::setScene(std::shared_ptr<Renderable> scene) {
     mScene->onUpdateColorMapRange(mMinDistance, mMaxDistance);
 }
 
+bool Renderer::hasTargetsOf(size_t width, size_t height) const {
+    return mScenePass.width() == width && mScenePass.height() == height;
+}
+
 void Renderer::setViewport(size_t width, size_t height) {
-    if (width == viewport().width() && height == viewport().height()) {
-        return;
+    if (width != viewport().width() || height != viewport().height() || !hasTargetsOf(width, height)) {
+        resize(width, height);
     }
+}
+
+void Renderer::resize(size_t width, size_t height) {
     try {
-        resizeTargets(toUnsigned(width), toUnsigned(height));
+        createTargets(toUnsigned(width), toUnsigned(height));
     } catch (const ComException& error) {
-        resizeTargets(toUnsigned(viewport().width()), toUnsigned(viewport().height()));
         const std::string size = std::to_string(width) + " x " + std::to_string(height);
         throwIfFailed(error.result(), ("making render targets of " + size + " pixels").c_str());
     }
     mCamera->setViewport(width, height);
     if (mScene) {
         mScene->onUpdateViewport(mCamera);
-        mScene->onUpdateProjectionMatrix(mCamera);
     }
+    tellProjection();
     mPostProcess.setViewport(viewport());
     mCamera->setNeedsRedraw(true);
-}
-
-void Renderer::resizeTargets(unsigned width, unsigned height) {
-    mScenePass.setViewport(width, height);
-    mOutputPass.setViewport(width, height);
-    for (Texture2d* staging :
-         {&mColorStaging, &mDepthStaging, &mWorldPositionStaging, &mExactWorldPositionStaging}) {
-        staging->resize(mDevice, width, height, 1);
-    }
 }
 
 double Renderer::aspectRatio() const {
@@ -201,12 +241,13 @@ void Renderer::setBackgroundColor(const Math::Color& color) {
 }
 
 void Renderer::render() {
+    tellCamera();
     viewport().set(mDeviceContext);
-    resetPointChunkPosition();
     updateZRangeIfNeeded();
     drawScene();
     drawPostProcess();
     mCamera->setNeedsRedraw(false);
+    resetPointChunkPosition();
 }
 
 Math::Color Renderer::frameBackground() {
@@ -215,7 +256,7 @@ Math::Color Renderer::frameBackground() {
 
 void Renderer::drawScene() {
     mScenePass.begin(mDeviceContext);
-    mScenePass.setClearValue("color", frameBackground());
+    mScenePass.setClearValue(TargetNames::color, frameBackground());
     if (mScene && mScene->isTransparent()) {
         mAlphaBlendState.set(mDeviceContext, nullptr, kAllSamples);
         mDepthReadOnlyState.set(mDeviceContext, kStencilReference);
@@ -226,33 +267,27 @@ void Renderer::drawScene() {
     mScenePass.clearAllRenderTargets(mDeviceContext, true);
     if (mScene && mScene->visible()) {
         mScene->render();
+    } else if (mScene) {
+        mScene->skipRender();
     }
     mScenePass.end(mDeviceContext);
 }
 
 void Renderer::drawPostProcess() {
-    constexpr std::array<const char*, 3> textures = {"color", "worldPosition", "exactWorldPosition"};
     mOutputPass.begin(mDeviceContext);
     mOpaqueBlendState.set(mDeviceContext, nullptr, kAllSamples);
     mDepthReadOnlyState.set(mDeviceContext, kStencilReference);
-    mOutputPass.setClearValue("color", mBackgroundColor);
+    mOutputPass.setClearValue(TargetNames::color, mBackgroundColor);
     mOutputPass.clearAllRenderTargets(mDeviceContext, true);
-    for (unsigned slot = 0; slot < textures.size(); ++slot) {
-        mScenePass.bindTexture(mDeviceContext, textures[slot], ShaderConfiguration::Pixel, slot);
-    }
-    mPostProcess.draw(mDeviceContext);
-    for (const char* name : textures) {
-        mScenePass.unbindTexture(mDeviceContext, name);
+    {
+        const BoundTextures textures(mScenePass, mDeviceContext);
+        mPostProcess.draw(mDeviceContext);
     }
     mOutputPass.end(mDeviceContext);
 }
 
 bool Renderer::needsRedraw() const {
-    if (mCamera->needsRedraw()) {
-        return true;
-    }
-    assert(mScene);
-    return mScene->needsRedraw();
+    return mCamera->needsRedraw() || !isCameraTold() || (mScene && mScene->needsRedraw());
 }
 
 Math::NBoundingBox<float, 3> Renderer::boundingBox() {

@@ -8,6 +8,7 @@
 #include <math/NBoundingBox.h>
 #include <math/NPlane.h>
 #include <math/Point.h>
+#include <math/StoredMatrix.h>
 #include <math/TriangleMesh.h>
 #include <render/core/Camera.h>
 #include <render/core/PostProcess.h>
@@ -32,7 +33,8 @@
 
 namespace Render {
 class Renderer;
-}
+class ShaderWarmUp;
+}  // namespace Render
 
 // One counter per process, whichever module a renderer is created in.
 #if defined(_MSC_VER) && defined(LUMARO_EXPORTS)
@@ -50,8 +52,9 @@ namespace Render {
 /// may be set from elsewhere.
 ///
 /// Every setter compares first: setting a current value does nothing. A change is told to the scene through
-/// the onUpdate... operations of Renderable and sets the camera's redraw flag. Failing Direct3D calls throw
-/// ComException and leave the renderer as it was at that point.
+/// the onUpdate... operations of Renderable and sets the camera's redraw flag. A value that is not a number
+/// throws std::invalid_argument and changes nothing. Failing Direct3D calls throw ComException and leave the
+/// renderer as it was at that point; the next frame draws again.
 class LUMARO_API Renderer : public Core::InstanceId<Renderer> {
 public:
     /// Creates the device (hardware, feature level 11.0 or std::runtime_error), passes and states. The depth
@@ -63,30 +66,37 @@ public:
     Renderer(const Renderer&) = delete;
     Renderer& operator=(const Renderer&) = delete;
 
+    /// Not to be assigned to: setScene() initialises.
     std::shared_ptr<Renderable>& scene() { return mScene; }
     const std::shared_ptr<Renderable>& scene() const { return mScene; }
     /// Replaces the scene, which must not be null: the old one is de-initialised, the new one initialised and
-    /// told render mode, tomographic colour, colour map, signed-distance flag and colour-map range. It hears
-    /// of the other settings when they next change. Does not set the redraw flag.
+    /// told render mode, tomographic colour, colour map, signed-distance flag and colour-map range. The other
+    /// settings reach it when they next change. Does not set the redraw flag. To show nothing, set an empty
+    /// group.
     void setScene(std::shared_ptr<Renderable> scene);
 
+    /// Not to be assigned to: every renderable shares this one. What is changed on the camera itself, its
+    /// viewport included, reaches the scene at the next render(), and needsRedraw() asks for that.
     std::shared_ptr<Camera>& camera() { return mCamera; }
     const std::shared_ptr<Camera>& camera() const { return mCamera; }
     const ATL::CComPtr<ID3D11Device>& device() const { return mDevice; }
     const ATL::CComPtr<ID3D11DeviceContext>& deviceContext() const { return mDeviceContext; }
 
     /// Size of the picture in pixels; re-creates the render targets. A size of zero or beyond the device's
-    /// limit throws ComException, with the size in the nested exception, and leaves the old one.
+    /// limit throws ComException, with the size in the nested exception, and leaves the old targets with
+    /// their picture. For a moment there are old and new targets, 100 bytes a pixel each, with the staging
+    /// textures.
     void setViewport(size_t width, size_t height);
     const Viewport& viewport() const { return mCamera->viewport(); }
     double aspectRatio() const;
 
+    /// The alpha is the scene's to see; the picture is opaque where nothing is drawn.
     void setBackgroundColor(unsigned char r, unsigned char g, unsigned char b, unsigned char a);
     void setBackgroundColor(const Math::Color& color);
     const Math::Color& backgroundColor() const { return mBackgroundColor; }
 
-    // The camera's operations of the same names. The scene hears of a change of the matrix, after automatic
-    // near and far planes where they are on.
+    // The camera's operations of the same names. With automatic near and far planes these are fitted first;
+    // the scene is told if the matrix is another one then.
     void setCameraPose(const Math::Point<float, 3>& eye, const Eigen::Vector3f& viewDirection,
                        const Eigen::Vector3f& up);
     void setCameraPose(const Math::Point<float, 3>& eye, const Math::Point<float, 3>& target,
@@ -112,15 +122,16 @@ public:
     void getZRange(float& zNear, float& zFar) const;
     /// Handed to the scene as its matrix.
     void setModelMatrix(const Eigen::Matrix4f& modelMatrix);
-    /// When on, near and far follow the scene's world bounding box at every camera change and every frame; so
-    /// switch it on before placing the camera, or the points beyond the old far plane are loaded a frame
-    /// late.
+    /// When on, near and far follow the scene's world bounding box and Renderable::addZRangeNeeds() at every
+    /// camera change and every frame (Camera::fitZRange()); so switch it on before placing the camera, or the
+    /// points beyond the old far plane are loaded a frame late.
     void setAutoAdjustZRange(bool autoAdjustZRange);
     bool autoAdjustZRangeEnabled() const { return mAutoAdjustZRange; }
 
     /// Draws one frame and clears the camera's redraw flag.
     void render();
-    /// The camera's redraw flag or, when it is clear, the scene's; only then there must be a scene.
+    /// The camera's redraw flag, a change of the camera that was not drawn yet, or the scene's flag. A frame
+    /// clears all of them, also those of hidden renderables.
     bool needsRedraw() const;
     /// The scene's bounds in world coordinates; empty without a scene.
     Math::NBoundingBox<float, 3> boundingBox();
@@ -151,6 +162,7 @@ public:
     const Math::Color& tomographicColor() const { return mTomographicColor; }
     void setUseCloudColorsInTomographicRenderModes(bool useCloudColors);
     bool useCloudColorsInTomographicRenderModes() const { return mUseCloudColorsInTomographicRenderModes; }
+    /// Brightness and contrast act in RenderMode::Default only.
     void setBrightness(float brightness);
     float brightness() const { return mPostProcess.brightness(); }
     void setContrast(float contrast);
@@ -174,7 +186,7 @@ public:
     /// a tolerance of 0 finds nothing.
     bool pickClosestPointWithTolerance(size_t x, size_t y, size_t tolerance, Math::Point<float, 3>& point);
     /// The same and its distance to the mesh for distance colorization, signed if useSignedDistance():
-    /// negative behind the nearest triangle. False without a mesh. An empty mesh throws std::logic_error.
+    /// negative behind the nearest triangle. False without a mesh or with an empty one.
     bool pickPointWithDistanceToColorizationMesh(size_t x, size_t y, size_t tolerance,
                                                  Math::Point<float, 3>& point, float& distance);
     /// The same with the plane for distance colorization, in units of its normal. False without a mesh, too:
@@ -184,7 +196,8 @@ public:
     /// The plane of least squares through those points around the pixel that lie closer than maxDistance to a
     /// common plane; its unit normal points towards the eye. `point` is where the line of sight through the
     /// pixel meets it. False with fewer than three points, or when the line of sight misses the plane, which
-    /// is set even then.
+    /// is set even then. The line of sight begins at the eye in an orthographic view too, where the pixel's
+    /// own line is another: there, use the plane alone.
     bool pickPlane(size_t x, size_t y, size_t tolerance, Math::NPlane<float, 3>& plane,
                    Math::Point<float, 3>& point, double maxDistance);
 
@@ -193,7 +206,8 @@ public:
 
     /// The picture of the last render() where it is, on the GPU: DXGI_FORMAT_B8G8R8A8_UNORM, of the
     /// viewport's size, bindable as shader resource. What a host that presents copies or samples, on this
-    /// renderer's device and context. Lent, not given, and another one after setViewport().
+    /// renderer's device and context. Lent, not given, and another one after setViewport(). A host that draws
+    /// with the context unbinds its shaders and sets its blend state back before the next render().
     ID3D11Texture2D* outputTexture() const;
     /// The picture of the last render(), with the row pitch that the device chose (ColorImage::stride()).
     /// Throws std::runtime_error "image size does not match" when the image does not take that layout.
@@ -213,15 +227,18 @@ public:
     /// All of them at once.
     void getPoints(std::vector<VertexPosColor>& points);
     /// Renders, then writes all points as text: a line of titles, then "X Y Z Red Green Blue Alpha" with
-    /// seven significant digits and colours from 0 to 255. That writing failed is not reported.
+    /// seven significant digits, a decimal point whatever the locale, and colours from 0 to 255. That writing
+    /// failed is not reported.
     void writePoints(const std::filesystem::path& path);
 
 private:
     void createDevice();
-    void createPasses();
+    void createTargets(unsigned width, unsigned height);
+    RenderPass createScenePass(unsigned width, unsigned height) const;
+    RenderPass createOutputPass(unsigned width, unsigned height) const;
     void createStates();
-    void createStagingTextures();
-    void resizeTargets(unsigned width, unsigned height);
+    bool hasTargetsOf(size_t width, size_t height) const;
+    void resize(size_t width, size_t height);
     Math::Color frameBackground();
     void drawScene();
     void drawPostProcess();
@@ -229,8 +246,14 @@ private:
     void changeView(Change change);
     template <class Change>
     void changeProjection(Change change, bool followedByZRange = true);
+    void tellView();
+    void tellProjection();
+    void tellZRange();
+    bool isCameraTold() const;
+    void tellCamera();
     template <class Notify>
     void settingChanged(Notify notify);
+    bool fitZRangeIfNeeded();
     void updateZRangeIfNeeded();
     template <class Look>
     auto lookAtPositions(Look look);
@@ -239,10 +262,11 @@ private:
     template <class Image>
     void readBack(Texture2d& staging, const Texture2d& source, Image& image);
 
+    std::unique_ptr<ShaderWarmUp> mShaderWarmUp;
     std::shared_ptr<Camera> mCamera;
     std::shared_ptr<Renderable> mScene;
     Math::Color mBackgroundColor;
-    Eigen::Matrix4f mModelMatrix;
+    Math::StoredMatrix4f mModelMatrix;
     ATL::CComPtr<ID3D11Device> mDevice;
     ATL::CComPtr<ID3D11DeviceContext> mDeviceContext;
     DepthStencilState mDepthWriteState;
@@ -260,6 +284,9 @@ private:
     bool mAutoAdjustZRange;
     size_t mChunkColumn = 0;  ///< Where the next point chunk begins.
     size_t mChunkRow = 0;
+    /// What the scene was told of the camera last.
+    Math::StoredMatrix4f mToldView = Math::StoredMatrix4f::Identity();
+    Math::StoredMatrix4f mToldProjection = Math::StoredMatrix4f::Identity();
 
     RenderMode mRenderMode = RenderMode::Default;
     ColorMap mColorMap = static_cast<ColorMap>(0);

@@ -1,6 +1,7 @@
 #include <math/PlaneFit.h>
 #include <render/core/ReadMapping.h>
 #include <render/core/Renderer.h>
+#include <render/core/TargetNames.h>
 #include <render/core/WorldPositions.h>
 
 #include <cmath>
@@ -27,15 +28,17 @@ std::optional<Math::Point<float, 3>> intersection(const Math::NPlane<float, 3>& 
 
 }  // namespace
 
+// The sizes are those of the textures: the camera's viewport may have been changed since they were made.
+
 template <class Look>
 auto Renderer::lookAtPositions(Look look) {
-    mExactWorldPositionStaging.copy(mDeviceContext, mScenePass.texture("exactWorldPosition"));
+    mExactWorldPositionStaging.copy(mDeviceContext, mScenePass.texture(TargetNames::exactWorldPosition));
     const ReadMapping mapped(mExactWorldPositionStaging, mDeviceContext);
-    return look(WorldPositions(mapped->pData, viewport().width(), viewport().height(), mapped->RowPitch));
+    return look(WorldPositions(mapped->pData, mScenePass.width(), mScenePass.height(), mapped->RowPitch));
 }
 
 bool Renderer::pickPoint(size_t x, size_t y, Math::Point<float, 3>& point) {
-    if (x >= viewport().width() || y >= viewport().height()) {
+    if (x >= mScenePass.width() || y >= mScenePass.height()) {
         return false;
     }
     return lookAtPositions([&](const WorldPositions& positions) {
@@ -46,14 +49,17 @@ bool Renderer::pickPoint(size_t x, size_t y, Math::Point<float, 3>& point) {
 
 bool Renderer::pickClosestPointWithTolerance(size_t x, size_t y, size_t tolerance,
                                              Math::Point<float, 3>& point) {
-    return lookAtPositions([&](const WorldPositions& positions) {
-        return positions.closest(positions.squareAround(x, y, tolerance), eye(), point);
+    const auto square =
+        WorldPositions::squareAround(x, y, tolerance, mScenePass.width(), mScenePass.height());
+    return !square.isEmpty() && lookAtPositions([&](const WorldPositions& positions) {
+        return positions.closest(square, eye(), point);
     });
 }
 
 bool Renderer::pickPointWithDistanceToColorizationMesh(size_t x, size_t y, size_t tolerance,
                                                        Math::Point<float, 3>& point, float& distance) {
-    if (!mMeshForDistanceColorization || !pickClosestPointWithTolerance(x, y, tolerance, point)) {
+    if (!mMeshForDistanceColorization || mMeshForDistanceColorization->empty() ||
+        !pickClosestPointWithTolerance(x, y, tolerance, point)) {
         return false;
     }
     distance = mUseSignedDistance ? mMeshForDistanceColorization->signedDistance(point)
@@ -75,9 +81,13 @@ bool Renderer::pickPointWithDistanceToColorizationPlane(size_t x, size_t y, size
 
 bool Renderer::pickPlane(size_t x, size_t y, size_t tolerance, Math::NPlane<float, 3>& plane,
                          Math::Point<float, 3>& point, double maxDistance) {
-    const auto points = lookAtPositions([&](const WorldPositions& positions) {
-        return positions.drawnPoints(positions.squareAround(x, y, tolerance));
-    });
+    const auto square =
+        WorldPositions::squareAround(x, y, tolerance, mScenePass.width(), mScenePass.height());
+    if (square.isEmpty()) {
+        return false;
+    }
+    const auto points =
+        lookAtPositions([&](const WorldPositions& positions) { return positions.drawnPoints(square); });
     const auto robust = Math::PlaneFit::robust(points, maxDistance);
     if (!robust) {
         return false;

@@ -1,10 +1,12 @@
 #include <render/core/ReadMapping.h>
 #include <render/core/Renderer.h>
+#include <render/core/TargetNames.h>
 #include <render/core/WorldPositions.h>
 
 #include <cstring>
 #include <fstream>
 #include <iomanip>
+#include <locale>
 #include <stdexcept>
 
 namespace Render {
@@ -13,7 +15,7 @@ template <class Image>
 void Renderer::readBack(Texture2d& staging, const Texture2d& source, Image& image) {
     staging.copy(mDeviceContext, source);
     const ReadMapping mapping(staging, mDeviceContext);
-    image.resize(viewport().width(), viewport().height(), mapping->RowPitch);
+    image.resize(mScenePass.width(), mScenePass.height(), mapping->RowPitch);
     if (image.sizeInBytes() != mapping->DepthPitch) {
         throw std::runtime_error("image size does not match");
     }
@@ -21,11 +23,11 @@ void Renderer::readBack(Texture2d& staging, const Texture2d& source, Image& imag
 }
 
 ID3D11Texture2D* Renderer::outputTexture() const {
-    return mOutputPass.texture("color").get();
+    return mOutputPass.texture(TargetNames::color).get();
 }
 
 void Renderer::getColorImage(Graphics::ColorImage& image) {
-    readBack(mColorStaging, mOutputPass.texture("color"), image);
+    readBack(mColorStaging, mOutputPass.texture(TargetNames::color), image);
 }
 
 void Renderer::getDepthImage(Graphics::DepthImage& image) {
@@ -41,11 +43,12 @@ void Renderer::writePngImage(const std::filesystem::path& path) {
 
 template <class Write>
 size_t Renderer::nextPoints(size_t maxCount, Write write) {
-    mColorStaging.copy(mDeviceContext, mOutputPass.texture("color"));
-    mWorldPositionStaging.copy(mDeviceContext, mOutputPass.texture("worldPosition"));
+    mColorStaging.copy(mDeviceContext, mOutputPass.texture(TargetNames::color));
+    mWorldPositionStaging.copy(mDeviceContext, mOutputPass.texture(TargetNames::worldPosition));
     const ReadMapping colors(mColorStaging, mDeviceContext);
     const ReadMapping mapped(mWorldPositionStaging, mDeviceContext);
-    const WorldPositions positions(mapped->pData, viewport().width(), viewport().height(), mapped->RowPitch);
+    const WorldPositions positions(mapped->pData, mOutputPass.width(), mOutputPass.height(),
+                                   mapped->RowPitch);
     size_t count = 0;
     while (count < maxCount && mChunkRow < positions.height()) {
         // The picture may have become narrower since the last chunk.
@@ -92,7 +95,10 @@ void Renderer::getPoints(std::vector<VertexPosColor>& points) {
     resetPointChunkPosition();
     points.clear();
     std::vector<VertexPosColor> chunk(chunkSize);
-    while (const size_t count = getNextPointChunk(chunk.data(), chunk.size())) {
+    size_t count = chunkSize;
+    // A chunk that is not full is the last; asking for another would copy both targets for nothing.
+    while (count == chunkSize) {
+        count = getNextPointChunk(chunk.data(), chunkSize);
         points.insert(points.end(), chunk.begin(), chunk.begin() + static_cast<std::ptrdiff_t>(count));
     }
 }
@@ -102,6 +108,7 @@ void Renderer::writePoints(const std::filesystem::path& path) {
     std::vector<VertexPosColor> points;
     getPoints(points);
     std::ofstream file(path);
+    file.imbue(std::locale::classic());
     file << "X Y Z Red Green Blue Alpha\n" << std::setprecision(7);
     for (const VertexPosColor& point : points) {
         file << point.position.x() << ' ' << point.position.y() << ' ' << point.position.z() << ' '

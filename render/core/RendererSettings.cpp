@@ -1,10 +1,25 @@
 #include <render/core/Renderer.h>
 
+#include <cmath>
+#include <initializer_list>
+#include <stdexcept>
 #include <utility>
 
 // The setters of Renderer: camera, display settings and colorization.
 
 namespace Render {
+
+namespace {
+
+void refuseNotANumber(std::initializer_list<float> values) {
+    for (const float value : values) {
+        if (std::isnan(value)) {
+            throw std::invalid_argument("Renderer: a setting that is not a number");
+        }
+    }
+}
+
+}  // namespace
 
 template <class Change>
 void Renderer::changeView(Change change) {
@@ -14,12 +29,11 @@ void Renderer::changeView(Change change) {
         return;
     }
     updateZRangeIfNeeded();
-    if (mScene) {
-        mScene->onUpdateViewMatrix(mCamera);
-    }
+    tellView();
     mCamera->setNeedsRedraw(true);
 }
 
+// Compared after the automatic planes were fitted again: the same projection set again is none.
 template <class Change>
 void Renderer::changeProjection(Change change, bool followedByZRange) {
     const Eigen::Matrix4f before = mCamera->projectionMatrix();
@@ -27,13 +41,60 @@ void Renderer::changeProjection(Change change, bool followedByZRange) {
     if (mCamera->projectionMatrix() == before) {
         return;
     }
-    if (followedByZRange) {
-        updateZRangeIfNeeded();
+    const bool isFitted = followedByZRange && fitZRangeIfNeeded();
+    if (mCamera->projectionMatrix() == before) {
+        return;
     }
+    if (isFitted) {
+        tellZRange();
+    }
+    tellProjection();
+    mCamera->setNeedsRedraw(true);
+}
+
+void Renderer::tellView() {
+    mToldView = mCamera->viewMatrix();
+    if (mScene) {
+        mScene->onUpdateViewMatrix(mCamera);
+    }
+}
+
+void Renderer::tellProjection() {
+    mToldProjection = mCamera->projectionMatrix();
     if (mScene) {
         mScene->onUpdateProjectionMatrix(mCamera);
     }
-    mCamera->setNeedsRedraw(true);
+}
+
+void Renderer::tellZRange() {
+    mToldProjection = mCamera->projectionMatrix();
+    if (mScene) {
+        mScene->onUpdateZRange(mCamera);
+    }
+}
+
+bool Renderer::isCameraTold() const {
+    return mCamera->viewMatrix() == mToldView && mCamera->projectionMatrix() == mToldProjection &&
+           hasTargetsOf(viewport().width(), viewport().height());
+}
+
+// Makes up for what a host has changed on the camera itself.
+void Renderer::tellCamera() {
+    if (isCameraTold()) {
+        return;
+    }
+    const bool isViewNew = mCamera->viewMatrix() != mToldView;
+    const bool isProjectionNew = mCamera->projectionMatrix() != mToldProjection;
+    if (!hasTargetsOf(viewport().width(), viewport().height())) {
+        resize(viewport().width(), viewport().height());
+    }
+    updateZRangeIfNeeded();
+    if (isViewNew) {
+        tellView();
+    }
+    if (isProjectionNew) {
+        tellProjection();
+    }
 }
 
 void Renderer::setCameraPose(const Math::Point<float, 3>& eye, const Eigen::Vector3f& viewDirection,
@@ -82,7 +143,7 @@ void Renderer::setZNearAndFarViaBoundingBox(const Math::NBoundingBox<float, 3>& 
 }
 
 Eigen::Matrix4f Renderer::modelViewProjectionMatrix() {
-    return mCamera->viewProjectionMatrix() * mModelMatrix;
+    return mCamera->viewProjectionMatrix() * Eigen::Matrix4f(mModelMatrix);
 }
 
 void Renderer::getZRange(float& zNear, float& zFar) const {
@@ -94,9 +155,12 @@ void Renderer::setModelMatrix(const Eigen::Matrix4f& modelMatrix) {
     if (modelMatrix == mModelMatrix) {
         return;
     }
+    if (!modelMatrix.allFinite()) {
+        throw std::invalid_argument("Renderer: a model matrix that is not finite");
+    }
     mModelMatrix = modelMatrix;
     if (mScene) {
-        mScene->setMatrix(mModelMatrix);
+        mScene->setMatrix(modelMatrix);
     }
     mCamera->setNeedsRedraw(true);
 }
@@ -106,19 +170,25 @@ void Renderer::setAutoAdjustZRange(bool autoAdjustZRange) {
         return;
     }
     mAutoAdjustZRange = autoAdjustZRange;
-    if (mScene) {
-        mScene->onUpdateProjectionMatrix(mCamera);
-    }
+    tellProjection();
     mCamera->setNeedsRedraw(true);
 }
 
-void Renderer::updateZRangeIfNeeded() {
+bool Renderer::fitZRangeIfNeeded() {
     if (!mAutoAdjustZRange) {
-        return;
+        return false;
     }
-    mCamera->setZNearAndFarViaBoundingBox(boundingBox());
-    if (mScene) {
-        mScene->onUpdateZRange(mCamera);
+    ZRangeNeeds needs;
+    if (mScene && mScene->visible()) {
+        mScene->addZRangeNeeds(*mCamera, needs);
+    }
+    mCamera->fitZRange(boundingBox(), needs);
+    return true;
+}
+
+void Renderer::updateZRangeIfNeeded() {
+    if (fitZRangeIfNeeded()) {
+        tellZRange();
     }
 }
 
@@ -148,6 +218,7 @@ void Renderer::setColorMap(ColorMap colorMap) {
 }
 
 void Renderer::setColorMapRange(float minDistance, float maxDistance) {
+    refuseNotANumber({minDistance, maxDistance});
     if (minDistance == mMinDistance && maxDistance == mMaxDistance) {
         return;
     }
@@ -157,6 +228,7 @@ void Renderer::setColorMapRange(float minDistance, float maxDistance) {
 }
 
 void Renderer::setPassFailDistanceRange(float minDistance, float maxDistance) {
+    refuseNotANumber({minDistance, maxDistance});
     if (minDistance == mMinDistancePassFail && maxDistance == mMaxDistancePassFail) {
         return;
     }
@@ -166,6 +238,7 @@ void Renderer::setPassFailDistanceRange(float minDistance, float maxDistance) {
 }
 
 void Renderer::setWarnDistanceRange(float minDistance, float maxDistance) {
+    refuseNotANumber({minDistance, maxDistance});
     if (minDistance == mMinDistanceWarn && maxDistance == mMaxDistanceWarn) {
         return;
     }
@@ -183,6 +256,7 @@ void Renderer::setUseSignedDistance(bool useSignedDistance) {
 }
 
 void Renderer::setPlaneForDistanceColorization(const Math::NPlane<float, 3>& plane) {
+    refuseNotANumber({plane.normal.x(), plane.normal.y(), plane.normal.z(), plane.offset});
     if (plane == mPlaneForDistanceColorization) {
         return;
     }
@@ -217,6 +291,7 @@ void Renderer::setUseCloudColorsInTomographicRenderModes(bool useCloudColors) {
 }
 
 void Renderer::setBrightness(float brightness) {
+    refuseNotANumber({brightness});
     if (brightness != mPostProcess.brightness()) {
         mPostProcess.setBrightness(brightness);
         mCamera->setNeedsRedraw(true);
@@ -224,6 +299,7 @@ void Renderer::setBrightness(float brightness) {
 }
 
 void Renderer::setContrast(float contrast) {
+    refuseNotANumber({contrast});
     if (contrast != mPostProcess.contrast()) {
         mPostProcess.setContrast(contrast);
         mCamera->setNeedsRedraw(true);
@@ -231,6 +307,7 @@ void Renderer::setContrast(float contrast) {
 }
 
 void Renderer::setOpacity(float opacity) {
+    refuseNotANumber({opacity});
     if (opacity != mPostProcess.opacity()) {
         mPostProcess.setOpacity(opacity);
         mCamera->setNeedsRedraw(true);

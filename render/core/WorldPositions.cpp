@@ -30,11 +30,14 @@ Math::Point<float, 3> WorldPositions::at(std::size_t x, std::size_t y) const {
     return {values[0], values[1], values[2]};
 }
 
-WorldPositions::Square WorldPositions::squareAround(std::size_t x, std::size_t y,
-                                                    std::size_t tolerance) const {
+WorldPositions::Square WorldPositions::squareAround(std::size_t x, std::size_t y, std::size_t tolerance,
+                                                    std::size_t width, std::size_t height) {
+    if (x >= width || y >= height) {
+        return {};
+    }
     const std::int64_t t = toSigned(tolerance);
-    return {clamped(toSigned(x) - t, mWidth), clamped(toSigned(x) + t, mWidth),
-            clamped(toSigned(y) - t, mHeight), clamped(toSigned(y) + t, mHeight)};
+    return {clamped(toSigned(x) - t, width), clamped(toSigned(x) + t, width),
+            clamped(toSigned(y) - t, height), clamped(toSigned(y) + t, height)};
 }
 
 bool WorldPositions::closest(const Square& square, const Math::Point<float, 3>& eye,

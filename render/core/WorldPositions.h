@@ -14,7 +14,7 @@ class LUMARO_API WorldPositions {
 public:
     /// Pixels `left` to `right - 1` of the rows `top` to `bottom - 1`.
     struct Square {
-        std::size_t left, right, top, bottom;
+        std::size_t left = 0, right = 0, top = 0, bottom = 0;
 
         bool isEmpty() const { return left == right || top == bottom; }
     };
@@ -29,10 +29,10 @@ public:
     /// Zero where nothing was drawn.
     Math::Point<float, 3> at(std::size_t x, std::size_t y) const;
 
-    /// What a tolerance pick looks at: up to `tolerance` pixels to each side, except the last column and row.
-    /// Empty for a tolerance of 0. A pixel outside the picture has a part of the square inside where it is
-    /// that near.
-    Square squareAround(std::size_t x, std::size_t y, std::size_t tolerance) const;
+    /// What a tolerance pick looks at in a picture of that size: up to `tolerance` pixels to each side,
+    /// except the last column and row. Empty for a tolerance of 0 and for a pixel outside the picture.
+    static Square squareAround(std::size_t x, std::size_t y, std::size_t tolerance, std::size_t width,
+                               std::size_t height);
 
     /// The drawn point of the square that is nearest to the eye; of several the first, column by column.
     /// False when there is none, which leaves `point` as it was.

@@ -13,4 +13,5 @@ set(LUMARO_CORE_RENDER_HEADERS
     ReadMapping.h
     Renderable.h
     RenderPass.h
-    Renderer.h)
+    Renderer.h
+    TargetNames.h)

@@ -3,6 +3,7 @@
 #include <render/gpu/VertexLayouts.h>
 
 #include <cstring>
+#include <limits>
 #include <type_traits>
 
 namespace Render {
@@ -40,6 +41,9 @@ Boxes::Boxes(const ATL::CComPtr<ID3D11Device>& device, const Math::NBoundingBox<
 
 void Boxes::createInstances(ID3D11Device* device, D3D11_USAGE usage, unsigned cpuAccess,
                             const BoxWithColor* boxes) {
+    if (mInstanceCapacity > (std::numeric_limits<UINT>::max)() / sizeof(BoxWithColor)) {
+        throwIfFailed(E_INVALIDARG, "a buffer of more boxes than 32 bits can size");
+    }
     D3D11_BUFFER_DESC desc{};
     desc.ByteWidth = static_cast<UINT>(mInstanceCapacity * sizeof(BoxWithColor));
     desc.Usage = usage;
@@ -67,6 +71,7 @@ void Boxes::setModelViewProjection(const Eigen::Matrix4f& matrix) {
 }
 
 void Boxes::draw(ID3D11DeviceContext* context) {
+    mModelViewProjection.upload(context);  // Before anything is bound, because it may fail.
     mVertexShader.begin(context);
     mPixelShader.begin(context);
     context->IASetPrimitiveTopology(D3D11_PRIMITIVE_TOPOLOGY_LINELIST);

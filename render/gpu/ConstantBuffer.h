@@ -15,7 +15,7 @@ namespace Render {
 /// One dynamic constant buffer and its CPU copy, uploaded only when it has changed. T is a plain struct laid
 /// out as the shader's buffer. Bound to at most one slot at a time: every begin() is matched by one end()
 /// before the next; otherwise they throw std::logic_error and change nothing. Failing calls throw
-/// ComException.
+/// ComException and leave the buffer unbound and its change to be sent.
 template <class T>
 class ConstantBuffer {
     static_assert(sizeof(T) % 16 == 0, "a constant buffer is made of whole registers of 16 bytes");
@@ -49,9 +49,9 @@ public:
     /// Uploads if needed, then binds.
     void begin(ID3D11DeviceContext* context, ShaderConfiguration stages, unsigned slot) {
         StageBinding::requireUnbound(mStages);
+        upload(context);
         mStages = stages;
         mSlot = slot;
-        upload(context);
         StageBinding::apply(context, mStages, mSlot, mBuffer.p);
     }
 

@@ -6,7 +6,13 @@
 
 #include <d3dcompiler.h>
 
+#include <atomic>
+#include <exception>
+#include <future>
+#include <map>
+#include <mutex>
 #include <stdexcept>
+#include <tuple>
 
 namespace Render::ShaderCompiler {
 
@@ -17,6 +23,60 @@ std::string textOf(ID3DBlob* blob) {
         return {};
     }
     return {static_cast<const char*>(blob->GetBufferPointer()), blob->GetBufferSize()};
+}
+
+class ByteCodeCache {
+public:
+    std::string get(const std::string& name, const char* entryPoint, const char* target) {
+        const std::string_view source = ShaderLibrary::content(name);
+        const Key key(ShaderLibrary::normalizedPath(name), entryPoint, target);
+        std::promise<std::string> promise;
+        std::shared_future<std::string> code;
+        bool isMine = false;
+        {
+            const std::lock_guard lock(mMutex);
+            const auto found = mCodes.find(key);
+            isMine = found == mCodes.end();
+            code = isMine ? promise.get_future().share() : found->second;
+            if (isMine) {
+                mCodes.emplace(key, code);
+            }
+        }
+        if (isMine) {
+            compileFor(key, source, name, promise);
+        }
+        return code.get();
+    }
+
+    std::size_t compilations() const { return mCompilations; }
+
+private:
+    using Key = std::tuple<std::string, std::string, std::string>;
+
+    void compileFor(const Key& key, std::string_view source, const std::string& name,
+                    std::promise<std::string>& promise) {
+        ++mCompilations;
+        try {
+            ShaderInclude include;
+            promise.set_value(
+                compile(source, name, &include, std::get<1>(key).c_str(), std::get<2>(key).c_str()));
+        } catch (...) {
+            {
+                const std::lock_guard lock(mMutex);
+                mCodes.erase(key);
+            }
+            promise.set_exception(std::current_exception());
+        }
+    }
+
+    std::mutex mMutex;
+    std::map<Key, std::shared_future<std::string>> mCodes;  ///< Guarded by mMutex.
+    std::atomic<std::size_t> mCompilations{0};
+};
+
+ByteCodeCache& byteCodeCache() {
+    static ByteCodeCache cache;
+    return cache;
 }
 
 }  // namespace
@@ -36,8 +96,11 @@ std::string compile(std::string_view source, const std::string& sourceName, ID3D
 }
 
 std::string compileResource(const std::string& name, const char* entryPoint, const char* target) {
-    ShaderInclude include;
-    return compile(ShaderLibrary::content(name), name, &include, entryPoint, target);
+    return byteCodeCache().get(name, entryPoint, target);
+}
+
+std::size_t resourceCompilations() {
+    return byteCodeCache().compilations();
 }
 
 std::string compileFile(const std::filesystem::path& path, const char* entryPoint, const char* target) {

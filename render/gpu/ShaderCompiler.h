@@ -2,6 +2,7 @@
 
 #include <d3dcommon.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -15,7 +16,12 @@ std::string compile(std::string_view source, const std::string& sourceName, ID3D
                     const char* entryPoint, const char* target);
 
 /// An embedded source, whose includes are embedded ones. Throws std::system_error when there is none.
+///
+/// Embedded sources never change: each is compiled once a process, entry point and profile. Whoever asks
+/// while another thread compiles it waits for that. Failures are not kept.
 std::string compileResource(const std::string& name, const char* entryPoint, const char* target);
+/// How many embedded sources were compiled so far, failures included.
+std::size_t resourceCompilations();
 
 /// A source on disk, whose includes are found beside it. Throws what Core::readLocalFile() throws.
 std::string compileFile(const std::filesystem::path& path, const char* entryPoint, const char* target);

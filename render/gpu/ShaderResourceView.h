@@ -26,6 +26,8 @@ public:
     /// Clears the slot on the device.
     void end(ID3D11DeviceContext* context);
 
+    /// Where it is bound; None while it is not.
+    ShaderConfiguration stages() const { return mStages; }
     /// Lent, not given; null while empty.
     ID3D11ShaderResourceView* get() const { return mView; }
 

@@ -27,6 +27,7 @@ set(LUMARO_GPU_SOURCES
     ShaderInclude.cpp
     ShaderLibrary.cpp
     ShaderResourceView.cpp
+    ShaderWarmUp.cpp
     Texture1d.cpp
     Texture2d.cpp
     VertexShader.cpp
@@ -50,6 +51,7 @@ set(LUMARO_GPU_HEADERS
     ShaderInclude.h
     ShaderLibrary.h
     ShaderResourceView.h
+    ShaderWarmUp.h
     StageBinding.h
     Texture1d.h
     Texture2d.h

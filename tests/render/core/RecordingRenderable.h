@@ -2,6 +2,7 @@
 
 #include <render/core/Renderable.h>
 
+#include <cmath>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -27,7 +28,8 @@ public:
         record("view", camera->viewMatrix()(2, 3));
     }
     void onUpdateZRange(const std::shared_ptr<Render::Camera>& camera) override {
-        record("zRange", camera->zNear(), camera->zFar());
+        const auto rounded = [](float value) { return std::round(100.0f * value) / 100.0f; };
+        record("zRange", rounded(camera->zNear()), rounded(camera->zFar()));
     }
     void onUpdateViewport(const std::shared_ptr<Render::Camera>& camera) override {
         record("viewport", camera->viewport().width(), camera->viewport().height());
@@ -67,6 +69,7 @@ public:
         contrast = 3.0f;
     }
     Math::NBoundingBox<float, 3> boundingBox() override { return box; }
+    void addZRangeNeeds(const Render::Camera&, Render::ZRangeNeeds& asked) override { asked = needs; }
     void setMatrix(const Eigen::Matrix4f& matrix) override {
         record("matrix", matrix(0, 3));
         Renderable::setMatrix(matrix);
@@ -77,6 +80,7 @@ public:
     std::optional<Math::Color> background;
     bool transparent = false;
     Math::NBoundingBox<float, 3> box;
+    Render::ZRangeNeeds needs;
 
 private:
     template <class... Values>

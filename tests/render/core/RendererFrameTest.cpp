@@ -87,21 +87,13 @@ TEST_F(RendererFrame, eachPixelOfThePictureIsWhereItWasDrawn) {
     }
 }
 
-TEST_F(RendererFrame, anImpossibleSizeLeavesTheOldOne) {
-    scene->draw = [&] { patch.draw({-1, -1, 1, 1, 0.5f, kRed}); };
-    for (const auto& [width, height] : {std::pair<size_t, size_t>{0, 5}, {5, 0}, {40000, 30000}}) {
-        try {
-            renderer.setViewport(width, height);
-            ADD_FAILURE() << width << ' ' << height;
-        } catch (const Render::ComException& error) {
-            const std::string size = std::to_string(width) + " x " + std::to_string(height);
-            EXPECT_NE(Core::exceptionChain(error).find(size), std::string::npos)
-                << Core::exceptionChain(error);
-        }
-        EXPECT_EQ(renderer.viewport().width(), 37u);
-        const Graphics::ColorImage image = picture();
-        ASSERT_EQ(image.width(), 37u);
-        EXPECT_EQ(image.pixel(36, 22), kRed);
+TEST_F(RendererFrame, anImpossibleSizeIsNamed) {
+    try {
+        renderer.setViewport(40000, 30000);
+        ADD_FAILURE();
+    } catch (const Render::ComException& error) {
+        EXPECT_NE(Core::exceptionChain(error).find("40000 x 30000"), std::string::npos)
+            << Core::exceptionChain(error);
     }
 }
 

@@ -5,6 +5,8 @@
 
 #include <array>
 #include <functional>
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -217,8 +219,72 @@ TEST_F(RendererNotification, redrawIsAskedByTheCameraElseByTheScene) {
     settle();
     renderer.render();
     EXPECT_EQ(scene->takeEvents(), Events());
-    // An invisible scene is not drawn and so keeps its own flag.
+    // The frame without the scene was the one that it had asked for.
+    EXPECT_FALSE(renderer.needsRedraw());
+}
+
+TEST_F(RendererNotification, theSameProjectionAgainIsNoChangeUnderAutomaticDepth) {
+    scene->box = Box(P(-1.0f, -1.0f, -9.0f), P(1.0f, 1.0f, -4.0f));
+    renderer.setAutoAdjustZRange(true);
+    expectOnce("perspective", [&] { renderer.setPerspective(90.0f, 0.1f, 1000.0f, 0.0f, 0.0f); },
+               {"zRange 4 9", "projection 1"});
+    expectOnce("pose and perspective",
+               [&] {
+                   renderer.setPerspective(90.0f, 0.1f, 1000.0f, 0.0f, 0.0f);
+                   renderer.setCameraPose(P(0.0f, 0.0f, 1.0f), -Eigen::Vector3f::UnitZ(),
+                                          Eigen::Vector3f::UnitY());
+               },
+               {"zRange 5 10", "view -1"});
+}
+
+TEST_F(RendererNotification, whatIsSetOnTheCameraItselfReachesTheScene) {
+    renderer.render();
+    renderer.camera()->setPose(P(0.0f, 0.0f, 8.0f), -Eigen::Vector3f::UnitZ(), Eigen::Vector3f::UnitY());
     EXPECT_TRUE(renderer.needsRedraw());
+    scene->takeEvents();
+    renderer.render();
+    EXPECT_EQ(scene->takeEvents(), (Events{"view -8", "render"}));
+    renderer.camera()->setPerspective(90.0f, 1.0f, 9.0f, 0.0f, 0.0f);
+    EXPECT_TRUE(renderer.needsRedraw());
+    renderer.render();
+    EXPECT_EQ(scene->takeEvents(), (Events{"projection 1", "render"}));
+    EXPECT_FALSE(renderer.needsRedraw());
+}
+
+TEST_F(RendererNotification, automaticDepthLeavesTheRoomThatTheSceneAsksFor) {
+    scene->box = Box(P(-1.0f, -1.0f, -9.0f), P(1.0f, 1.0f, -4.0f));
+    scene->needs = {.nearest = 2.0f, .farthest = 30.0f, .room = 1.0f};
+    renderer.setAutoAdjustZRange(true);
+    renderer.render();
+    EXPECT_EQ(scene->takeEvents(), (Events{"projection 1", "zRange 2 31", "render"}));
+    scene->setVisible(false);
+    renderer.render();
+    EXPECT_EQ(scene->takeEvents(), (Events{"zRange 4 9"}));
+}
+
+TEST_F(RendererNotification, settingsThatAreNoNumbersAreRefused) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
+    matrix(2, 1) = nan;
+    const std::vector<std::function<void()>> calls = {
+        [&] { renderer.setColorMapRange(nan, 1.0f); },
+        [&] { renderer.setPassFailDistanceRange(0.0f, nan); },
+        [&] { renderer.setWarnDistanceRange(nan, nan); },
+        [&] { renderer.setBrightness(nan); },
+        [&] { renderer.setContrast(nan); },
+        [&] { renderer.setOpacity(nan); },
+        [&] { renderer.setPlaneForDistanceColorization(plane(nan, 0, 0, 0)); },
+        [&] { renderer.setModelMatrix(matrix); },
+        [&] { renderer.setCameraPose(P(nan, 0, 0), P(), Eigen::Vector3f::UnitZ()); },
+        [&] { renderer.setPerspective(0.0f, 1.0f, 2.0f, 0.0f, 0.0f); },
+    };
+    settle();
+    for (const auto& call : calls) {
+        EXPECT_THROW(call(), std::invalid_argument);
+    }
+    EXPECT_EQ(scene->takeEvents(), Events());
+    EXPECT_FALSE(renderer.camera()->needsRedraw());
+    EXPECT_EQ(renderer.maxDistance(), 1.0f);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <locale>
 #include <optional>
 #include <random>
 #include <set>
@@ -25,6 +26,13 @@ using TestSupport::SyntheticOctree;
 
 constexpr size_t kWidth = 61;
 constexpr size_t kHeight = 47;
+
+/// Numbers as German and French write them.
+struct CommaForAPoint : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
 
 /// A cloud that fills most of the picture, seen at a slant, and all of its positions picked one by one.
 class RendererPicking : public testing::TestWithParam<bool> {
@@ -65,6 +73,9 @@ protected:
     /// The pixels of a tolerance pick, column by column.
     template <class Visit>
     void visitSquare(int x, int y, int t, Visit visit) const {
+        if (x >= static_cast<int>(kWidth) || y >= static_cast<int>(kHeight)) {
+            return;
+        }
         constexpr int w = kWidth - 1;
         constexpr int h = kHeight - 1;
         for (int i = std::clamp(x - t, 0, w); i < std::clamp(x + t, 0, w); ++i) {
@@ -348,7 +359,9 @@ TEST_P(RendererPicking, PointsAreTheDrawnPixelsRowByRow) {
 TEST_P(RendererPicking, PointsAreWrittenAsText) {
     showSynthetic();
     const Support::TemporaryFolder folder;
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new CommaForAPoint));
     renderer.writePoints(folder.path() / "points.txt");
+    std::locale::global(before);
     std::vector<Render::VertexPosColor> points;
     renderer.getPoints(points);
     std::ifstream file(folder.path() / "points.txt");

@@ -31,6 +31,9 @@ protected:
     /// Every rule once more, pixel by pixel and with signed numbers.
     std::optional<P> closest(long long x, long long y, long long t, const P& eye) const {
         std::optional<P> best;
+        if (x >= kWidth || y >= kHeight) {
+            return best;
+        }
         for (long long i = 0; i < kWidth; ++i) {
             for (long long j = 0; j < kHeight; ++j) {
                 const bool lastColumn = i == std::min(std::max(x + t, 0LL), kWidth - 1);
@@ -50,6 +53,10 @@ protected:
         return best;
     }
 
+    static Render::WorldPositions::Square squareAround(size_t x, size_t y, size_t tolerance) {
+        return Render::WorldPositions::squareAround(x, y, tolerance, kWidth, kHeight);
+    }
+
     std::mt19937 random{11};
     std::vector<float> texels = std::vector<float>(4 * kPitch * kHeight);
     Render::WorldPositions positions{texels.data(), kWidth, kHeight, kPitch * 4 * sizeof(float)};
@@ -65,7 +72,7 @@ TEST_F(WorldPositionsTest, ThePickIsTheNearestOfTheSquareAndTheFirstOfEqualOnes)
         const int t = tolerance(random);
         const P eye(static_cast<float>(place(random)), 1, 2);
         const auto square =
-            positions.squareAround(static_cast<size_t>(x), static_cast<size_t>(y), static_cast<size_t>(t));
+            squareAround(static_cast<size_t>(x), static_cast<size_t>(y), static_cast<size_t>(t));
         P point(-1, -1, -1);
         const bool hit = positions.closest(square, eye, point);
         const auto expected = closest(x, y, t, eye);
@@ -79,18 +86,19 @@ TEST_F(WorldPositionsTest, ThePickIsTheNearestOfTheSquareAndTheFirstOfEqualOnes)
 }
 
 TEST_F(WorldPositionsTest, TheLastColumnAndRowOfTheSquareAreLeftOut) {
-    const auto around = positions.squareAround(5, 4, 1);
+    const auto around = squareAround(5, 4, 1);
     EXPECT_EQ(around.left, 4u);
     EXPECT_EQ(around.right, 6u);
     EXPECT_EQ(around.top, 3u);
     EXPECT_EQ(around.bottom, 5u);
-    EXPECT_EQ(positions.squareAround(12, 4, 3).left, 9u);
-    EXPECT_EQ(positions.squareAround(12, 4, 3).right, 12u);
-    EXPECT_TRUE(positions.squareAround(5, 4, 0).isEmpty());
+    EXPECT_EQ(squareAround(12, 4, 3).left, 9u);
+    EXPECT_EQ(squareAround(12, 4, 3).right, 12u);
+    EXPECT_TRUE(squareAround(5, 4, 0).isEmpty());
     constexpr size_t huge = std::numeric_limits<size_t>::max();
-    EXPECT_EQ(positions.squareAround(5, 4, huge).right, 12u);
-    EXPECT_EQ(positions.squareAround(5, 4, huge).left, 0u);
-    EXPECT_TRUE(positions.squareAround(huge, 4, 2).isEmpty());
+    EXPECT_EQ(squareAround(5, 4, huge).right, 12u);
+    EXPECT_EQ(squareAround(5, 4, huge).left, 0u);
+    EXPECT_TRUE(squareAround(huge, 4, 2).isEmpty());
+    EXPECT_TRUE(squareAround(13, 4, 6).isEmpty());
 }
 
 TEST_F(WorldPositionsTest, RepeatedPointsAreCollectedOnce) {
