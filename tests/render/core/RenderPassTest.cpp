@@ -115,4 +115,17 @@ TEST_F(RenderPassTest, beginBindsInOrderOfAdditionAndEndUnbinds) {
     EXPECT_EQ(bound(2), nullptr);
 }
 
+TEST_F(RenderPassTest, refusesANinthTargetAndAResizeWhileATextureIsBound) {
+    for (const char* name : {"2", "3", "4", "5", "6", "7"}) {
+        pass.addRenderTarget(name, DXGI_FORMAT_R8_UNORM);
+    }
+    EXPECT_THROW(pass.addRenderTarget("8", DXGI_FORMAT_R8_UNORM), std::invalid_argument);
+    pass.bindTexture(context, "3", ShaderConfiguration::Pixel, 0);
+    EXPECT_EQ(logicError([&] { pass.setViewport(9, 9); }), "Error: end call is missing");
+    EXPECT_EQ(pass.width(), 7u);
+    pass.unbindTexture(context, "3");
+    EXPECT_EQ(logicError([&] { pass.setViewport(9, 9); }), "no error");
+    EXPECT_EQ(pass.width(), 9u);
+}
+
 }  // namespace

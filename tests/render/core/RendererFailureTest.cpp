@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <render/core/Renderer.h>
 #include <render/gpu/ComException.h>
-#include <tests/support/ComSpy.h>
+#include <tests/support/FailingCalls.h>
 
 #include <memory>
 #include <vector>
@@ -19,41 +19,7 @@ using P = Math::Point<float, 3>;
 const Color kRed(255, 0, 0, 255);
 const Color kGray(40, 80, 120, 255);
 
-constexpr std::size_t kDeviceSlots = 43;
-constexpr std::size_t kContextSlots = 115;
-constexpr std::size_t kCreateTexture2D = 5;
-constexpr std::size_t kCreateShaderResourceView = 7;
-constexpr std::size_t kCreateRenderTargetView = 9;
-constexpr std::size_t kCreateDepthStencilView = 10;
-constexpr std::size_t kMap = 14;
-constexpr std::size_t kCopyResource = 47;
-
-int callsUntilFailure = -1;  // 0: the next one fails; below 0: none does.
 int copies = 0;
-
-bool failsNow() {
-    return callsUntilFailure >= 0 && callsUntilFailure-- == 0;
-}
-
-/// A function of an interface that fails when its turn comes.
-template <class... Arguments>
-struct Failing {
-    using Function = HRESULT STDMETHODCALLTYPE(void*, Arguments...);
-
-    static HRESULT STDMETHODCALLTYPE call(void* object, Arguments... arguments) {
-        return failsNow() ? E_OUTOFMEMORY : original(object, arguments...);
-    }
-    static inline Function* original = nullptr;
-};
-
-using FailingTexture = Failing<const D3D11_TEXTURE2D_DESC*, const D3D11_SUBRESOURCE_DATA*, ID3D11Texture2D**>;
-using FailingShaderView =
-    Failing<ID3D11Resource*, const D3D11_SHADER_RESOURCE_VIEW_DESC*, ID3D11ShaderResourceView**>;
-using FailingTargetView =
-    Failing<ID3D11Resource*, const D3D11_RENDER_TARGET_VIEW_DESC*, ID3D11RenderTargetView**>;
-using FailingDepthView =
-    Failing<ID3D11Resource*, const D3D11_DEPTH_STENCIL_VIEW_DESC*, ID3D11DepthStencilView**>;
-using FailingMap = Failing<ID3D11Resource*, UINT, D3D11_MAP, UINT, D3D11_MAPPED_SUBRESOURCE*>;
 
 using CopyResource = void STDMETHODCALLTYPE(void*, ID3D11Resource*, ID3D11Resource*);
 CopyResource* originalCopyResource = nullptr;
@@ -71,35 +37,13 @@ protected:
         renderer.setBackgroundColor(kGray);
         scene->draw = [this] { patch.draw({-1.0f, -1.0f, 0.0f, 1.0f, 0.5f, kRed}); };
         renderer.render();
-        callsUntilFailure = -1;
-        FailingTexture::original = device.replace(kCreateTexture2D, &FailingTexture::call);
-        FailingShaderView::original = device.replace(kCreateShaderResourceView, &FailingShaderView::call);
-        FailingTargetView::original = device.replace(kCreateRenderTargetView, &FailingTargetView::call);
-        FailingDepthView::original = device.replace(kCreateDepthStencilView, &FailingDepthView::call);
-        FailingMap::original = context.replace(kMap, &FailingMap::call);
-        originalCopyResource = context.replace(kCopyResource, &countCopy);
+        originalCopyResource = failing.context().replace(TestSupport::ContextSlot::copyResource, &countCopy);
     }
     ~RendererFailure() override { scene->draw = nullptr; }
 
-    /// The call fails as often as it makes a call that can fail, each time once, and then succeeds. Returns
-    /// how often.
     template <class Call, class Check>
     static int failEachTime(Call call, Check check) {
-        for (int n = 0;; ++n) {
-            SCOPED_TRACE(n);
-            callsUntilFailure = n;
-            try {
-                call();
-            } catch (const Render::ComException& error) {
-                EXPECT_EQ(error.result(), E_OUTOFMEMORY);
-                callsUntilFailure = -1;
-                check();
-                continue;
-            }
-            EXPECT_GE(callsUntilFailure, 0);
-            callsUntilFailure = -1;
-            return n;
-        }
+        return TestSupport::FailingCalls::failEachInTurn<Render::ComException>(call, check);
     }
 
     Color pixel(size_t x, size_t y) {
@@ -116,8 +60,7 @@ protected:
     Render::Renderer renderer{true};
     Patch patch{renderer};
     std::shared_ptr<RecordingRenderable> scene = std::make_shared<RecordingRenderable>();
-    TestSupport::ComSpy device{renderer.device(), kDeviceSlots};
-    TestSupport::ComSpy context{renderer.deviceContext(), kContextSlots};
+    TestSupport::FailingCalls failing{renderer.device(), renderer.deviceContext()};
 };
 
 TEST_F(RendererFailure, aFrameThatFailsIsFollowedByOneThatDraws) {

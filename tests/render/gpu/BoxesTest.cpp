@@ -3,6 +3,7 @@
 #include <render/gpu/ComException.h>
 
 #include <gtest/gtest.h>
+#include <tests/support/FailingCalls.h>
 #include <tests/support/GpuTestDevice.h>
 
 #include <algorithm>
@@ -148,4 +149,19 @@ TEST_F(BoxesTest, MarksItsPixelsAsNotPickableAndLeavesNothingBound) {
     context->IAGetPrimitiveTopology(&topology);
     EXPECT_TRUE(!layout && !vertex && !pixel && !constants);
     EXPECT_EQ(topology, D3D11_PRIMITIVE_TOPOLOGY_UNDEFINED);
+}
+
+TEST_F(BoxesTest, AfterAFailedUploadTheNextDrawWorks) {
+    Boxes boxes(mGpu.device(), std::vector<BoxWithColor>{smallBox(0.5f)});
+    boxes.setModelViewProjection(Eigen::Matrix4f::Identity());
+    {
+        const TestSupport::FailingCalls failing(mGpu.device(), mGpu.context());
+        TestSupport::callsUntilFailure = 0;
+        EXPECT_THROW(boxes.draw(mGpu.context()), Render::ComException);
+    }
+    EXPECT_TRUE(isLit(draw(boxes), 0.5f));
+}
+
+TEST_F(BoxesTest, MoreBoxesThanABufferHoldsAreRefused) {
+    EXPECT_THROW(Boxes(mGpu.device(), (size_t{1} << 32) / sizeof(BoxWithColor) + 1), Render::ComException);
 }

@@ -2,6 +2,7 @@
 #include <render/gpu/ComputeShader.h>
 #include <render/gpu/GeometryShader.h>
 #include <render/gpu/PixelShader.h>
+#include <render/gpu/ShaderCompiler.h>
 #include <render/gpu/ShaderInclude.h>
 #include <render/gpu/ShaderLibrary.h>
 #include <render/gpu/VertexLayouts.h>
@@ -10,10 +11,13 @@
 #include <gtest/gtest.h>
 #include <tests/support/GpuTestDevice.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <system_error>
+#include <thread>
+#include <vector>
 
 using Render::PixelShader;
 using Render::VertexShader;
@@ -161,4 +165,28 @@ TEST_F(ShaderTest, VertexShaderWithoutLayoutKeepsTheOneThatIsSet) {
     ATL::CComPtr<ID3D11VertexShader> shader;
     mContext->VSGetShader(&shader, nullptr, nullptr);
     EXPECT_EQ(shader.p, nullptr);
+}
+
+TEST_F(ShaderTest, AnEmbeddedSourceIsCompiledOnceForAllThreadsAndDevices) {
+    PixelShader::fromHlslResource(mDevice, "shaders/mesh.hlsl");
+    const size_t before = Render::ShaderCompiler::resourceCompilations();
+    const auto other = GpuTestDevice();
+    std::vector<std::string> codes(4);
+    {
+        std::vector<std::jthread> threads;
+        for (std::string& code : codes) {
+            threads.emplace_back([&code] {
+                code = Render::ShaderCompiler::compileResource("shaders/mesh.hlsl", "vs_main", "vs_5_0");
+            });
+        }
+    }
+    PixelShader::fromHlslResource(other.device(), "/shaders//mesh.hlsl");
+    EXPECT_LE(Render::ShaderCompiler::resourceCompilations(), before + 1);
+    EXPECT_FALSE(codes.front().empty());
+    EXPECT_EQ(std::count(codes.begin(), codes.end(), codes.front()), 4);
+    for (size_t i = 1; i <= 2; ++i) {
+        EXPECT_THROW(Render::ShaderCompiler::compileResource("shaders/mesh.hlsl", "gs_main", "gs_5_0"),
+                     std::runtime_error)
+            << "a failure is told each time";
+    }
 }
