@@ -11,6 +11,11 @@
 #include <atomic>
 #include <cstddef>
 
+#if defined(_MSC_VER)
+#pragma warning(push)
+#pragma warning(disable : 4324)  // Padding is what alignas is for.
+#endif
+
 namespace Render {
 
 /// Viewport, view and projection of one renderer, shared with every renderable of its scene.
@@ -174,3 +179,7 @@ private:
 };
 
 }  // namespace Render
+
+#if defined(_MSC_VER)
+#pragma warning(pop)
+#endif

@@ -79,7 +79,7 @@ struct VertexPosColorIntensityClassIndexScanIndexDistance {
     uint8_t classIndex = 0;
     uint16_t scanIndex = 0;
     /// Distance to a reference mesh in model units; the largest float when none is known.
-    float distance = std::numeric_limits<float>::max();
+    float distance = (std::numeric_limits<float>::max)();
 
     VertexPosColorIntensityClassIndexScanIndexDistance() = default;
     VertexPosColorIntensityClassIndexScanIndexDistance(const Math::Point<float, 3>& p, const Math::Color& c,

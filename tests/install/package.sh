@@ -1,6 +1,6 @@
 #!/bin/bash
-# package.sh SOURCE BUILD TOOLCHAIN LUMARO D3DCOMPILER: installs the build, builds the examples against the installed
-# package as a project of their own, and runs some of them on a sample made by the build's LUMARO.
+# package.sh SOURCE BUILD TOOLCHAIN LUMARO D3DCOMPILER: installs the build, builds all headers and the examples against
+# the installed package as projects of their own, and runs some of them on a sample made by the build's LUMARO.
 set -euo pipefail
 source=$1 build=$2 toolchain=$3 lumaro=$4 compiler=$5
 work=$(mktemp -d "$build/install-test.XXXXXX")
@@ -16,16 +16,17 @@ cp -r "$work/installed/share/LumaroRender/examples" "$work/examples"
     }
 done
 # All headers at once: none needs one that is not installed, or a library that a host does not have.
-mkdir "$work/headers"
+cp -r "$source/tests/install/headers" "$work/headers"
 (cd "$work/installed/include" && find . -name '*.h' -printf '#include <%P>\n' | sort) >"$work/headers/all.cpp"
 (($(wc -l <"$work/headers/all.cpp") > 80))
-cat >"$work/headers/CMakeLists.txt" <<'END'
-cmake_minimum_required(VERSION 3.25)
-project(headers LANGUAGES CXX)
-find_package(LumaroRender CONFIG REQUIRED)
-add_library(headers OBJECT all.cpp)
-target_link_libraries(headers PRIVATE LumaroRender::LumaroRender)
-END
+grep -rhoE '^#include <[a-z_]+>' "$work/installed/include" | sort -u >"$work/headers/standard.inc"
+# Every exported class that is no template, with its namespace.
+(cd "$work/installed/include" && find . -name '*.h' | sort | xargs awk '
+    /^namespace [A-Za-z:]+ {/ { namespace = $2 }
+    /^(class|struct) LUMARO_API [A-Za-z0-9]+/ && previous !~ /^template/ {
+        print "LAYOUT(" namespace "::" $3 ")"
+    }
+    { previous = $0 }') >"$work/headers/classes.inc"
 for project in headers examples; do
     cmake -G Ninja -S "$work/$project" -B "$work/build/$project" --toolchain "$toolchain" \
         -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH="$work/installed" -DCMAKE_FIND_ROOT_PATH="$work/installed"
@@ -33,9 +34,11 @@ for project in headers examples; do
 done
 
 cp "$work"/installed/bin/*.dll "$compiler" "$work/build/examples/"
+cp "$work"/installed/bin/*.dll "$work/build/headers/"
 run() {
     "$source/scripts/wine-run" "$@"
 }
+run "$work/build/headers/layouts.exe"
 run "$lumaro" make-sample "$work/sample" --points 20000
 run "$work/build/examples/picture.exe" "$work/sample" "$work/picture.png"
 run "$work/build/examples/own_panorama.exe" "$work/panorama.png"
