@@ -62,8 +62,8 @@ set(private_render core/DepthTerms core/ReadMapping core/TargetNames
     pointcloud/BrightnessAndContrast pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/NodeId
     pointcloud/NodePrioritizer pointcloud/NodeVertexPacking pointcloud/NodeVertexSource pointcloud/PointCloudGpu
     pointcloud/PointCloudStreamer pointcloud/PointPool pointcloud/PublishedNodes pointcloud/WalkParameters
-    renderables/LineBuffer renderables/ObjLines renderables/ObjMeshLoader renderables/PanoGpu
-    renderables/PanoLoading renderables/PanoTiles)
+    renderables/LineBuffer renderables/ObjLines renderables/ObjMeshLoader renderables/PanoDistances
+    renderables/PanoGpu renderables/PanoLoading renderables/PanoTiles)
 foreach(folder IN ITEMS core math graphics octree render)
   list(JOIN private_${folder} "|" private)
   file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}/${folder}"

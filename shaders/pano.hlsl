@@ -34,6 +34,7 @@ struct ps_in
 {
     float4 pos : SV_POSITION;
     float3 objPos : TEXCOORD0;
+    nointerpolation float3 viewDir : TEXCOORD1;
 };
 
 struct ps_out
@@ -52,9 +53,21 @@ struct Tile
 
 static const float pi = 3.14159265;
 
+// Where the camera looks, in world space.
+float3 forwardDirection()
+{
+    const float3 depthAxis = viewProjection[3].xyz;
+    // An orthographic projection has none in its last row. What goes right and up tells it then.
+    return normalize(any(depthAxis) ? depthAxis : cross(viewProjection[1].xyz, viewProjection[0].xyz));
+}
+
+// The same in object space. inverseModelView would be old after a move of the panorama: it follows the camera only.
 float3 viewDirection()
 {
-    return normalize(mul((float3x3)inverseModelView, float3(0.0, 0.0, -1.0)));
+    const float3x3 axes = transpose((float3x3)model);
+    const float3x3 cofactors =
+        float3x3(cross(axes[1], axes[2]), cross(axes[2], axes[0]), cross(axes[0], axes[1]));
+    return normalize(mul(cofactors, forwardDirection()) * sign(dot(axes[0], cofactors[0])));
 }
 
 float3 unprojected(float4 pos)
@@ -69,9 +82,10 @@ ps_in vs_main(uint id : SV_VertexID)
     const float2 uv = float2((id >> 1) & 1, id & 1);
     ps_in output;
     output.pos = float4(-1.0 + 2.0 * uv, 1.0, 1.0);
+    output.viewDir = viewDirection();
     const float3 atOne = unprojected(output.pos);
     const float3 atZero = unprojected(float4(output.pos.xy, 0.0, 1.0));
-    output.objPos = dot(atOne - atZero, viewDirection()) > 0.0 ? atOne : atZero;
+    output.objPos = dot(atOne - atZero, output.viewDir) > 0.0 ? atOne : atZero;
     return output;
 }
 
@@ -163,17 +177,16 @@ float distanceOf(Tile tile)
 
 ps_out ps_main(ps_in input)
 {
-    const float3 viewDir = viewDirection();
     // An orthographic far plane may pass through the centre, from where one of its points has no direction and
     // the others lie at right angles to the view.
-    const float3 dir = any(input.objPos) ? normalize(input.objPos) : viewDir;
+    const float3 dir = any(input.objPos) ? normalize(input.objPos) : input.viewDir;
     Tile tile;
     if (projectionType == 0)
         tile = equirectangularTile(dir);
     else
         tile = cubeTile(dir);
 
-    const float cosine = dot(dir, viewDir);
+    const float cosine = dot(dir, input.viewDir);
     const float proj = cosine == 0.0 ? 1.0e-6 : cosine;
     const float r = clamp(distanceOf(tile) * proj, zNear / scale, zFar / scale - 1.0) / proj;
     const float4 worldPos = mul(model, float4(r * dir, 1.0));

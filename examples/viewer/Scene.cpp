@@ -77,7 +77,7 @@ void Scene::openMesh(const std::filesystem::path& path) {
     try {
         mGroup->add(mesh);  // Reads the file.
     } catch (...) {
-        mGroup->remove(std::find(mGroup->begin(), mGroup->end(), mesh));
+        mGroup->remove(mesh);
         throw;
     }
     mOrigin = origin;

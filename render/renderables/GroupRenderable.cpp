@@ -11,8 +11,37 @@ std::shared_ptr<GroupRenderable> GroupRenderable::create(std::string name) {
 
 GroupRenderable::GroupRenderable(Private, const std::string& name) : Renderable(name) {}
 
+GroupRenderable::GroupRenderable(const GroupRenderable& other) = default;
+
+GroupRenderable& GroupRenderable::operator=(const GroupRenderable& other) {
+    const Children before = mChildren;
+    Renderable::operator=(other);
+    mRendererId = other.mRendererId;
+    mCamera = other.mCamera;
+    mDevice = other.mDevice;
+    mDeviceContext = other.mDeviceContext;
+    mSettings = other.mSettings;
+    mChildren = other.mChildren;
+    for (const std::shared_ptr<Renderable>& child : before) {
+        if (std::find(mChildren.begin(), mChildren.end(), child) == mChildren.end()) {
+            orphan(*child);
+        }
+    }
+    invalidateWorldMatrix();
+    return *this;
+}
+
+// This is no longer their parent, but they have not been told.
+GroupRenderable::~GroupRenderable() {
+    tellAll([](Renderable& child) {
+        if (!child.parent()) {
+            child.invalidateWorldMatrix();
+        }
+    });
+}
+
 template <class Tell>
-void GroupRenderable::tellAll(Tell tell) {
+void GroupRenderable::tellAll(Tell tell) const {
     for (const std::shared_ptr<Renderable>& child : mChildren) {
         tell(*child);
     }
@@ -34,12 +63,12 @@ void GroupRenderable::add(std::shared_ptr<Renderable> child) {
         return;
     }
     child->init(mRendererId, mCamera, mDevice, mDeviceContext);
-    child->onUpdateRenderMode(mRenderMode);
-    child->onUpdateMeshForDistanceColorization(mMesh);
-    child->onUpdateColorMap(mColorMap);
-    child->onUpdateUseSignedDistance(mUseSignedDistance);
-    child->onUpdateColorMapRange(mColorMapRange.min, mColorMapRange.max);
-    child->onUpdatePlaneForDistanceColorization(mPlane);
+    child->onUpdateRenderMode(mSettings.renderMode);
+    child->onUpdateMeshForDistanceColorization(mSettings.mesh);
+    child->onUpdateColorMap(mSettings.colorMap);
+    child->onUpdateUseSignedDistance(mSettings.useSignedDistance);
+    child->onUpdateColorMapRange(mSettings.colorMapRange.min, mSettings.colorMapRange.max);
+    child->onUpdatePlaneForDistanceColorization(mSettings.plane);
 }
 
 void GroupRenderable::add(const std::string& name, std::shared_ptr<Renderable> child) {
@@ -57,6 +86,10 @@ void GroupRenderable::release(Renderable& child) {
     if (isInitialized()) {
         child.deinit();
     }
+    orphan(child);
+}
+
+void GroupRenderable::orphan(Renderable& child) const {
     if (child.parent().get() == this) {
         child.setParent({});
     }
@@ -82,9 +115,22 @@ void GroupRenderable::removeByName(const std::string& name) {
 }
 
 void GroupRenderable::remove(const_iterator position) {
-    release(**position);
+    if (std::count(mChildren.begin(), mChildren.end(), *position) == 1) {
+        release(**position);
+    }
     mChildren.erase(position);
     setNeedsRedraw(true);
+}
+
+bool GroupRenderable::remove(std::shared_ptr<Renderable> child) {
+    const auto first = std::remove(mChildren.begin(), mChildren.end(), child);
+    if (first == mChildren.end()) {
+        return false;
+    }
+    mChildren.erase(first, mChildren.end());
+    release(*child);
+    setNeedsRedraw(true);
+    return true;
 }
 
 void GroupRenderable::removeAll() {
@@ -115,6 +161,21 @@ void GroupRenderable::render() {
     tellAll([](Renderable& child) {
         if (child.visible()) {
             child.render();
+        } else {
+            child.skipRender();
+        }
+    });
+}
+
+void GroupRenderable::skipRender() {
+    Renderable::skipRender();
+    tellAll([](Renderable& child) { child.skipRender(); });
+}
+
+void GroupRenderable::addZRangeNeeds(const Camera& camera, ZRangeNeeds& needs) {
+    tellAll([&](Renderable& child) {
+        if (child.visible()) {
+            child.addZRangeNeeds(camera, needs);
         }
     });
 }
@@ -136,56 +197,60 @@ void GroupRenderable::onUpdateViewport(const std::shared_ptr<Camera>& camera) {
 }
 
 void GroupRenderable::onUpdateRenderMode(RenderMode renderMode) {
-    mRenderMode = renderMode;
+    mSettings.renderMode = renderMode;
     tellAll([&](Renderable& child) { child.onUpdateRenderMode(renderMode); });
 }
 
 void GroupRenderable::onUpdateTomographicColor(const Math::Color& color) {
-    mTomographicColor = color;
+    mSettings.tomographicColor = color;
     tellAll([&](Renderable& child) { child.onUpdateTomographicColor(color); });
 }
 
 void GroupRenderable::onUpdateUseCloudColorsInTomographicRenderModes(bool useCloudColors) {
-    mUseCloudColors = useCloudColors;
+    mSettings.useCloudColors = useCloudColors;
     tellAll([&](Renderable& child) { child.onUpdateUseCloudColorsInTomographicRenderModes(useCloudColors); });
 }
 
 void GroupRenderable::onUpdateMeshForDistanceColorization(
     const std::shared_ptr<Math::TriangleMesh<float>>& mesh) {
-    mMesh = mesh;
-    tellAll([&](Renderable& child) { child.onUpdateMeshForDistanceColorization(mMesh); });
+    mSettings.mesh = mesh;
+    tellAll([&](Renderable& child) { child.onUpdateMeshForDistanceColorization(mSettings.mesh); });
 }
 
 void GroupRenderable::onUpdatePlaneForDistanceColorization(const Math::NPlane<float, 3>& plane) {
-    mPlane = plane;
-    tellAll([&](Renderable& child) { child.onUpdatePlaneForDistanceColorization(mPlane); });
+    mSettings.plane = plane;
+    tellAll([&](Renderable& child) { child.onUpdatePlaneForDistanceColorization(mSettings.plane); });
 }
 
 void GroupRenderable::onUpdateColorMap(ColorMap colorMap) {
-    tellChange(mColorMap, colorMap, [&](Renderable& child) { child.onUpdateColorMap(colorMap); });
+    tellChange(mSettings.colorMap, colorMap, [&](Renderable& child) { child.onUpdateColorMap(colorMap); });
 }
 
 void GroupRenderable::onUpdateUseSignedDistance(bool useSignedDistance) {
-    tellChange(mUseSignedDistance, useSignedDistance,
+    tellChange(mSettings.useSignedDistance, useSignedDistance,
                [&](Renderable& child) { child.onUpdateUseSignedDistance(useSignedDistance); });
 }
 
 void GroupRenderable::onUpdateColorMapRange(float minDistance, float maxDistance) {
-    tellChange(mColorMapRange, {minDistance, maxDistance},
+    tellChange(mSettings.colorMapRange, {minDistance, maxDistance},
                [&](Renderable& child) { child.onUpdateColorMapRange(minDistance, maxDistance); });
 }
 
 void GroupRenderable::onUpdatePassFailDistanceRange(float minDistance, float maxDistance) {
-    tellChange(mPassFailRange, {minDistance, maxDistance},
+    tellChange(mSettings.passFailRange, {minDistance, maxDistance},
                [&](Renderable& child) { child.onUpdatePassFailDistanceRange(minDistance, maxDistance); });
 }
 
 void GroupRenderable::onUpdateWarnDistanceRange(float minDistance, float maxDistance) {
-    tellChange(mWarnRange, {minDistance, maxDistance},
+    tellChange(mSettings.warnRange, {minDistance, maxDistance},
                [&](Renderable& child) { child.onUpdateWarnDistanceRange(minDistance, maxDistance); });
 }
 
 std::optional<Math::Color> GroupRenderable::backgroundColor() {
+    return std::as_const(*this).backgroundColor();
+}
+
+std::optional<Math::Color> GroupRenderable::backgroundColor() const {
     for (const std::shared_ptr<Renderable>& child : mChildren) {
         if (const auto color = child->backgroundColor()) {
             return color;
@@ -217,6 +282,10 @@ void GroupRenderable::brightnessAndContrast(float lower, float upper, float& bri
 }
 
 Math::NBoundingBox<float, 3> GroupRenderable::boundingBox() {
+    return std::as_const(*this).boundingBox();
+}
+
+Math::NBoundingBox<float, 3> GroupRenderable::boundingBox() const {
     Math::NBoundingBox<float, 3> box;
     tellAll([&](Renderable& child) { box.extend(child.boundingBoxParent()); });
     return box;

@@ -97,10 +97,12 @@ void MeshRenderable::addMeshPart(const std::vector<VertexPosNormalTexCoordColor>
 }
 
 void MeshRenderable::render() {
-    Renderable::render();
     if (!mDeviceContext) {
+        Renderable::render();
         return;
     }
+    mConstants.upload(mDeviceContext);  // May fail: before the redraw flag is cleared and anything is bound.
+    Renderable::render();
     mVertexShader.begin(mDeviceContext);
     mPixelShader.begin(mDeviceContext);
     mConstants.begin(mDeviceContext, ShaderConfiguration::Vertex | ShaderConfiguration::Pixel, 0);
@@ -127,6 +129,13 @@ void MeshRenderable::onUpdateViewMatrix(const std::shared_ptr<Camera>& camera) {
     FrameConstants& constants = mConstants.edit();
     constants.viewProjectionMatrix = camera->viewProjectionMatrix();
     constants.cameraPosition = camera->eye();
+}
+
+// Automatic planes tell it every frame.
+void MeshRenderable::onUpdateZRange(const std::shared_ptr<Camera>& camera) {
+    if (camera->viewProjectionMatrix() != mConstants.data().viewProjectionMatrix) {
+        onUpdateProjectionMatrix(camera);
+    }
 }
 
 void MeshRenderable::onUpdateViewport(const std::shared_ptr<Camera>&) {}

@@ -26,9 +26,11 @@ namespace Render {
 /// A triangle mesh in the colours of its vertices, lit from the eye on both sides and clipped by up to eight
 /// planes. Render and colour modes do not concern it.
 ///
-/// Everything runs on the render thread. init() reads the whole mesh; what the loader throws passes through,
-/// and then the mesh is empty. It can be initialised again, for another renderer or to read it anew. Failing
-/// Direct3D calls throw ComException.
+/// Everything runs on the render thread. init() reads the whole mesh there, every time: also when the mesh
+/// comes back to a renderer or the scene is set again. A loader that keeps its parts makes that cheap. What
+/// the loader throws passes through, and then the mesh is empty. Leaving a renderer frees nothing: the mesh
+/// keeps its GPU memory, and with it the device, until it is initialised anew or destroyed. Failing Direct3D
+/// calls throw ComException; after one in render() the next frame draws.
 class LUMARO_API MeshRenderable : public Renderable, public std::enable_shared_from_this<MeshRenderable> {
     struct Private {
         explicit Private() = default;
@@ -54,6 +56,7 @@ public:
 
     void onUpdateProjectionMatrix(const std::shared_ptr<Camera>& camera) override;
     void onUpdateViewMatrix(const std::shared_ptr<Camera>& camera) override;
+    void onUpdateZRange(const std::shared_ptr<Camera>& camera) override;
     void onUpdateViewport(const std::shared_ptr<Camera>& camera) override;
     void onUpdateRenderMode(RenderMode renderMode) override;
     void setMatrix(const Eigen::Matrix4f& matrix) override;
@@ -70,10 +73,13 @@ public:
     void setClippingVolume(const Math::ConvexPolytope<float, 3>& volume);
 
 private:
+    /// Of the same size whatever instructions a host is compiled for.
+    using StoredMatrix = Eigen::Matrix<float, 4, 4, Eigen::DontAlign>;
+
     /// As the shader's buffer.
     struct FrameConstants {
-        Eigen::Matrix4f modelMatrix = Eigen::Matrix4f::Identity();
-        Eigen::Matrix4f viewProjectionMatrix = Eigen::Matrix4f::Identity();
+        StoredMatrix modelMatrix = StoredMatrix::Identity();
+        StoredMatrix viewProjectionMatrix = StoredMatrix::Identity();
         float clippingPlanes[CLIPPING_PLANES_MAX_COUNT][4] = {};
         float unitScale = 1.0f;
         Math::Point<float, 3> cameraPosition;

@@ -20,11 +20,14 @@ struct PanoConstants {
         std::array<uint32_t, 3> padding{};
     };
     using Levels = std::array<Level, maxPanoTilesPerLevel>;
+    /// Of the same size whatever instructions a host is compiled for.
+    using Matrix = Eigen::Matrix<float, 4, 4, Eigen::DontAlign>;
 
-    Eigen::Matrix4f viewProjection = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f inverseModelViewProjection = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f model = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f inverseModelView = Eigen::Matrix4f::Identity();
+    Matrix viewProjection = Matrix::Identity();
+    Matrix inverseModelViewProjection = Matrix::Identity();
+    Matrix model = Matrix::Identity();
+    /// As of the camera's last change, whatever has moved the panorama since.
+    Matrix inverseModelView = Matrix::Identity();
     float zNear = 0.0f;
     float zFar = 0.0f;
     /// Length of the world matrix's first column.

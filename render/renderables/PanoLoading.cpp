@@ -1,5 +1,6 @@
 #include <render/renderables/PanoLoading.h>
 
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
@@ -41,7 +42,7 @@ void PanoLoading::start(std::function<void()> onTileLoaded) {
         });
     } catch (...) {
         mThread = std::move(*previous);
-        mTiles->failRun(number);
+        mTiles->failRun(number, std::current_exception());
         throw;
     }
     mStop = std::move(stop);

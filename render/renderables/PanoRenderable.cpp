@@ -6,6 +6,8 @@
 #include <Eigen/LU>
 #include <chrono>
 #include <cstdint>
+#include <exception>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -47,6 +49,7 @@ void PanoRenderable::init(std::size_t, std::shared_ptr<Camera> camera, ATL::CCom
     }
     const bool newDevice = !mGpu || !mGpu->belongsTo(device, deviceContext);
     if (newDevice) {
+        mGpu.reset();  // Whatever happens, nothing is drawn on the old device again.
         mGpu = std::make_unique<PanoGpu>(std::move(device), std::move(deviceContext), loader);
         updateLoaderConstants();
     }
@@ -80,11 +83,20 @@ void PanoRenderable::render() {
     if (!mTiles->loader() || !mGpu) {
         return;
     }
-    updatePanoramaTextures();
-    if (std::exchange(mConstantsDirty, false)) {
-        mGpu->setConstants(mConstants);
+    try {
+        updatePanoramaTextures();
+        if (std::exchange(mConstantsDirty, false)) {
+            mGpu->setConstants(mConstants);
+        }
+        mGpu->draw();
+    } catch (...) {
+        setNeedsRedraw(true);
+        throw;
     }
-    mGpu->draw();
+    // A tile came between the choice of the planes and its upload, and may lie outside them.
+    if (std::exchange(mPlanesAreAutomatic, false) && mTiles->haveDistancesChanged()) {
+        setNeedsRedraw(true);
+    }
 }
 
 void PanoRenderable::updatePanoramaTextures() {
@@ -109,7 +121,6 @@ void PanoRenderable::updatePanoramaTextures() {
         }
     } catch (...) {
         mTiles->putBack(std::move(arrived));
-        setNeedsRedraw(true);
         throw;
     }
 }
@@ -120,6 +131,14 @@ Math::NBoundingBox<float, 3> PanoRenderable::boundingBox() {
 
 Math::NBoundingBox<float, 3> PanoRenderable::boundingBox() const {
     return {};
+}
+
+void PanoRenderable::addZRangeNeeds(const Camera& camera, ZRangeNeeds& needs) {
+    if (!mTiles->loader()) {
+        return;
+    }
+    mPlanesAreAutomatic = true;
+    mTiles->takeDistances().addZRangeNeeds(camera, mConstants.model, needs);
 }
 
 void PanoRenderable::setMatrix(const Eigen::Matrix4f& matrix) {
@@ -190,8 +209,27 @@ void PanoRenderable::stopAsyncPanoramaTilesLoading() {
     mLoading->stop();
 }
 
+Core::JobState PanoRenderable::loadingState() const {
+    return mTiles->state();
+}
+
 bool PanoRenderable::isLoadingComplete() const {
     return mTiles->state() == Core::JobState::Completed;
+}
+
+bool PanoRenderable::isLoadingHealthy(bool rethrow) const {
+    const std::exception_ptr error = mTiles->error();
+    if (error && rethrow) {
+        std::rethrow_exception(error);
+    }
+    return !error;
+}
+
+Core::JobState PanoRenderable::waitForLoadingEnd() const {
+    if (mTiles->isCalledByRun()) {
+        throw std::logic_error("A panorama's loading cannot be waited for by its own callback");
+    }
+    return mTiles->waitForEnd();
 }
 
 void PanoRenderable::waitForLoadingComplete() const {

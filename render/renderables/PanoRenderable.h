@@ -29,11 +29,15 @@ class PanoTiles;
 /// Directions are those from the panorama's centre, the origin of its object space, to the far plane; the
 /// picture is therefore true for a camera at the centre and a fair likeness near it. Tiles arrive from a
 /// loader on a thread of its own, coarse levels first and in each level those first that the camera faces;
-/// each pixel shows the finest level that its tile has. What has not arrived is black, one world unit before
-/// the far plane.
+/// each pixel shows the finest level that its tile has. What has not arrived is black. Whatever has no
+/// measured distance is shown one object unit before the far plane, and nothing behind that place or before
+/// the near plane: choose planes around the measured distances, as automatic ones are chosen.
 ///
 /// The tiles live on the device. Joining another renderer makes them be loaded anew if they were loaded or
-/// were being loaded; after a stop or a failure they are gone until loading is started again.
+/// were being loaded; after a stop or a failure they are gone until loading is started again. Leaving a
+/// renderer frees nothing: tiles, and with them the device, are kept until the panorama joins another or is
+/// destroyed. A failing Direct3D call in render() throws ComException; no tile is lost, and the next frame
+/// draws.
 ///
 /// Everything belongs to the rendering thread except where noted. Whatever is called within a callback, on
 /// the loading thread, cannot wait for that thread: see the functions.
@@ -67,9 +71,11 @@ public:
     /// Empty: what covers the whole screen takes no part in bounds.
     Math::NBoundingBox<float, 3> boundingBox() override;
     Math::NBoundingBox<float, 3> boundingBox() const;
+    /// Room for the distances of the tiles that have arrived, and for what has none behind everything else.
+    void addZRangeNeeds(const Camera& camera, ZRangeNeeds& needs) override;
 
-    /// The direction from which pixels are limited to the near and far planes follows at the next change of
-    /// the camera; so does, when a parent moves, the one that decides what to load first.
+    /// When a parent moves, the direction that decides what to load first follows at the next change of the
+    /// camera.
     void setMatrix(const Eigen::Matrix4f& matrix) override;
     void invalidateWorldMatrix() override;
 
@@ -103,9 +109,18 @@ public:
     /// stops it.
     void stopAsyncPanoramaTilesLoading();
 
+    /// Any thread. How far the last loading has come.
+    Core::JobState loadingState() const;
     /// Any thread. Whether the last loading, if any, has loaded all tiles.
     bool isLoadingComplete() const;
-    /// Any thread but the loading one. Sleeps until isLoadingComplete(): for ever after a stop or a failure.
+    /// Any thread. False when the last loading has failed; with `rethrow` its error, with the causes nested
+    /// inside, is thrown instead.
+    bool isLoadingHealthy(bool rethrow) const;
+    /// Any thread. Sleeps until no loading is in progress and returns how the last one ended, NotStarted when
+    /// there was none. Within a callback it throws std::logic_error.
+    Core::JobState waitForLoadingEnd() const;
+    /// Any thread but the loading one. Sleeps until isLoadingComplete(): for ever when nothing was started
+    /// and after a stop or a failure. waitForLoadingEnd() always returns.
     void waitForLoadingComplete() const;
 
 private:
@@ -119,6 +134,7 @@ private:
     bool mConstantsDirty = true;
     Eigen::Vector3f mViewDirection = Eigen::Vector3f::Zero();  ///< In world space.
     bool mTilesOnDevice = false;
+    bool mPlanesAreAutomatic = false;  ///< In the frame to come.
 
     const std::shared_ptr<PanoTiles> mTiles;
     std::unique_ptr<PanoGpu> mGpu;  ///< Null before init().

@@ -57,8 +57,24 @@ Image fitted(Image image, size_t width, size_t height) {
     return packed;
 }
 
-template <class T>
-void prepend(std::vector<T>& list, std::vector<T> front) {
+template <class Tile>
+auto findTile(std::vector<Tile>& tiles, uint64_t id) {
+    return std::find_if(tiles.begin(), tiles.end(), [id](const Tile& tile) { return tile.id == id; });
+}
+
+// However often tiles are loaded before they are taken, each waits once.
+template <class Tile>
+void append(std::vector<Tile>& tiles, Tile tile) {
+    const auto older = findTile(tiles, tile.id);
+    if (older != tiles.end()) {
+        tiles.erase(older);
+    }
+    tiles.push_back(std::move(tile));
+}
+
+template <class Tile>
+void prepend(std::vector<Tile>& list, std::vector<Tile> front) {
+    std::erase_if(front, [&](const Tile& tile) { return findTile(list, tile.id) != list.end(); });
     front.insert(front.end(), std::make_move_iterator(list.begin()), std::make_move_iterator(list.end()));
     list = std::move(front);
 }
@@ -133,19 +149,43 @@ void PanoTiles::putBack(Arrived arrived) {
     prepend(mArrived.depths, std::move(arrived.depths));
 }
 
-uint64_t PanoTiles::announceRun() {
+PanoDistances PanoTiles::takeDistances() {
+    const std::lock_guard lock(mTileMutex);
+    mDistancesChanged = false;
+    return mDistances;
+}
+
+bool PanoTiles::haveDistancesChanged() const {
+    const std::lock_guard lock(mTileMutex);
+    return mDistancesChanged;
+}
+
+std::exception_ptr PanoTiles::error() const {
     const std::lock_guard lock(mRunMutex);
-    mState = mLoader ? JobState::Running : JobState::Failed;
+    return mError;
+}
+
+JobState PanoTiles::waitForEnd() const {
+    std::unique_lock lock(mRunMutex);
+    mRunEnded.wait(lock, [this] { return mState != JobState::Running; });
+    return mState;
+}
+
+uint64_t PanoTiles::announceRun() {
+    std::exception_ptr old;  // Destroyed when the mutex is free.
+    const std::lock_guard lock(mRunMutex);
+    old.swap(mError);
+    mState = JobState::Running;
     return ++mLastRun;
 }
 
-void PanoTiles::failRun(uint64_t number) {
-    end(number, JobState::Failed);
+void PanoTiles::failRun(uint64_t number, std::exception_ptr error) {
+    end(number, {JobState::Failed, std::move(error)});
 }
 
 JobState PanoTiles::run(uint64_t number, std::stop_token stop, std::function<void()> onTileLoaded) {
     const bool onTurn = waitForTurn(number, stop);
-    JobState outcome = JobState::Stopped;
+    Outcome outcome;
     do {
         if (onTurn) {
             outcome = attempt(stop, onTileLoaded);
@@ -154,13 +194,13 @@ JobState PanoTiles::run(uint64_t number, std::stop_token stop, std::function<voi
     // It may hold the last reference to the panorama, whose destructor must find this thread among the runs.
     onTileLoaded = nullptr;
     leave();
-    return outcome;
+    return outcome.state;
 }
 
 bool PanoTiles::waitForTurn(uint64_t number, std::stop_token stop) {
     std::unique_lock lock(mRunMutex);
     mRunThreads.push_back(std::this_thread::get_id());
-    if (!mTurnEnded.wait(lock, stop, [this] { return mTurn == 0; })) {
+    if (!mRunEnded.wait(lock, stop, [this] { return mTurn == 0; })) {
         return false;
     }
     mTurn = number;
@@ -169,18 +209,19 @@ bool PanoTiles::waitForTurn(uint64_t number, std::stop_token stop) {
 
 // False when the run has to begin anew. The state is told before the turn ends, or the next run's would be
 // overwritten.
-bool PanoTiles::end(uint64_t number, JobState outcome) {
+bool PanoTiles::end(uint64_t number, const Outcome& outcome) {
     const std::lock_guard lock(mRunMutex);
-    if (outcome == JobState::Completed && mBeginAnew) {
+    if (outcome.state == JobState::Completed && mBeginAnew) {
         return false;
     }
     if (number == mLastRun) {
-        mState = outcome;
+        mState = outcome.state;
+        mError = outcome.error;
     }
     if (number == mTurn) {
         mTurn = 0;
-        mTurnEnded.notify_all();
     }
+    mRunEnded.notify_all();
     return true;
 }
 
@@ -203,24 +244,25 @@ bool PanoTiles::beginAnew() {
     return true;
 }
 
-JobState PanoTiles::attempt(std::stop_token stop, const std::function<void()>& onTileLoaded) {
-    if (!mLoader) {
-        return JobState::Failed;
-    }
-    std::string failure = "unknown exception";
+PanoTiles::Outcome PanoTiles::attempt(std::stop_token stop, const std::function<void()>& onTileLoaded) {
     try {
-        loadAll(stop, onTileLoaded);
-        return stop.stop_requested() ? JobState::Stopped : JobState::Completed;
+        try {
+            loadAll(stop, onTileLoaded);
+        } catch (...) {
+            std::throw_with_nested(std::runtime_error("Loading panorama \"" + mName + "\" failed"));
+        }
+        return {stop.stop_requested() ? JobState::Stopped : JobState::Completed, nullptr};
     } catch (const std::exception& exception) {
-        failure = Core::exceptionChain(exception);
-    } catch (...) {
+        Core::Log::error(Core::exceptionChain(exception));
+        return {JobState::Failed, std::current_exception()};
     }
-    Core::Log::error("Loading panorama \"" + mName + "\" failed: " + failure);
-    return JobState::Failed;
 }
 
 void PanoTiles::loadAll(std::stop_token stop, const std::function<void()>& onTileLoaded) {
     mBeginAnew = false;
+    if (!mLoader) {
+        throw std::runtime_error("there is no loader");
+    }
     std::vector<Request> remaining = requests();
     while (!remaining.empty() && !stop.stop_requested() && !mBeginAnew) {
         const size_t next = choose(remaining, viewDirection());
@@ -254,11 +296,16 @@ void PanoTiles::load(const Request& request) {
         if (request.kind == Kind::Color) {
             Graphics::ColorImage image = fitted(mLoader->loadColorTile(tile), width, height);
             const std::lock_guard lock(mTileMutex);
-            mArrived.colors.push_back({tile, std::move(image)});
+            append(mArrived.colors, {tile, std::move(image)});
         } else {
             Graphics::DepthImage image = fitted(mLoader->loadDepthTile(tile), width, height);
+            PanoDistances distances;
+            distances.extend(image);
             const std::lock_guard lock(mTileMutex);
-            mArrived.depths.push_back({tile, std::move(image)});
+            append(mArrived.depths, {tile, std::move(image)});
+            distances.extend(mDistances);
+            mDistancesChanged = mDistancesChanged || distances != mDistances;
+            mDistances = distances;
         }
     } catch (...) {
         std::throw_with_nested(

@@ -5,12 +5,14 @@
 #include <graphics/DepthImage.h>
 #include <graphics/PanoramaLoader.h>
 #include <math/Point.h>
+#include <render/renderables/PanoDistances.h>
 
 #include <Eigen/Core>
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -43,7 +45,7 @@ public:
         Image image;  ///< Of the size of the tile's level.
     };
 
-    /// In the order in which they were loaded.
+    /// In the order in which they were loaded, each tile once.
     struct Arrived {
         std::vector<Tile<Graphics::ColorImage>> colors;
         std::vector<Tile<Graphics::DepthImage>> depths;
@@ -68,19 +70,29 @@ public:
     void setViewDirection(const Eigen::Vector3f& direction);
     Eigen::Vector3f viewDirection() const;
 
-    /// What has arrived since the last call.
+    /// What has arrived since the last call. A tile that was loaded again meanwhile is there in its newest
+    /// form.
     Arrived takeArrived();
-    /// Returns what was taken, to be taken again before anything newer.
+    /// Returns what was taken, to be taken again before anything newer, which it does not replace.
     void putBack(Arrived arrived);
+
+    /// Of all tiles that have ever arrived.
+    PanoDistances takeDistances();
+    /// Whether they are others now than takeDistances() said last.
+    bool haveDistancesChanged() const;
 
     /// Of the last run that was announced.
     Core::JobState state() const { return mState.load(); }
+    /// What made that run fail, with the causes nested inside; null unless it has failed.
+    std::exception_ptr error() const;
+    /// Sleeps while the last run that was announced is in progress. Returns how it ended.
+    Core::JobState waitForEnd() const;
 
     /// Shows the run as running from now on and returns its number. What earlier runs end with no longer
     /// counts.
     uint64_t announceRun();
     /// Of a run that could not be started.
-    void failRun(uint64_t number);
+    void failRun(uint64_t number, std::exception_ptr error);
     /// Waits for the run before, loads all tiles and returns how that ended. Failures are logged. The
     /// callback, which may be empty, is called after each tile, under no lock, and destroyed before the run
     /// ends.
@@ -91,10 +103,15 @@ public:
     bool beginAnew();
 
 private:
+    struct Outcome {
+        Core::JobState state = Core::JobState::Stopped;
+        std::exception_ptr error;
+    };
+
     bool waitForTurn(uint64_t number, std::stop_token stop);
     void loadAll(std::stop_token stop, const std::function<void()>& onTileLoaded);
-    Core::JobState attempt(std::stop_token stop, const std::function<void()>& onTileLoaded);
-    bool end(uint64_t number, Core::JobState outcome);
+    Outcome attempt(std::stop_token stop, const std::function<void()>& onTileLoaded);
+    bool end(uint64_t number, const Outcome& outcome);
     void leave();
     std::vector<Request> requests() const;
     void load(const Request& request);
@@ -103,14 +120,17 @@ private:
     const std::string mName;
     const std::function<void()> mAskForRedraw;
 
-    std::mutex mTileMutex;
-    Arrived mArrived;  ///< Guarded by mTileMutex.
+    mutable std::mutex mTileMutex;  ///< Guards the three below.
+    Arrived mArrived;
+    PanoDistances mDistances;
+    bool mDistancesChanged = false;
 
     mutable std::mutex mViewMutex;
     Eigen::Vector3f mViewDirection = Eigen::Vector3f::Zero();  ///< Guarded by mViewMutex.
 
-    mutable std::mutex mRunMutex;  ///< Guards the four below, and mState against overtaking.
-    std::condition_variable_any mTurnEnded;
+    mutable std::mutex mRunMutex;  ///< Guards the five below, and mState against overtaking.
+    mutable std::condition_variable_any mRunEnded;
+    std::exception_ptr mError;
     uint64_t mTurn = 0;  ///< The run that loads; 0 when none does.
     uint64_t mLastRun = 0;
     std::vector<std::thread::id> mRunThreads;  ///< In run(), waiting or loading.

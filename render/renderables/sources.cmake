@@ -3,6 +3,7 @@ set(LUMARO_RENDERABLES_STREAMING_SOURCES
     MeshLoader.cpp
     ObjLines.cpp
     ObjMeshLoader.cpp
+    PanoDistances.cpp
     PanoLoading.cpp
     PanoTiles.cpp)
 set(LUMARO_RENDERABLES_STREAMING_HEADERS
@@ -11,6 +12,7 @@ set(LUMARO_RENDERABLES_STREAMING_HEADERS
     ObjLines.h
     ObjMeshLoader.h
     PanoConstants.h
+    PanoDistances.h
     PanoLoading.h
     PanoTiles.h)
 set(LUMARO_RENDERABLES_SOURCES

@@ -4,9 +4,11 @@
 #include <render/core/Renderer.h>
 #include <render/renderables/GroupRenderable.h>
 
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -22,7 +24,11 @@ public:
         ++invalidations;
         Renderable::invalidateWorldMatrix();
     }
+    void addZRangeNeeds(const Render::Camera&, Render::ZRangeNeeds& needs) override {
+        needs.room = std::max(needs.room, room);
+    }
     int invalidations = 0;
+    float room = 0;
 };
 
 class GroupRenderableTest : public testing::Test {
@@ -34,12 +40,18 @@ protected:
         a->takeEvents();
         b->takeEvents();
     }
-    Events names() const {
+    Events names() const { return names(*group); }
+    static Events names(const GroupRenderable& of) {
         Events result;
-        for (const auto& one : *group) {
+        for (const auto& one : of) {
             result.push_back(one->name());
         }
         return result;
+    }
+    static Eigen::Matrix4f moved(float x) {
+        Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
+        matrix(0, 3) = x;
+        return matrix;
     }
     /// What both children are told.
     Events told() {
@@ -110,6 +122,56 @@ TEST_F(GroupRenderableTest, RemovedChildrenAreReleasedAndGapsFilledFromTheBack) 
     EXPECT_EQ(group->size(), 0u);
 }
 
+TEST_F(GroupRenderableTest, AChildThatIsThereTwiceLeavesWithItsLastEntry) {
+    group->setMatrix(moved(10));
+    for (const auto& one : {a, b, a}) {
+        group->add(one);
+    }
+    join();
+    group->remove(group->begin());
+    EXPECT_EQ(a->takeEvents(), Events());
+    EXPECT_EQ(a->worldMatrix(), moved(10));
+    group->setMatrix(moved(20));
+    EXPECT_EQ(a->worldMatrix(), moved(20));
+    group->add(a);
+    EXPECT_TRUE(group->remove(group->back()));
+    EXPECT_EQ(a->takeEvents().back(), "deinit");
+    EXPECT_EQ(a->worldMatrix(), moved(0));
+    EXPECT_EQ(names(), Events{"b"});
+    group->setNeedsRedraw(false);
+    EXPECT_FALSE(group->remove(a));
+    EXPECT_FALSE(group->Renderable::needsRedraw());
+}
+
+TEST_F(GroupRenderableTest, NoChildKeepsTheMatrixOfAGroupThatIsGone) {
+    const auto c = child("c");
+    const auto inner = GroupRenderable::create("inner");
+    inner->add(c);
+    auto one = GroupRenderable::create("one");
+    auto other = GroupRenderable::create("other");
+    one->setMatrix(moved(1));
+    other->setMatrix(moved(2));
+    one->add(a);
+    one->add(inner);
+    other->add(b);
+    EXPECT_EQ(c->worldMatrix(), moved(1));
+    EXPECT_EQ(b->worldMatrix(), moved(2));
+    const auto copy = std::make_shared<GroupRenderable>(std::move(*one));
+    a->setNeedsRedraw(false);
+    one.reset();
+    EXPECT_TRUE(a->needsRedraw());
+    EXPECT_EQ(a->worldMatrix(), moved(0));
+    EXPECT_EQ(c->worldMatrix(), moved(0));
+    *other = *copy;
+    EXPECT_EQ(names(*other), (Events{"a", "inner"}));
+    EXPECT_EQ(b->worldMatrix(), moved(0)) << "dropped by the assignment";
+    group->setMatrix(moved(3));
+    group->add(a);
+    EXPECT_EQ(a->worldMatrix(), moved(3));
+    *group = *other;
+    EXPECT_EQ(a->worldMatrix(), moved(1)) << "still its parent, but elsewhere";
+}
+
 TEST_F(GroupRenderableTest, SomeSettingsArePassedOnAlwaysAndOthersWhenTheyChange) {
     group->add(a);
     group->add(b);
@@ -164,20 +226,42 @@ TEST_F(GroupRenderableTest, VisibleChildrenAreDrawnInOrderAndAllCountForTheRest)
     b->background = Math::Color(9, 8, 7);
     renderer.render();
     EXPECT_EQ(order, "aba");
-    EXPECT_TRUE(group->needsRedraw()) << "nobody drew the invisible child";
+    EXPECT_FALSE(group->needsRedraw()) << "the frame without it was drawn";
     EXPECT_TRUE(group->isTransparent());
-    EXPECT_EQ(group->backgroundColor(), Math::Color(9, 8, 7));
+    EXPECT_EQ(std::as_const(*group).backgroundColor(), Math::Color(9, 8, 7));
     a->background = Math::Color(1, 1, 1);
     EXPECT_EQ(group->backgroundColor(), Math::Color(1, 1, 1));
-    Eigen::Matrix4f moved = Eigen::Matrix4f::Identity();
-    moved(0, 3) = 10;
-    b->setMatrix(moved);
-    EXPECT_EQ(group->boundingBox().min, P(11, 2, 3));
+    b->setMatrix(moved(10));
+    EXPECT_EQ(std::as_const(*group).boundingBox().min, P(11, 2, 3));
     a->draw = [] { throw std::runtime_error("no memory"); };
     b->setVisible(true);
     EXPECT_THROW(renderer.render(), std::runtime_error);
     EXPECT_EQ(order, "aba");
     a->draw = b->draw = nullptr;
+}
+
+TEST_F(GroupRenderableTest, WhatIsHiddenAsksForOneFrameAndForNoRoom) {
+    const auto inner = GroupRenderable::create("inner");
+    inner->add(a);
+    group->add(inner);
+    group->add(b);
+    join();
+    inner->setVisible(false);
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(group->needsRedraw());
+        renderer.render();
+        EXPECT_FALSE(group->needsRedraw());
+        a->setVisible(false);
+    }
+    inner->setVisible(true);
+    a->room = 3;
+    b->room = 2;
+    Render::ZRangeNeeds needs;
+    group->addZRangeNeeds(*renderer.camera(), needs);
+    EXPECT_EQ(needs.room, 2);
+    a->setVisible(true);
+    group->addZRangeNeeds(*renderer.camera(), needs);
+    EXPECT_EQ(needs.room, 3);
 }
 
 TEST_F(GroupRenderableTest, ProposalsAreAveraged) {
@@ -199,11 +283,9 @@ TEST_F(GroupRenderableTest, TransformAndSelectionReachGroupsInTheGroup) {
     group->add(inner);
     EXPECT_EQ(a->worldMatrix(), Eigen::Matrix4f(Eigen::Matrix4f::Identity()));
     const int before = a->invalidations;
-    Eigen::Matrix4f moved = Eigen::Matrix4f::Identity();
-    moved(1, 3) = 4;
-    group->setMatrix(moved);
+    group->setMatrix(moved(4));
     EXPECT_EQ(a->invalidations, before + 1);
-    EXPECT_EQ(a->worldMatrix(), moved);
+    EXPECT_EQ(a->worldMatrix(), moved(4));
     group->setSelected(true);
     EXPECT_TRUE(a->selected());
     a->setSelected(false);

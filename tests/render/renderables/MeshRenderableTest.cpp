@@ -6,6 +6,7 @@
 #include <render/renderables/MeshRenderable.h>
 
 #include <tests/support/ComSpy.h>
+#include <tests/support/FailingCall.h>
 #include <tests/support/GpuTestDevice.h>
 
 #include <cmath>
@@ -264,6 +265,61 @@ TEST_F(MeshRenderableTest, AFrameCreatesNothingAndUploadsOnlyWhatHasChanged) {
     EXPECT_EQ(creations, 1);
     EXPECT_EQ(mesh->numTriangles(), 0u);
     mesh->render();
+}
+
+TEST_F(MeshRenderableTest, AFailedCallIsOneExceptionAndTheNextFrameDraws) {
+    const auto mesh = shown({square(-2, 1, up, orange), square(2, 3, up, orange)});
+    {
+        const TestSupport::FailingMap failure(gpu.context());
+        EXPECT_THROW(mesh->render(), Render::ComException);
+    }
+    EXPECT_TRUE(mesh->needsRedraw());
+    ATL::CComPtr<ID3D11VertexShader> shader;
+    gpu.context()->VSGetShader(&shader, nullptr, nullptr);
+    EXPECT_FALSE(shader);
+    draw(*mesh);
+    EXPECT_EQ(drawnTexels(), 2u * 16 * 16);
+    {
+        const TestSupport::FailingCreateBuffer failure(gpu.device(), 2);  // Of the second part.
+        EXPECT_THROW(mesh->init(0, camera, gpu.device(), gpu.context()), Render::ComException);
+    }
+    draw(*mesh);
+    EXPECT_EQ(drawnTexels(), 0u);
+    mesh->init(0, camera, gpu.device(), gpu.context());
+    draw(*mesh);
+    EXPECT_EQ(drawnTexels(), 2u * 16 * 16);
+}
+
+TEST_F(MeshRenderableTest, AutomaticPlanesReachItInTheSameFrame) {
+    for (const bool reversed : {false, true}) {
+        Render::Renderer renderer(reversed);
+        renderer.setViewport(size, size);
+        renderer.setAutoAdjustZRange(true);
+        const auto group = Render::GroupRenderable::create("group");
+        const auto show = [&](const Part& part, float scale) {
+            group->add(
+                MeshRenderable::create(std::make_shared<Parts>(std::vector<Part>{part}), scale, "mesh"));
+        };
+        renderer.setScene(group);
+        show(square(0, 0, up, orange), 1);
+        renderer.setPerspective(90, 0.1f, 100, 0, 0);
+        renderer.setCameraPose(P(0, 0, 10), Eigen::Vector3f(0, 0, -1), Eigen::Vector3f(0, 1, 0));
+        renderer.render();
+        show(square(0, -0.9f, up, orange), 500);
+        show(square(0, -1, up, orange), 460);  // Behind it, so that nothing lies on the far plane.
+        for (int frame = 0; frame < 2; ++frame) {
+            renderer.render();
+            std::vector<Render::VertexPosColor> points;
+            renderer.getPoints(points);
+            EXPECT_EQ(points.size(), size * size);
+            Graphics::DepthImage depths;
+            renderer.getDepthImage(depths);
+            const Eigen::Vector4f clip = renderer.camera()->viewProjectionMatrix() * Eigen::Vector4f::UnitW();
+            EXPECT_NEAR(depths.pixel(size / 2, size / 2), clip.z() / clip.w(), 1e-5f);
+            group->setMatrix(Eigen::Matrix4f(Eigen::Matrix4f::Identity()));
+        }
+        EXPECT_FALSE(renderer.needsRedraw());
+    }
 }
 
 TEST_F(MeshRenderableTest, ARendererShowsPicksAndMovesItWithItsGroup) {

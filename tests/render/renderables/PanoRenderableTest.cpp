@@ -2,10 +2,12 @@
 
 #include <tests/render/core/Patch.h>
 #include <tests/render/core/RecordingRenderable.h>
+#include <tests/support/FailingCall.h>
 #include <tests/support/GpuTestDevice.h>
 
 #include <gtest/gtest.h>
 #include <render/core/Renderer.h>
+#include <render/gpu/ComException.h>
 #include <render/renderables/GroupRenderable.h>
 #include <render/renderables/PanoGpu.h>
 #include <render/renderables/PanoRenderable.h>
@@ -262,6 +264,54 @@ TEST_P(PanoPicture, PanoramaAndQuadHideEachOther) {
     }
 }
 
+TEST_P(PanoPicture, APanoramaThatMovesIsRightInTheNextFrame) {
+    PanoFrame frame(GetParam(), {});
+    const auto group = Render::GroupRenderable::create("group");
+    group->add(frame.pano);
+    frame.renderer.setScene(group);
+    frame.load();
+    frame.look({0.2f, 1, 0.1f}, P(1, 2, 3));
+    const auto expectTruthAtOnce = [&](const std::string& projection) {
+        for (const float degrees : {100.0f, 180.0f}) {
+            group->setMatrix(placed({1, 2, 3}, degrees));
+            EXPECT_TRUE(frame.pano->needsRedraw());
+            frame.expectTruth(projection + " turned with its group");
+            frame.pano->setMatrix(placed({0.2f, 0.1f, 0}, -degrees / 3, 1.5f));
+            frame.expectTruth(projection + " turned, moved and scaled");
+            frame.pano->setMatrix(Matrix4f(Matrix4f::Identity()));
+        }
+    };
+    expectTruthAtOnce("perspective");
+    frame.renderer.setOrthographic(9, 7, -30, 40);
+    expectTruthAtOnce("orthographic");
+    group->removeAll();
+    EXPECT_TRUE(frame.pano->boundingBox().isEmpty());
+    frame.renderer.setScene(frame.pano);
+    frame.look({0, 1, 0});
+    frame.expectTruth("on its own");
+}
+
+TEST_P(PanoPicture, AutomaticPlanesLeaveWhatWasMeasuredWhereItIs) {
+    PanoFrame frame(GetParam(), {.depthLevels = 3});
+    const auto board = std::make_shared<RecordingRenderable>("board");
+    board->box.extend(P(5, -1, -1));
+    board->box.extend(P(6, 1, 1));
+    const auto group = Render::GroupRenderable::create("group");
+    group->add(frame.pano);
+    group->add(board);
+    frame.renderer.setScene(group);
+    frame.load();
+    frame.look({1, 0.3f, 0.2f});
+    const auto expected = frame.draw(frame.renderer);
+    frame.renderer.setAutoAdjustZRange(true);
+    const auto pixels = frame.draw(frame.renderer);
+    size_t elsewhere = 0;
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        elsewhere += (pixels[i].position - expected[i].position).norm() > 2e-3 ? 1u : 0u;
+    }
+    EXPECT_LT(elsewhere, pixels.size() / 100) << "only where texels meet";
+}
+
 TEST(PanoRenderableTest, EachTileShowsItsFinestLevelInWhateverOrderTheyArrive) {
     PanoFrame frame(false, {});
     frame.colorLevel = frame.depthLevel = [](size_t) { return std::nullopt; };
@@ -345,22 +395,42 @@ TEST(PanoRenderableTest, NothingIsNotANumberWhereThereIsNoDirection) {
     }
 }
 
-TEST(PanoRenderableTest, APanoramaFollowsItsGroupAtOnce) {
-    PanoFrame frame(false, {});
-    const auto group = Render::GroupRenderable::create("group");
-    group->add(frame.pano);
-    frame.renderer.setScene(group);
-    frame.load();
-    frame.look({0, 1, 0}, P(1, 2, 3));
+TEST(PanoRenderableTest, DistancesThatArriveAfterThePlanesWereChosenAskForAnotherFrame) {
+    PanoFrame frame(true, {});
     frame.renderer.render();
-    group->setMatrix(placed({1, 2, 3}, 0, 1.5f));
-    EXPECT_TRUE(frame.pano->needsRedraw());
-    frame.expectTruth("moved");
-    group->removeAll();
-    EXPECT_TRUE(frame.pano->boundingBox().isEmpty());
-    frame.renderer.setScene(frame.pano);
-    frame.look({0, 1, 0});
-    frame.expectTruth("on its own");
+    for (int i = 0; i < 3; ++i) {
+        Render::ZRangeNeeds needs;
+        if (i < 2) {
+            frame.pano->addZRangeNeeds(*frame.renderer.camera(), needs);
+            EXPECT_EQ(needs.farthest, i == 0 ? needs.farthest : 17.25f);
+        }
+        frame.load();
+        frame.pano->render();
+        EXPECT_EQ(frame.pano->needsRedraw(), i == 0) << i;
+    }
+}
+
+TEST(PanoRenderableTest, AFailedCallIsOneExceptionAndNoTileIsMissingInTheNextFrame) {
+    PanoFrame frame(true, {});
+    frame.load();
+    for (const int succeeding : {0, 7, 30, 40}) {  // 24 tiles of colours, 16 of distances, the constants.
+        const TestSupport::FailingMap failure(frame.renderer.deviceContext(), succeeding);
+        EXPECT_THROW(frame.pano->render(), Render::ComException);
+        EXPECT_TRUE(frame.pano->needsRedraw());
+    }
+    frame.expectTruth("after failing uploads");
+    {
+        TestSupport::GpuTestDevice other;
+        const TestSupport::FailingCreateTexture2D failure(other.device(), 5);
+        EXPECT_THROW(frame.pano->init(0, frame.renderer.camera(), other.device(), other.context()),
+                     Render::ComException);
+        frame.look({0, 1, 0});
+        const TestSupport::FailingMap onTheOldDevice(frame.renderer.deviceContext());
+        EXPECT_NO_THROW(frame.pano->render());
+    }
+    frame.pano->init(0, frame.renderer.camera(), frame.renderer.device(), frame.renderer.deviceContext());
+    EXPECT_EQ(frame.pano->waitForLoadingEnd(), JobState::Completed);
+    frame.expectTruth("after a failing start");
 }
 
 TEST(PanoRenderableTest, TheTileThatTheCameraFacesIsLoadedFirst) {
@@ -428,6 +498,16 @@ TEST(PanoRenderableTest, LoadingNeedsALoaderThatFits) {
     EXPECT_EQ(image.pixel(320, 240), Math::Color(1, 2, 3));
     EXPECT_FALSE(none->needsRedraw());
     EXPECT_FALSE(none->isLoadingComplete());
+    EXPECT_EQ(none->waitForLoadingEnd(), JobState::Failed);
+    EXPECT_EQ(none->loadingState(), JobState::Failed);
+    EXPECT_FALSE(none->isLoadingHealthy(false));
+    EXPECT_THROW(none->isLoadingHealthy(true), std::runtime_error);
+
+    const auto small = PanoRenderable::create(std::make_shared<TestPanorama>(Shape{}), "small");
+    EXPECT_EQ(small->waitForLoadingEnd(), JobState::NotStarted);
+    small->startAsyncPanoramaTilesLoading([&small] { small->waitForLoadingEnd(); });
+    EXPECT_EQ(small->waitForLoadingEnd(), JobState::Failed);
+    EXPECT_THROW(small->isLoadingHealthy(true), std::runtime_error);
 
     const auto large =
         PanoRenderable::create(std::make_shared<TestPanorama>(Shape{.colorLevels = 5}), "large");

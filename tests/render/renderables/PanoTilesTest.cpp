@@ -1,5 +1,6 @@
 #include "TestPanorama.h"
 
+#include <core/ExceptionChain.h>
 #include <core/Log.h>
 #include <gtest/gtest.h>
 #include <render/renderables/PanoLoading.h>
@@ -36,6 +37,11 @@ protected:
         EXPECT_EQ(loading->load(), JobState::Failed);
         EXPECT_EQ(tiles->state(), JobState::Failed);
         EXPECT_NE(log.find(text), std::string::npos) << log;
+        try {
+            std::rethrow_exception(tiles->error());
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(Core::exceptionChain(error), log);
+        }
     }
     void waitFor(JobState state) const {
         while (tiles->state() != state) {
@@ -115,13 +121,14 @@ TEST_F(PanoTilesTest, FailuresAreLoggedAndLeaveWhatHasArrived) {
     expectFailure("color tile 99 belongs to level 24 of 2");
     loader->extraTile = 0;
     loading->start([] { throw std::runtime_error("no"); });
-    waitFor(JobState::Failed);
-    loading->stop();
+    EXPECT_EQ(tiles->waitForEnd(), JobState::Failed);
     EXPECT_NE(log.find("failed: no"), std::string::npos) << log;
     EXPECT_EQ(loading->load(), JobState::Completed);
+    EXPECT_FALSE(tiles->error());
 
-    const auto none = std::make_shared<PanoTiles>(nullptr, "", [] {});
-    EXPECT_EQ(PanoLoading(none).load(), JobState::Failed);
+    tiles = std::make_shared<PanoTiles>(nullptr, "", [] {});
+    loading = std::make_unique<PanoLoading>(tiles);
+    expectFailure("there is no loader");
 }
 
 TEST_F(PanoTilesTest, ImagesArriveInOrderWithoutPadding) {
@@ -134,14 +141,22 @@ TEST_F(PanoTilesTest, ImagesArriveInOrderWithoutPadding) {
     EXPECT_EQ(arrived.colors[1].image.pixel(1, 1), TestPanorama::color(0, 0, 3, 1));
     EXPECT_EQ(arrived.depths[3].image.pixel(0, 1), TestPanorama::distance(0, 0, 6, 1));
     EXPECT_TRUE(tiles->takeArrived().colors.empty());
-    arrived.colors.resize(1);
+}
+
+TEST_F(PanoTilesTest, EachTileWaitsOnceInItsNewestForm) {
     loading->load();
-    tiles->putBack(std::move(arrived));
-    arrived = tiles->takeArrived();
-    EXPECT_EQ(arrived.colors.size(), 9u);
-    EXPECT_EQ(arrived.colors[0].id, 0u);
-    EXPECT_EQ(arrived.colors[1].id, 0u);
-    EXPECT_EQ(arrived.depths.size(), 8u);
+    PanoTiles::Arrived first = tiles->takeArrived();
+    tiles->setViewDirection({-1, 1, 0});  // The other way round.
+    loader->offers = [](uint64_t id) { return id != 2; };
+    loading->load();
+    loading->load();
+    first.colors[0].image.fill(Math::Color::black());
+    tiles->putBack(std::move(first));
+    const PanoTiles::Arrived both = tiles->takeArrived();
+    ASSERT_EQ(both.colors.size() + both.depths.size(), kSmallCount);
+    EXPECT_EQ(both.colors[0].id, 2u);
+    EXPECT_EQ(both.colors[1].id, 0u);
+    EXPECT_EQ(both.colors[1].image.pixel(0, 0), TestPanorama::color(0, 0, 0, 0));
 }
 
 TEST_F(PanoTilesTest, RestartsWaitForTheRunBeforeAndOverwriteItsState) {
