@@ -2,6 +2,7 @@
 
 #include <render/core/Renderable.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <sstream>
@@ -69,7 +70,11 @@ public:
         contrast = 3.0f;
     }
     Math::NBoundingBox<float, 3> boundingBox() override { return box; }
-    void addZRangeNeeds(const Render::Camera&, Render::ZRangeNeeds& asked) override { asked = needs; }
+    void addZRangeNeeds(const Render::Camera&, Render::ZRangeNeeds& asked) override {
+        asked.nearest = std::min(asked.nearest, needs.nearest);
+        asked.farthest = std::max(asked.farthest, needs.farthest);
+        asked.room = std::max(asked.room, needs.room);
+    }
     void setMatrix(const Eigen::Matrix4f& matrix) override {
         record("matrix", matrix(0, 3));
         Renderable::setMatrix(matrix);

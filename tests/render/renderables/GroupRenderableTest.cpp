@@ -24,8 +24,8 @@ public:
         ++invalidations;
         Renderable::invalidateWorldMatrix();
     }
-    void addZRangeNeeds(const Render::Camera&, Render::ZRangeNeeds& needs) override {
-        needs.room = std::max(needs.room, room);
+    void addZRangeNeeds(const Render::Camera&, Render::ZRangeNeeds& asked) override {
+        asked.room = std::max(asked.room, room);
     }
     int invalidations = 0;
     float room = 0;
