@@ -59,8 +59,9 @@ set(private_octree ChildCube GrowingBuffer JsonValue RandomAccessFile las/.*
     potree/NodeChunk potree/NodeTable potree/PointCodes potree/PointColumns potree/Store)
 set(private_render core/DepthTerms core/ReadMapping core/TargetNames
     gpu/ShaderCompiler gpu/ShaderInclude gpu/ShaderLibrary gpu/ShaderWarmUp gpu/TypePromises gpu/VertexLayouts
-    pointcloud/BrightnessAndContrast pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/NodeId
-    pointcloud/NodePrioritizer pointcloud/NodeVertexPacking pointcloud/NodeVertexSource pointcloud/PointCloudGpu
+    pointcloud/BrightnessAndContrast pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/ModelMesh
+    pointcloud/NodeId pointcloud/NodePrioritizer pointcloud/NodeVertexPacking pointcloud/NodeVertexSource
+    pointcloud/PointCloudGpu
     pointcloud/PointCloudStreamer pointcloud/PointPool pointcloud/PublishedNodes pointcloud/WalkParameters
     renderables/LineBuffer renderables/ObjLines renderables/ObjMeshLoader renderables/PanoDistances
     renderables/PanoGpu renderables/PanoLoading renderables/PanoTiles)

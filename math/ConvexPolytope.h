@@ -46,20 +46,28 @@ public:
         return false;
     }
 
-    /// See NPlane::transformed.
+    /// See NPlane::transformed and NPlane::transformedBack.
     ConvexPolytope transformed(const Eigen::Matrix<T, 4, 4>& m) const requires(N == 3) {
-        ConvexPolytope result;
-        result.mHalfSpaces.reserve(mHalfSpaces.size());
-        for (const HalfSpace<T, N>& halfSpace : mHalfSpaces) {
-            result.mHalfSpaces.push_back(halfSpace.transformed(m));
-        }
-        return result;
+        return each([&](const HalfSpace<T, N>& halfSpace) { return halfSpace.transformed(m); });
+    }
+    ConvexPolytope transformedBack(const Eigen::Matrix<T, 4, 4>& m) const requires(N == 3) {
+        return each([&](const HalfSpace<T, N>& halfSpace) { return halfSpace.transformedBack(m); });
     }
 
     /// Compares the half-spaces in their order.
     bool operator==(const ConvexPolytope&) const = default;
 
 private:
+    template <class Change>
+    ConvexPolytope each(const Change& change) const {
+        ConvexPolytope result;
+        result.mHalfSpaces.reserve(mHalfSpaces.size());
+        for (const HalfSpace<T, N>& halfSpace : mHalfSpaces) {
+            result.mHalfSpaces.push_back(change(halfSpace));
+        }
+        return result;
+    }
+
     std::vector<HalfSpace<T, N>> mHalfSpaces;
 };
 

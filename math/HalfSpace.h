@@ -16,9 +16,12 @@ struct HalfSpace {
 
     constexpr bool contains(const Point<T, N>& p) const { return plane.signedDistance(p) >= T(0); }
 
-    /// See NPlane::transformed.
+    /// See NPlane::transformed and NPlane::transformedBack.
     HalfSpace transformed(const Eigen::Matrix<T, 4, 4>& m) const requires(N == 3) {
         return HalfSpace(plane.transformed(m));
+    }
+    HalfSpace transformedBack(const Eigen::Matrix<T, 4, 4>& m) const requires(N == 3) {
+        return HalfSpace(plane.transformedBack(m));
     }
 };
 

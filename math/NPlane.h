@@ -4,6 +4,7 @@
 #include <math/Point.h>
 
 #include <Eigen/LU>
+#include <type_traits>
 
 namespace Math {
 
@@ -35,8 +36,22 @@ struct NPlane {
     /// The plane of the moved points, for an invertible matrix. The signed distance of a point moved along by
     /// an affine matrix stays the same, so the normal's length changes when the matrix scales.
     NPlane transformed(const Eigen::Matrix<T, 4, 4>& m) const requires(N == 3) {
-        const Eigen::Matrix<T, 4, 1> plane(normal[0], normal[1], normal[2], offset);
-        const Eigen::Matrix<T, 4, 1> moved = m.inverse().transpose() * plane;
+        return timesTransposed(m.template cast<Wide>().inverse());
+    }
+
+    /// The plane that `m` takes to this one: transformed() by the inverse of m, which is not needed for it
+    /// and may not exist.
+    NPlane transformedBack(const Eigen::Matrix<T, 4, 4>& m) const requires(N == 3) {
+        return timesTransposed(m.template cast<Wide>());
+    }
+
+private:
+    // Far from the origin, offset and translation are large and nearly cancel out.
+    using Wide = std::conditional_t<(sizeof(T) < sizeof(double)), double, T>;
+
+    NPlane timesTransposed(const Eigen::Matrix<Wide, 4, 4>& m) const {
+        const Eigen::Matrix<Wide, 4, 1> plane(normal[0], normal[1], normal[2], offset);
+        const Eigen::Matrix<T, 4, 1> moved = (m.transpose() * plane).template cast<T>();
         return NPlane(Point<T, 3>(moved[0], moved[1], moved[2]), moved[3]);
     }
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <core/Lazy.h>
 #include <math/NBoundingBox.h>
 #include <math/Point.h>
 #include <math/TriangleIndex.h>
@@ -25,7 +26,8 @@ struct NearestPoint {
 };
 
 /// An immutable triangle mesh to measure distances to. Any number of threads may do so at once. Copies share
-/// the index that makes it fast; building one takes O(n log n) for n triangles.
+/// the index that makes it fast; the first question builds it, on the thread that asks, in O(n log n) for n
+/// triangles.
 template <class T>
 class TriangleMesh {
 public:
@@ -36,7 +38,10 @@ public:
     /// Throws std::invalid_argument when a triangle refers to a vertex that is not there, std::length_error
     /// for 2^32 triangles or more.
     TriangleMesh(std::vector<Point<T, 3>> vertices, std::vector<Triangle> triangles)
-        : mVertices(std::move(vertices)), mTriangles(std::move(triangles)) {
+        : mVertices(std::move(vertices)), mTriangles(std::move(triangles)), mIndex(makeIndex()) {
+        if (mTriangles.size() > (std::numeric_limits<uint32_t>::max)()) {
+            throw std::length_error("A mesh of too many triangles");
+        }
         for (const Triangle& triangle : mTriangles) {
             for (const uint32_t index : triangle) {
                 if (index >= mVertices.size()) {
@@ -47,7 +52,6 @@ public:
         for (const Point<T, 3>& vertex : mVertices) {
             mBoundingBox.extend(vertex);
         }
-        buildIndex();
     }
 
     const std::vector<Point<T, 3>>& vertices() const { return mVertices; }
@@ -60,18 +64,21 @@ public:
     bool empty() const { return mTriangles.empty(); }
 
     /// This mesh moved by an affine matrix, with an index of its own unless that is the identity.
-    TriangleMesh transformed(const Eigen::Matrix<T, 4, 4>& m) const {
-        if (m == Eigen::Matrix<T, 4, 4>::Identity()) {
+    template <class U>
+    TriangleMesh transformed(const Eigen::Matrix<U, 4, 4>& m) const {
+        if (m == Eigen::Matrix<U, 4, 4>::Identity()) {
             return *this;
         }
+        const Eigen::Matrix<Real, 4, 4> matrix = m.template cast<Real>();
         TriangleMesh result;
         result.mTriangles = mTriangles;
         result.mVertices.reserve(mVertices.size());
         for (const Point<T, 3>& vertex : mVertices) {
-            result.mVertices.push_back(transformPoint(m, vertex));
+            result.mVertices.push_back(
+                transformPoint(matrix, vertex.template cast<Real>()).template cast<T>());
             result.mBoundingBox.extend(result.mVertices.back());
         }
-        result.buildIndex();
+        result.mIndex = result.makeIndex();
         return result;
     }
 
@@ -104,15 +111,15 @@ private:
     using Real = typename TriangleIndex<T>::Real;
     using Nearest = typename TriangleIndex<T>::Nearest;
 
-    void buildIndex() {
-        mIndex = empty() ? nullptr : std::make_shared<const TriangleIndex<T>>(mVertices, mTriangles);
-    }
+    using Index = Core::Lazy<TriangleIndex<T>>;
+
+    std::shared_ptr<Index> makeIndex() const { return empty() ? nullptr : std::make_shared<Index>(); }
 
     Nearest find(const Point<T, 3>& p) const {
         if (empty()) {
             throw std::logic_error("An empty mesh has no nearest point");
         }
-        return mIndex->nearest(p);
+        return mIndex->get([this] { return TriangleIndex<T>(mVertices, mTriangles); }).nearest(p);
     }
 
     Point<Real, 3> corner(size_t triangle, size_t i) const {
@@ -122,7 +129,7 @@ private:
     std::vector<Point<T, 3>> mVertices;
     std::vector<Triangle> mTriangles;
     NBoundingBox<T, 3> mBoundingBox;
-    std::shared_ptr<const TriangleIndex<T>> mIndex;  // Null when empty.
+    std::shared_ptr<Index> mIndex;  // Null when empty.
 };
 
 }  // namespace Math

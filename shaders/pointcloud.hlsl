@@ -132,18 +132,8 @@ ps_in culled()
     return output;
 }
 
-float4 distanceColor(float d)
-{
-    return colorizeByDistance(d, min_distance, max_distance, color_map, min_distance_pass_fail,
-                              max_distance_pass_fail, min_distance_warn, max_distance_warn);
-}
-
-bool outsideDistanceRange(float d)
-{
-    return d < min_distance || d > max_distance;
-}
-
-float4 pointColor(vs_in input, float meshDistance)
+// In the modes without a distance.
+float4 pointColor(vs_in input)
 {
     if (point_render_mode == 6 || (selected != 0 && point_render_mode == 0)) {
         const float grey = (input.col.r + input.col.g + input.col.b) / 3.0;
@@ -155,8 +145,6 @@ float4 pointColor(vs_in input, float meshDistance)
         return input.col;
     case 5:
         return gray(input.intensity);
-    case 7:
-        return distanceColor(meshDistance);
     default:
         return float4(0.0, 0.0, 0.0, 0.0);
     }
@@ -164,23 +152,26 @@ float4 pointColor(vs_in input, float meshDistance)
 
 ps_in vs_main(vs_in input)
 {
-    const float meshDistance = use_signed_distance != 0 ? input.distance : abs(input.distance);
-    if (point_render_mode == 7 && outsideDistanceRange(meshDistance))
-        return culled();
     for (uint i = 0; i < CLIPPING_PLANES_MAX_COUNT; ++i) {
         if (dot(input.pos, clipping_planes[i]) < 0.0)
             return culled();
     }
 
     const float4 exactWorldPosition = mul(model, input.pos);
-    float4 col = pointColor(input, meshDistance);
-    if (point_render_mode == 4) {
-        float d = planeDistance(exactWorldPosition.xyz, distance_plane);
+    float4 col;
+    // One call for both distance modes: it brings all colour maps along, which take most of the compiler's time.
+    [branch] if (point_render_mode == 4 || point_render_mode == 7) {
+        float d = input.distance;
+        if (point_render_mode == 4)
+            d = planeDistance(exactWorldPosition.xyz, distance_plane);
         if (use_signed_distance == 0)
             d = abs(d);
-        if (outsideDistanceRange(d))
+        if (d < min_distance || d > max_distance)
             return culled();
-        col = distanceColor(d);
+        col = colorizeByDistance(d, min_distance, max_distance, color_map, min_distance_pass_fail,
+                                 max_distance_pass_fail, min_distance_warn, max_distance_warn);
+    } else {
+        col = pointColor(input);
     }
 
     const float4 pos = mul(model_view_proj, input.pos);

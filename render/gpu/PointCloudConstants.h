@@ -13,14 +13,17 @@ inline constexpr size_t maxClippingPlanes = 8;
 /// The constants of shaders/pointcloud.hlsl that change at most once a frame (cbPerFrame, register b0), byte
 /// for byte. Matrices are column-major, as both Eigen and the shader keep them. Flags are 0 or 1.
 struct PointCloudFrameConstants {
-    Eigen::Matrix4f model = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f invModel = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f view = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f proj = Eigen::Matrix4f::Identity();
+    /// Takes 64 bytes whatever instruction set a host is built for; an Eigen::Matrix4f may need padding.
+    using Matrix = Eigen::Matrix<float, 4, 4, Eigen::DontAlign>;
+
+    Matrix model = Matrix::Identity();
+    Matrix invModel = Matrix::Identity();
+    Matrix view = Matrix::Identity();
+    Matrix proj = Matrix::Identity();
     /// proj × view × model
-    Eigen::Matrix4f modelViewProj = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f invModelViewProj = Eigen::Matrix4f::Identity();
-    Eigen::Matrix4f invViewProj = Eigen::Matrix4f::Identity();
+    Matrix modelViewProj = Matrix::Identity();
+    Matrix invModelViewProj = Matrix::Identity();
+    Matrix invViewProj = Matrix::Identity();
     /// Half-spaces in model coordinates; those not in use are zero, which passes every point.
     std::array<std::array<float, 4>, maxClippingPlanes> clippingPlanes{};
     /// Colours are r, g, b, a in 0..1.
@@ -70,7 +73,7 @@ struct PointCloudNodeConstants {
     std::array<uint32_t, 3> padding{};
 };
 
-static_assert(sizeof(Eigen::Matrix4f) == 64);
+static_assert(sizeof(PointCloudFrameConstants::Matrix) == 64);
 static_assert(offsetof(PointCloudFrameConstants, invViewProj) == 6 * 64);
 static_assert(offsetof(PointCloudFrameConstants, clippingPlanes) == 448);
 static_assert(offsetof(PointCloudFrameConstants, uniformColor) == 576);

@@ -30,7 +30,7 @@ struct std::hash<Render::NodeId> {
     bool operator()(const Render::NodeId& id) const {
         const auto bytes = std::bit_cast<std::array<std::uint8_t, sizeof(Render::NodeId)>>(id);
         const std::uint64_t h1 = fnv1a(&bytes[0]) + 0x9e3779b9u;
-        const std::uint64_t h2 = fnv1a(&bytes[8]) + 0x9e3779b9u;
+        const std::uint64_t h2 = fnv1a(&bytes[8]);
         const std::uint64_t combined = (h1 << 6) + h2 + 0x9e3779b9u + (h1 >> 2);
         return combined != h1;
     }

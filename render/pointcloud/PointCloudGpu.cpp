@@ -4,6 +4,7 @@
 #include <render/gpu/VertexLayouts.h>
 
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace Render {
@@ -12,6 +13,8 @@ namespace {
 
 constexpr std::size_t pointsPerPage = std::size_t{1} << 20;
 constexpr std::size_t pointSize = sizeof(VertexContainer::Vertex);
+constexpr UINT pointStride = static_cast<UINT>(pointSize);
+constexpr UINT pointOffset = 0;
 constexpr const char* shaderName = "shaders/pointcloud.hlsl";
 
 D3D11_TEXTURE1D_DESC nodeTableDesc() {
@@ -73,6 +76,9 @@ void PointCloudGpu::createPages() {
         if (capacity == 0) {
             continue;
         }
+        if (capacity > std::numeric_limits<UINT>::max() / pointSize) {
+            throwIfFailed(E_INVALIDARG, "a page of more points than 32 bits can size");
+        }
         D3D11_BUFFER_DESC desc{};
         desc.ByteWidth = static_cast<UINT>(capacity * pointSize);
         desc.Usage = D3D11_USAGE_DEFAULT;
@@ -123,29 +129,41 @@ void PointCloudGpu::draw() {
     if (mDrawnNodes.empty()) {
         return;
     }
-    mVertexShader.begin(mContext);
-    mPixelShader.begin(mContext);
-    mContext->IASetPrimitiveTopology(D3D11_PRIMITIVE_TOPOLOGY_TRIANGLESTRIP);
-    mFrameConstants.begin(mContext, ShaderConfiguration::Vertex | ShaderConfiguration::Pixel, 0);
-    mNodeConstants.begin(mContext, ShaderConfiguration::Vertex, 1);
-    mNodeTableView.begin(mContext, ShaderConfiguration::Vertex, 0);
+    // Before anything is bound, because it may fail.
+    mFrameConstants.upload(mContext);
+    mNodeConstants.upload(mContext);
+    const Bound bound(*this);
     drawNodes();
-    mNodeTableView.end(mContext);
-    mNodeConstants.end(mContext);
-    mFrameConstants.end(mContext);
-    mPixelShader.end(mContext);
-    mVertexShader.end(mContext);
+}
+
+PointCloudGpu::Bound::Bound(PointCloudGpu& gpu) : mGpu(gpu) {
+    ID3D11DeviceContext* const context = mGpu.mContext;
+    mGpu.mVertexShader.begin(context);
+    mGpu.mPixelShader.begin(context);
+    context->IASetPrimitiveTopology(D3D11_PRIMITIVE_TOPOLOGY_TRIANGLESTRIP);
+    mGpu.mFrameConstants.begin(context, ShaderConfiguration::Vertex | ShaderConfiguration::Pixel, 0);
+    mGpu.mNodeConstants.begin(context, ShaderConfiguration::Vertex, 1);
+    mGpu.mNodeTableView.begin(context, ShaderConfiguration::Vertex, 0);
+}
+
+PointCloudGpu::Bound::~Bound() {
+    ID3D11DeviceContext* const context = mGpu.mContext;
+    ID3D11Buffer* const none = nullptr;
+    context->IASetVertexBuffers(0, 1, &none, &pointStride, &pointOffset);
+    mGpu.mNodeTableView.end(context);
+    mGpu.mNodeConstants.end(context);
+    mGpu.mFrameConstants.end(context);
+    mGpu.mPixelShader.end(context);
+    mGpu.mVertexShader.end(context);
 }
 
 void PointCloudGpu::drawNodes() {
-    constexpr UINT stride = static_cast<UINT>(pointSize);
-    constexpr UINT offset = 0;
     constexpr UINT corners = 4;
     ID3D11Buffer* bound = nullptr;
     for (const DrawnNode& node : mDrawnNodes) {
         ID3D11Buffer* const page = mPages[node.range.page];
         if (page != bound) {
-            mContext->IASetVertexBuffers(0, 1, &page, &stride, &offset);
+            mContext->IASetVertexBuffers(0, 1, &page, &pointStride, &pointOffset);
             bound = page;
         }
         mNodeConstants.set(node.constants);
@@ -153,8 +171,6 @@ void PointCloudGpu::drawNodes() {
         mContext->DrawInstanced(corners, static_cast<UINT>(node.pointCount), 0,
                                 static_cast<UINT>(node.range.first));
     }
-    ID3D11Buffer* const none = nullptr;
-    mContext->IASetVertexBuffers(0, 1, &none, &stride, &offset);
 }
 
 void PointCloudGpu::drawBoundingBoxes(const Math::Color& color) {

@@ -47,6 +47,18 @@ private:
         Math::NBoundingBox<float, 3> cube;
     };
 
+    /// All that drawing a point cloud binds, for as long as it lives.
+    class Bound {
+    public:
+        explicit Bound(PointCloudGpu& gpu);
+        ~Bound();
+        Bound(const Bound&) = delete;
+        Bound& operator=(const Bound&) = delete;
+
+    private:
+        PointCloudGpu& mGpu;
+    };
+
     void uploadNodeTable(const PublishedNodes& published);
     void uploadPoints(const PublishedNodes& published);
     void createPages();

@@ -36,6 +36,7 @@ PointCloudRenderable::PointCloudRenderable(Private, std::shared_ptr<Octree::Octr
     : Renderable(name),
       mOctree(std::move(octree)),
       mUniformColor(LocationPalette::instance().color(mOctree->location())),
+      mUnitScale(mOctree->unitScale()),
       mStreamer(std::make_unique<PointCloudStreamer>(mOctree, budget)) {
     const WalkParameters parameters = mStreamer->parameters();
     mConstants.uniformColor = mUniformColor.toFloats();
@@ -61,7 +62,7 @@ PointCloudRenderable::~PointCloudRenderable() {
 
 void PointCloudRenderable::addExternalAttributeLocation(const Octree::Location& location) const {
     mOctree->addExternalAttributeLocation(location);
-    mStreamer->onExternalAttributesAdded();
+    mStreamer->onOctreeChanged();
 }
 
 std::shared_ptr<VertexContainerCache> PointCloudRenderable::createOrGetSharedVertexContainerCache(
@@ -97,9 +98,28 @@ void PointCloudRenderable::deinit() {
 
 void PointCloudRenderable::render() {
     Renderable::render();
+    followUnitScale();
     if (!mGpu || !visible()) {
         return;
     }
+    try {
+        drawFrame();
+    } catch (...) {
+        setNeedsRedraw(true);
+        throw;
+    }
+}
+
+void PointCloudRenderable::skipRender() {
+    followUnitScale();
+    Renderable::skipRender();
+}
+
+bool PointCloudRenderable::needsRedraw() const {
+    return Renderable::needsRedraw() || mUnitScale != mOctree->unitScale();
+}
+
+void PointCloudRenderable::drawFrame() {
     mPublicationPending = mStreamer->acquirePublication() || mPublicationPending;
     if (mPublicationPending) {
         mGpu->takeOver(mStreamer->publication());

@@ -45,6 +45,9 @@ class PointCloudStreamer;
 /// (or during reloadPoints()), deinitialised by leaving the renderer, and so on again. Whatever changes which
 /// nodes matter restarts the loader, and never waits for it unless noted.
 ///
+/// A setter that is given its present value does nothing. One that is given NaN or another number without
+/// sense throws std::invalid_argument and changes nothing.
+///
 /// All members belong to the rendering thread except where noted. onProgress callbacks run on the thread of
 /// the walk, under no lock; they may read counts and ask for redraws but must not start, stop or deinitialise
 /// anything.
@@ -90,7 +93,11 @@ public:
               ATL::CComPtr<ID3D11DeviceContext> deviceContext) override;
     /// Stops the loader and gives up all GPU resources. Synchronous.
     void deinit() override;
+    /// A frame that fails throws ComException and can be tried again.
     void render() override;
+    void skipRender() override;
+    /// Also true when the octree has another unit scale than the last frame.
+    bool needsRedraw() const override;
 
     /// One walk on the calling thread, down to maxLevel. Returns quietly when `stop` is signalled. Throws
     /// std::runtime_error when it is not initialised and when point data cannot be loaded; the cause of the
@@ -124,7 +131,7 @@ public:
         startAsyncReload(std::function<void()>(std::move(onProgress)), maxLevel);
     }
 
-    /// How often a running walk publishes its progress. 0 throws std::invalid_argument.
+    /// How often a running walk publishes its progress; more than 0.
     UpdateInterval updateInterval() const;
     void setUpdateInterval(UpdateInterval interval);
     /// Whether a new view matrix restarts the loader.
@@ -156,21 +163,24 @@ public:
     Math::Point<double, 3> referencePosition() const;
     float spacing(std::size_t level) const;
     double unitScale() const;
-    /// Drops all vertices, here and in the shared caches, and sets the default point size. Synchronous.
+    /// Positive and finite. Drops all vertices, here and in the shared caches, and sets the default point
+    /// size. Synchronous. Other point clouds over the same octree, and all of them when the scale is set at
+    /// the octree itself, follow in their next frame.
     void setUnitScale(double unitScale);
     void setMatrix(const Eigen::Matrix4f& matrix) override;
     void invalidateWorldMatrix() override;
-    /// World coordinates. More than 8 half-spaces throw std::runtime_error and change nothing.
+    /// World coordinates, all finite. More than 8 half-spaces throw std::runtime_error and change nothing.
     void setClippingVolume(const std::vector<Math::HalfSpace<float, 3>>& halfSpaces);
     Math::Frustum<float> frustumModelCs() const;
 
-    /// Model units.
+    /// Model units, not negative.
     float pointSize() const;
     void setPointSize(float size);
     float defaultPointSize() const;
-    /// Pixels.
+    /// Pixels, not negative.
     float maxPointSize() const;
     void setMaxPointSize(float size);
+    /// Opacity at the centre of a point, not negative.
     float tomographicContrast() const;
     void setTomographicContrast(float contrast);
     /// At first a colour that all point clouds of this location have.
@@ -209,7 +219,11 @@ public:
 
 private:
     template <class T>
-    bool setConstant(T& constant, const T& value);
+    bool setConstant(T& constant, const std::type_identity_t<T>& value);
+    void setRange(float& least, float& greatest, float newLeast, float newGreatest);
+    void setNotNegative(float& constant, float value, const char* name);
+    void drawFrame();
+    void followUnitScale();
     void updateCameraConstants();
     void updateClippingConstants();
     void updateWorldMatrix();
@@ -218,6 +232,7 @@ private:
     std::shared_ptr<Camera> mCamera;
     Math::Color mUniformColor;
     bool mShowBoundingBoxes = false;
+    double mUnitScale;  ///< The octree's, as the constants know it.
 
     PointCloudFrameConstants mConstants;
     bool mConstantsDirty = true;

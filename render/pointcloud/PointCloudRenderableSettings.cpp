@@ -8,7 +8,7 @@
 namespace Render {
 
 template <class T>
-bool PointCloudRenderable::setConstant(T& constant, const T& value) {
+bool PointCloudRenderable::setConstant(T& constant, const std::type_identity_t<T>& value) {
     if (constant == value) {
         return false;
     }
@@ -17,11 +17,34 @@ bool PointCloudRenderable::setConstant(T& constant, const T& value) {
     return true;
 }
 
+void PointCloudRenderable::setRange(float& least, float& greatest, float newLeast, float newGreatest) {
+    const bool leastChanged = setConstant(least, newLeast);
+    if (setConstant(greatest, newGreatest) || leastChanged) {
+        setNeedsRedraw(true);
+    }
+}
+
+void PointCloudRenderable::setNotNegative(float& constant, float value, const char* name) {
+    if (!(value >= 0.0f)) {
+        throw std::invalid_argument(std::string(name) + " must be 0 or more");
+    }
+    if (setConstant(constant, value)) {
+        setNeedsRedraw(true);
+    }
+}
+
 void PointCloudRenderable::setUnitScale(double unitScale) {
-    if (unitScale == mOctree->unitScale()) {
+    mStreamer->setUnitScale(unitScale);
+    followUnitScale();
+}
+
+void PointCloudRenderable::followUnitScale() {
+    const double unitScale = mOctree->unitScale();
+    if (unitScale == mUnitScale) {
         return;
     }
-    mStreamer->setUnitScale(unitScale);
+    mUnitScale = unitScale;
+    mStreamer->onOctreeChanged();
     setConstant(mConstants.pointSize, defaultPointSize());
     setConstant(mConstants.rootNodeSize, boundingCube().size().x());
     setNeedsRedraw(true);
@@ -52,9 +75,10 @@ void PointCloudRenderable::setClippingVolume(const std::vector<Math::HalfSpace<f
         throw std::runtime_error("Error: volume contains too many clipping planes, plane count = " +
                                  std::to_string(halfSpaces.size()));
     }
-    mStreamer->setClippingVolume(halfSpaces);
-    updateClippingConstants();
-    setNeedsRedraw(true);
+    if (mStreamer->setClippingVolume(halfSpaces)) {
+        updateClippingConstants();
+        setNeedsRedraw(true);
+    }
 }
 
 void PointCloudRenderable::updateClippingConstants() {
@@ -95,9 +119,7 @@ float PointCloudRenderable::pointSize() const {
 }
 
 void PointCloudRenderable::setPointSize(float size) {
-    if (setConstant(mConstants.pointSize, size)) {
-        setNeedsRedraw(true);
-    }
+    setNotNegative(mConstants.pointSize, size, "pointSize");
 }
 
 float PointCloudRenderable::maxPointSize() const {
@@ -105,9 +127,7 @@ float PointCloudRenderable::maxPointSize() const {
 }
 
 void PointCloudRenderable::setMaxPointSize(float size) {
-    if (setConstant(mConstants.maxPointSize, size)) {
-        setNeedsRedraw(true);
-    }
+    setNotNegative(mConstants.maxPointSize, size, "maxPointSize");
 }
 
 float PointCloudRenderable::tomographicContrast() const {
@@ -115,9 +135,7 @@ float PointCloudRenderable::tomographicContrast() const {
 }
 
 void PointCloudRenderable::setTomographicContrast(float contrast) {
-    if (setConstant(mConstants.tomoContrast, contrast)) {
-        setNeedsRedraw(true);
-    }
+    setNotNegative(mConstants.tomoContrast, contrast, "tomographicContrast");
 }
 
 Math::Color PointCloudRenderable::uniformColor() const {
@@ -215,15 +233,11 @@ void PointCloudRenderable::onUpdateColorMapRange(float minDistance, float maxDis
 }
 
 void PointCloudRenderable::onUpdatePassFailDistanceRange(float minDistance, float maxDistance) {
-    setConstant(mConstants.minDistancePassFail, minDistance);
-    setConstant(mConstants.maxDistancePassFail, maxDistance);
-    setNeedsRedraw(true);
+    setRange(mConstants.minDistancePassFail, mConstants.maxDistancePassFail, minDistance, maxDistance);
 }
 
 void PointCloudRenderable::onUpdateWarnDistanceRange(float minDistance, float maxDistance) {
-    setConstant(mConstants.minDistanceWarn, minDistance);
-    setConstant(mConstants.maxDistanceWarn, maxDistance);
-    setNeedsRedraw(true);
+    setRange(mConstants.minDistanceWarn, mConstants.maxDistanceWarn, minDistance, maxDistance);
 }
 
 void PointCloudRenderable::onUpdateTomographicColor(const Math::Color& color) {

@@ -62,10 +62,16 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
         throw std::runtime_error("reloadingPoints is not allowed if PointCloudRenderable is not initialized");
     }
     const std::lock_guard walking(mWalkMutex);
-    adoptOctreeChanges();
-    // Before the parameters are copied: a change that also clears then makes every offer of this walk stale.
+    if (updateCaches()) {
+        mPrioritizer->clear(mInstanceId);
+    }
+    // Before the rest is copied: a change that also clears then makes every offer of this walk stale.
     const std::uint64_t generation = mPrioritizer->generation(mInstanceId);
+    const std::shared_ptr<const Octree::Octree> octree = cachedOctree();
     const WalkParameters parameters = this->parameters();
+    if (parameters.mesh) {
+        parameters.mesh->get();  // Here it may take its time: the rating below runs under a lock.
+    }
     mPrioritizer->rerate(mInstanceId, stop, [&](Octree::OctreeNodeId id, const auto& cube) {
         return rate(parameters, id, cube);
     });
@@ -75,7 +81,7 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
 
     auto lastPublication = std::chrono::steady_clock::now();
     mHeap.clear();
-    pushPending({{}, NodePriority::keep(), mOctree->boundingCube()});
+    pushPending({{}, NodePriority::keep(), octree->boundingCube()});
     while (!mHeap.empty()) {
         if (stop.stop_requested()) {
             return;
@@ -96,7 +102,7 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
             return;
         }
         if (offered.resident && node.id.level() < maxLevel) {
-            pushChildren(parameters, node.id, stop);
+            pushChildren(*octree, parameters, node.id, stop);
         }
     }
     if (changed) {
@@ -114,14 +120,14 @@ NodePriority PointCloudStreamer::rate(const WalkParameters& parameters, Octree::
     return id.isRoot() ? NodePriority::keep() : parameters.boundingBoxPriority(id.level(), cube);
 }
 
-void PointCloudStreamer::pushChildren(const WalkParameters& parameters, Octree::OctreeNodeId id,
-                                      const std::stop_token& stop) {
+void PointCloudStreamer::pushChildren(const Octree::Octree& octree, const WalkParameters& parameters,
+                                      Octree::OctreeNodeId id, const std::stop_token& stop) {
     try {
-        for (const Octree::OctreeNodeId child : mOctree->children(id, stop)) {
-            if (mOctree->nodeVisibility(child) == hidden) {
+        for (const Octree::OctreeNodeId child : octree.children(id, stop)) {
+            if (octree.nodeVisibility(child) == hidden) {
                 continue;
             }
-            const Math::NBoundingBox<float, 3> cube = mOctree->boundingCube(child);
+            const Math::NBoundingBox<float, 3> cube = octree.boundingCube(child);
             const NodePriority priority = rate(parameters, child, cube);
             if (priority > NodePriority::discard()) {
                 pushPending({child, priority, cube});
@@ -163,7 +169,7 @@ bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContai
     std::shared_ptr<Octree::Octree> octree;
     std::shared_ptr<VertexContainerCache> vertexCache;
     std::shared_ptr<MeshDistanceCache> distanceCache;
-    std::shared_ptr<const Math::TriangleMesh<float>> mesh;
+    std::shared_ptr<const ModelMesh> mesh;
     int group = 0;
     float scale = 1.0f;
     {
@@ -179,7 +185,7 @@ bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContai
     if (!vertexCache->getOrLoad(id, out, load)) {
         return false;
     }
-    return !mesh || updateMeshDistances(id, out, *mesh, scale, group, *distanceCache, stop);
+    return !mesh || updateMeshDistances(id, out, mesh->get(), scale, group, *distanceCache, stop);
 }
 
 PointCloudStreamer::Caches PointCloudStreamer::takeCaches() const {
@@ -191,15 +197,18 @@ PointCloudStreamer::Caches PointCloudStreamer::takeCaches() const {
             createOrGetSharedPointDataCache(identifier, pointDataCacheCapacity, expectedCacheEntries)};
 }
 
-void PointCloudStreamer::adoptOctreeChanges() {
-    {
-        const std::lock_guard lock(mParametersMutex);
-        if (mCaches.identifier == mOctree->cacheIdentifier()) {
-            return;
-        }
-        mCaches = takeCaches();
+bool PointCloudStreamer::updateCaches() {
+    const std::lock_guard lock(mParametersMutex);
+    if (mCaches.identifier == mOctree->cacheIdentifier()) {
+        return false;
     }
-    mPrioritizer->clear(mInstanceId);
+    mCaches = takeCaches();
+    return true;
+}
+
+std::shared_ptr<const Octree::Octree> PointCloudStreamer::cachedOctree() const {
+    const std::lock_guard lock(mParametersMutex);
+    return mCaches.octree;
 }
 
 std::shared_ptr<VertexContainerCache> PointCloudStreamer::vertexCache() const {

@@ -73,13 +73,15 @@ public:
     /// Blocks until the loader has nothing to do.
     void waitUntilIdle();
 
-    // Of the host's settings. A setter that changes nothing does nothing.
+    // Of the host's settings. A setter that changes nothing does nothing; one that throws has changed
+    // nothing.
     Duration updateInterval() const { return Duration(mUpdateInterval.load()); }
-    /// Throws std::invalid_argument for 0. May be called from any thread.
+    /// Throws std::invalid_argument for 0 and less. May be called from any thread.
     void setUpdateInterval(Duration interval);
     bool restartLoadingAfterCameraChange() const { return mRestartAfterCameraChange; }
     void setRestartLoadingAfterCameraChange(bool restart) { mRestartAfterCameraChange = restart; }
     float priorityThreshold() const { return mParameters.threshold; }
+    /// Throws std::invalid_argument for NaN.
     void setPriorityThreshold(float threshold);
     std::size_t minLevelToKeep() const { return mParameters.minLevelToKeep; }
     void setMinLevelToKeep(std::size_t level);
@@ -87,13 +89,15 @@ public:
     void setMaxLevelToKeep(std::size_t level);
     bool visible() const { return mVisible; }
     void setVisible(bool visible);
-    /// In world coordinates.
-    void setClippingVolume(const std::vector<Math::HalfSpace<float, 3>>& halfSpaces);
-    /// Synchronous: waits until the running walk has ended, so that vertices of two scales never meet. Walks
-    /// of other point clouds over the same octree object must not run meanwhile.
+    /// In world coordinates; false when they are the same as before. Throws std::invalid_argument for numbers
+    /// that are not finite.
+    bool setClippingVolume(const std::vector<Math::HalfSpace<float, 3>>& halfSpaces);
+    /// Synchronous: waits until the running walk has ended. Throws std::invalid_argument for a scale that is
+    /// not positive and finite.
     void setUnitScale(double unitScale);
-    /// Follows external attributes that were added to the octree: what is shown is dropped and loaded anew.
-    void onExternalAttributesAdded();
+    /// Follows a unit scale or external attributes that are new at the octree, whoever set them: what is
+    /// shown is dropped and loaded anew.
+    void onOctreeChanged();
 
     // Of the renderer's state.
     void onProjectionChanged();
@@ -153,11 +157,13 @@ private:
 
     bool fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) override;
     Caches takeCaches() const;
-    /// Follows a unit scale that was set at the octree by someone else, and external attributes.
-    void adoptOctreeChanges();
+    /// Takes other caches if the octree has changed; false when it has not.
+    bool updateCaches();
+    std::shared_ptr<const Octree::Octree> cachedOctree() const;
     NodePriority rate(const WalkParameters& parameters, Octree::OctreeNodeId id,
                       const Math::NBoundingBox<float, 3>& cube) const;
-    void pushChildren(const WalkParameters& parameters, Octree::OctreeNodeId id, const std::stop_token& stop);
+    void pushChildren(const Octree::Octree& octree, const WalkParameters& parameters, Octree::OctreeNodeId id,
+                      const std::stop_token& stop);
     void pushPending(const PendingNode& node);
     PendingNode popPending();
 

@@ -2,10 +2,21 @@
 #include <render/pointcloud/PointCloudStreamer.h>
 
 #include <Eigen/LU>
+#include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <utility>
 
 namespace Render {
+
+namespace {
+
+bool isFinite(const Math::HalfSpace<float, 3>& halfSpace) {
+    const Math::NPlane<float, 3>& plane = halfSpace.plane;
+    return plane.normal.vector().allFinite() && std::isfinite(plane.offset);
+}
+
+}  // namespace
 
 template <class T>
 bool PointCloudStreamer::changeTo(T WalkParameters::*member, const T& value) {
@@ -17,13 +28,16 @@ bool PointCloudStreamer::changeTo(T WalkParameters::*member, const T& value) {
 }
 
 void PointCloudStreamer::setUpdateInterval(Duration interval) {
-    if (interval == Duration::zero()) {
+    if (interval <= Duration::zero()) {
         throw std::invalid_argument("updateInterval must be larger than 0!");
     }
     mUpdateInterval = interval.count();
 }
 
 void PointCloudStreamer::setPriorityThreshold(float threshold) {
+    if (std::isnan(threshold)) {
+        throw std::invalid_argument("octreeNodePriorityThreshold must be a number");
+    }
     if (changeTo(&WalkParameters::threshold, threshold)) {
         clearVisibleOctreeNodes();
     }
@@ -52,18 +66,25 @@ void PointCloudStreamer::setVisible(bool visible) {
     }
 }
 
-void PointCloudStreamer::setClippingVolume(const std::vector<Math::HalfSpace<float, 3>>& halfSpaces) {
+bool PointCloudStreamer::setClippingVolume(const std::vector<Math::HalfSpace<float, 3>>& halfSpaces) {
     if (mWorldHalfSpaces == halfSpaces) {
-        return;
+        return false;
+    }
+    if (!std::all_of(halfSpaces.begin(), halfSpaces.end(), isFinite)) {
+        throw std::invalid_argument("A clipping plane must be made of finite numbers");
     }
     mWorldHalfSpaces = halfSpaces;
     change([this](WalkParameters& parameters) { updateModelClippingVolume(parameters); });
     restart();
+    return true;
 }
 
 void PointCloudStreamer::setUnitScale(double unitScale) {
     if (unitScale == mOctree->unitScale()) {
         return;
+    }
+    if (!(unitScale > 0.0) || !std::isfinite(unitScale)) {
+        throw std::invalid_argument("unitScale must be positive and finite");
     }
     const bool wasLoading = mLoader != nullptr;
     mLoader.reset();
@@ -81,15 +102,10 @@ void PointCloudStreamer::setUnitScale(double unitScale) {
     }
 }
 
-void PointCloudStreamer::onExternalAttributesAdded() {
-    {
-        const std::lock_guard lock(mParametersMutex);
-        if (mCaches.identifier == mOctree->cacheIdentifier()) {
-            return;
-        }
-        mCaches = takeCaches();
+void PointCloudStreamer::onOctreeChanged() {
+    if (updateCaches()) {
+        clearVisibleOctreeNodes();
     }
-    clearVisibleOctreeNodes();
 }
 
 void PointCloudStreamer::onProjectionChanged() {
@@ -190,7 +206,10 @@ void PointCloudStreamer::updateCamera(WalkParameters& parameters) const {
         return;
     }
     parameters.frustum = mCamera->frustum(parameters.world);
-    parameters.eye = Math::transformPoint<float>(parameters.world.inverse(), mCamera->eye());
+    // In double: far from the origin, eye and translation nearly cancel out.
+    parameters.eye =
+        Math::transformPoint<double>(parameters.world.cast<double>().inverse(), mCamera->eye().cast<double>())
+            .cast<float>();
     parameters.viewport = mCamera->viewport();
     parameters.fovY = mCamera->fovYRad();
     parameters.isOrthographic = mCamera->isOrthographic();
@@ -199,7 +218,7 @@ void PointCloudStreamer::updateCamera(WalkParameters& parameters) const {
 
 void PointCloudStreamer::updateModelClippingVolume(WalkParameters& parameters) const {
     parameters.clippingVolume =
-        Math::ConvexPolytope<float, 3>(mWorldHalfSpaces).transformed(parameters.world.inverse());
+        Math::ConvexPolytope<float, 3>(mWorldHalfSpaces).transformedBack(parameters.world);
 }
 
 void PointCloudStreamer::updateModelMesh(WalkParameters& parameters) const {
@@ -208,9 +227,7 @@ void PointCloudStreamer::updateModelMesh(WalkParameters& parameters) const {
     }
     mCaches.meshDistances->eraseGroup(parameters.meshGroup);
     parameters.meshGroup = nextMeshDistanceGroup();
-    parameters.mesh = mWorldMesh ? std::make_shared<const Math::TriangleMesh<float>>(
-                                       mWorldMesh->transformed(parameters.world.inverse()))
-                                 : nullptr;
+    parameters.mesh = mWorldMesh ? ModelMesh::shared(mWorldMesh, parameters.world) : nullptr;
 }
 
 }  // namespace Render

@@ -72,7 +72,7 @@ bool WalkParameters::needsMeshDistanceColorization(const Math::NBoundingBox<floa
     if (mesh->empty()) {
         return false;
     }
-    const Math::NBoundingBox<float, 3>& meshBox = mesh->boundingBox();
+    const Math::NBoundingBox<float, 3>& meshBox = mesh->get().boundingBox();
     double squaredGap = 0.0;
     for (int axis = 0; axis < 3; ++axis) {
         const double below = double{meshBox.min[axis]} - box.max[axis];

@@ -5,9 +5,9 @@
 #include <math/NBoundingBox.h>
 #include <math/NPlane.h>
 #include <math/Point.h>
-#include <math/TriangleMesh.h>
 #include <render/core/RenderMode.h>
 #include <render/gpu/Viewport.h>
+#include <render/pointcloud/ModelMesh.h>
 #include <render/pointcloud/NodePriority.h>
 
 #include <Eigen/Core>
@@ -39,8 +39,8 @@ struct WalkParameters {
     float minDistance = 0.0f;  ///< World units, as are all distances.
     float maxDistance = 1.0f;
     bool useSignedDistance = true;
-    Math::NPlane<float, 3> plane;                           ///< World coordinates.
-    std::shared_ptr<const Math::TriangleMesh<float>> mesh;  ///< Model coordinates; null without a mesh.
+    Math::NPlane<float, 3> plane;           ///< World coordinates.
+    std::shared_ptr<const ModelMesh> mesh;  ///< Null without a mesh.
     int meshGroup = 0;  ///< Changes with the mesh and its place: where its distances lie in the cache.
 
     /// The priority of a node of the given level with the given cube in model coordinates.

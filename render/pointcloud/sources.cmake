@@ -2,6 +2,7 @@ set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     BrightnessAndContrast.cpp
     LocationPalette.cpp
     MeshDistances.cpp
+    ModelMesh.cpp
     NodeCaches.cpp
     NodePrioritizer.cpp
     NodePriority.cpp
@@ -24,6 +25,7 @@ set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     IFilter.h
     LocationPalette.h
     MeshDistances.h
+    ModelMesh.h
     NodeCaches.h
     NodeId.h
     NodePrioritizer.h

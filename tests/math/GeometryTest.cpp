@@ -77,6 +77,8 @@ TEST(PlaneTest, ATransformedPlaneKeepsEverySignedDistance) {
     EXPECT_EQ(Plane(), Plane(P(0, 1, 0), 0));
     const Plane plane(P(0.6f, 0, 0.8f), -2);
     const Plane moved = plane.transformed(someAffine());
+    EXPECT_LT(Math::distance(moved.transformedBack(someAffine()).normal, plane.normal), 1e-6f);
+    EXPECT_NEAR(moved.transformedBack(someAffine()).offset, plane.offset, 1e-5f);
     for (const P& p : {P(0, 0, 0), P(10, -3, 5), P(-7, 1, 1)}) {
         EXPECT_NEAR(moved.signedDistance(Math::transformPoint(someAffine(), p)), plane.signedDistance(p),
                     1e-4f);

@@ -226,6 +226,18 @@ TEST_F(PointCloudShaderTest, DistanceModesShowTheirRangeAlone) {
     expectColor(mPictures[0][texelAt(0.5f, 0.5f)], {1, 1, 1, 1});
 }
 
+// They take most of the time that a point cloud needs to join a renderer.
+TEST_F(PointCloudShaderTest, TheColorMapsAreCompiledIntoItOnce) {
+    const std::string shader =
+        GpuTestDevice::compile("#include \"shaders/pointcloud.hlsl\"", "vs_main", "vs_5_0");
+    constexpr float coefficientOfInferno = 77.162935699427f;
+    std::string constant(sizeof(float), '\0');
+    std::memcpy(constant.data(), &coefficientOfInferno, sizeof(float));
+    const std::size_t first = shader.find(constant);
+    EXPECT_NE(first, std::string::npos);
+    EXPECT_EQ(shader.find(constant, first + 1), std::string::npos);
+}
+
 TEST_F(PointCloudShaderTest, ColorFollowsTheRenderMode) {
     const float grey = (255.0f + 153.0f + 51.0f) / 3 / 255;
     const Float4 own = {1, 0.6f, 0.2f, 1};

@@ -42,7 +42,7 @@ protected:
 
     void hide() {
         octree->addExternalAttributes(std::make_shared<HidingSource>(), hiding);
-        streamer->onExternalAttributesAdded();
+        streamer->onOctreeChanged();
     }
 
     static void expectHidden(Streamer& shown) {

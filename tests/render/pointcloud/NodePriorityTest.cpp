@@ -107,6 +107,12 @@ TEST(NodePriorityTest, KeepIsAboveAndDiscardBelowEverything) {
 TEST(NodeIdTest, HashTellsWhetherTheMixedValueDiffers) {
     static_assert(std::is_same_v<decltype(std::hash<Render::NodeId>()(Render::NodeId())), bool>);
     EXPECT_TRUE(std::hash<Render::NodeId>()({3, Octree::OctreeNodeId().child(5)}));
+    // One of the few nodes where it does not; found by solving the rule for the node.
+    Octree::OctreeNodeId rare;
+    for (const char digit : std::string("706205461234624503553")) {
+        rare = rare.child(static_cast<std::size_t>(digit - '0'));
+    }
+    EXPECT_FALSE(std::hash<Render::NodeId>()({1, rare}));
     EXPECT_NE((Render::NodeId{1, {}}), (Render::NodeId{2, {}}));
 }
 

@@ -75,9 +75,10 @@ TEST_F(ColorizationRangeTest, NoBoxWithAPointInThePlanesRangeIsDropped) {
 }
 
 TEST_F(ColorizationRangeTest, NoBoxWithAPointInTheMeshsRangeIsDropped) {
-    parameters.mesh = std::make_shared<Math::TriangleMesh<float>>(
+    const auto mesh = std::make_shared<Math::TriangleMesh<float>>(
         std::vector<Point<float, 3>>{{-3, -3, 0}, {3, -3, 0}, {0, 3, 1}},
         std::vector<Math::TriangleMesh<float>::Triangle>{{0, 1, 2}});
+    parameters.mesh = std::make_shared<Render::ModelMesh>(mesh, Eigen::Matrix4f::Identity());
     int dropped = 0;
     for (int round = 0; round < 4000; ++round) {
         randomize();
@@ -85,8 +86,7 @@ TEST_F(ColorizationRangeTest, NoBoxWithAPointInTheMeshsRangeIsDropped) {
         dropped += needed ? 0 : 1;
         bool colored = false;
         for (int i = 0; i < 50; ++i) {
-            colored =
-                colored || isColored(parameters.mesh->signedDistance(pointInBox()) * parameters.modelScale);
+            colored = colored || isColored(mesh->signedDistance(pointInBox()) * parameters.modelScale);
         }
         ASSERT_TRUE(needed || !colored) << round;
     }
