@@ -52,7 +52,7 @@ install(TARGETS LumaroRender EXPORT LumaroRenderTargets
 # Headers of the inside: nothing that they declare is exported, and none of the others includes them.
 set(private_core BackgroundThread Brotli)
 set(private_graphics ImageFile Jpeg PanoramaGrid Pfm Png)
-set(private_octree ChildCube GrowingBuffer JsonValue RandomAccessFile las/.*
+set(private_octree ChildCube GrowingBuffer IntensityRange JsonValue RandomAccessFile las/.*
     entwine/EntwineTree entwine/Hierarchy entwine/HierarchyPage entwine/Metadata entwine/NodeKey entwine/Tile
     entwine/TileColumns entwine/TileReader entwine/Zstandard
     potree/ChunkColumn potree/FetchCancelled potree/FileLoader potree/HierarchyChunk potree/Metadata potree/Node

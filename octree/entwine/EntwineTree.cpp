@@ -19,7 +19,6 @@ using Octree::Attribute;
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 
-constexpr int UNKNOWN_DEPTH = -1;
 constexpr std::array<Known, 3> POSITION{Known::X, Known::Y, Known::Z};
 
 Metadata readMetadata(const FileSystemLocation& location) {
@@ -102,11 +101,6 @@ Octree::StoreFacts makeFacts(const Metadata& metadata) {
     return facts;
 }
 
-int initialDepth(const Metadata& metadata) {
-    const std::optional<ColorDepth> depth = declaredColorDepth(metadata);
-    return depth ? static_cast<int>(*depth) : UNKNOWN_DEPTH;
-}
-
 }  // namespace
 
 EntwineTree::EntwineTree(const FileSystemLocation& location)
@@ -114,7 +108,8 @@ EntwineTree::EntwineTree(const FileSystemLocation& location)
       mReader(makeTileReader(mMetadata, location.folder())),
       mFacts(makeFacts(mMetadata)),
       mHierarchy(location.folder()),
-      mColorDepth(initialDepth(mMetadata)) {}
+      mDeclaredColorDepth(declaredColorDepth(mMetadata)),
+      mDeclaredIntensityRange(declaredIntensityRange(mMetadata)) {}
 
 EntwineTree::~EntwineTree() = default;
 
@@ -158,43 +153,64 @@ bool EntwineTree::readNode(OctreeNodeId id, double unitScale, Octree::NodePointD
         }
         data.setPositions(std::move(positions));
     }
-    readPlainColumns(tile, mMetadata, data);
-    return !hasColors(tile) || !data.wants(Attribute::Color) || fillColors(id, tile, data, stop);
-}
-
-bool EntwineTree::fillColors(OctreeNodeId id, const Tile& tile, Octree::NodePointData& data,
-                             const std::stop_token& stop) {
-    const std::optional<ColorDepth> depth = colorDepth(id, tile, stop);
-    if (!depth) {
+    const bool wantsColors = hasColors(tile) && data.wants(Attribute::Color);
+    const bool wantsIntensities = tile[Known::Intensity] && data.wants(Attribute::Intensity);
+    Depths found;
+    if ((wantsColors || wantsIntensities) && !findDepths(id, tile, found, stop)) {
         return false;
     }
-    data.setColors(readColors(tile, *depth));
+    readPlainColumns(tile, mMetadata, found.intensityRange, data);
+    if (wantsColors) {
+        data.setColors(readColors(tile, found.color));
+    }
     return true;
 }
 
-// As the root's points show it, which are drawn from all of the store; empty when stopped. Where they are not
-// to be had, each node stands for itself.
-std::optional<ColorDepth> EntwineTree::colorDepth(OctreeNodeId id, const Tile& tile,
-                                                  const std::stop_token& stop) {
-    const int known = mColorDepth.load(std::memory_order_relaxed);
-    if (known != UNKNOWN_DEPTH) {
-        return ColorDepth{known};
+std::uint32_t EntwineTree::Depths::packed() const {
+    return static_cast<std::uint32_t>(color) << 16 | intensityRange;
+}
+
+EntwineTree::Depths EntwineTree::Depths::unpacked(std::uint32_t bits) {
+    return {ColorDepth(bits >> 16), static_cast<std::uint16_t>(bits & 0xffffu)};
+}
+
+EntwineTree::Depths EntwineTree::depthsOf(const Tile& tile, const Depths& otherwise) const {
+    Depths result = otherwise;
+    if (mDeclaredColorDepth) {
+        result.color = *mDeclaredColorDepth;
+    } else if (hasColors(tile)) {
+        result.color = observedColorDepth(tile);
     }
-    ColorDepth depth = observedColorDepth(tile);
-    if (!id.isRoot()) {
+    if (mDeclaredIntensityRange) {
+        result.intensityRange = *mDeclaredIntensityRange;
+    } else if (tile[Known::Intensity]) {
+        result.intensityRange = observedIntensityRange(tile, mMetadata);
+    }
+    return result;
+}
+
+// As the root's points show them, which are drawn from all of the store; false when stopped. Where they are
+// not to be had, each node stands for itself.
+bool EntwineTree::findDepths(OctreeNodeId id, const Tile& tile, Depths& depths, const std::stop_token& stop) {
+    if (const std::uint32_t known = mObserved.load(std::memory_order_relaxed); known != 0) {
+        depths = Depths::unpacked(known);
+        return true;
+    }
+    depths = depthsOf(tile, {});
+    if (!id.isRoot() && !(mDeclaredColorDepth && mDeclaredIntensityRange)) {
         try {
             const HierarchyNode* root = mHierarchy.find(OctreeNodeId(), stop);
             Tile rootTile;
             if (root == nullptr || !mReader->read(OctreeNodeId(), root->pointCount, rootTile, stop)) {
-                return std::nullopt;
+                return false;
             }
-            depth = hasColors(rootTile) ? observedColorDepth(rootTile) : depth;
+            depths = depthsOf(rootTile, depths);
         } catch (const StoreError&) {
-            return depth;
+            return true;
         }
     }
-    mColorDepth.store(static_cast<int>(depth), std::memory_order_relaxed);
-    return depth;
+    mObserved.store(depths.packed(), std::memory_order_relaxed);
+    return true;
 }
 
 }  // namespace Entwine

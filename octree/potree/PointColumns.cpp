@@ -1,3 +1,5 @@
+#include <octree/IntensityRange.h>
+#include <octree/NodePointData.h>
 #include <octree/potree/PointColumns.h>
 
 #include <algorithm>
@@ -124,6 +126,14 @@ ColorDepth colorDepthOf(const Metadata& metadata) {
         }
     }
     return ColorDepth::Sixteen;
+}
+
+std::uint16_t intensityRangeOf(const Metadata& metadata) {
+    const Octree::AttributeInfo* const intensity = metadata.find("intensity", sizeof(std::uint16_t));
+    if (intensity == nullptr || intensity->max.empty()) {
+        return Octree::NodePointData::HIGHEST_INTENSITY;
+    }
+    return Octree::intensityRangeOf(intensity->max.front());
 }
 
 std::optional<std::size_t> decodePositions(const ChunkColumn& column, std::size_t count,

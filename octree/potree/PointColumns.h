@@ -32,6 +32,9 @@ struct CoordinateGrid {
 /// Which of the two colour depths a store has, by the type and the largest value of its "rgb".
 ColorDepth colorDepthOf(const Metadata& metadata);
 
+/// By the largest value that the metadata declares for "intensity"; all 16 bits where they say nothing.
+std::uint16_t intensityRangeOf(const Metadata& metadata);
+
 /// Positions relative to the grid's reference, times unitScale. A value of the column is a code of 16 bytes
 /// or three 32-bit integers. Returns the index of the first point outside the store's box, if one is; out is
 /// then unspecified.

@@ -79,6 +79,7 @@ Store::Store(const FileSystemLocation& location, StoreRole role)
       mPlaces(mMetadata),
       mGrid(mMetadata),
       mColorDepth(colorDepthOf(mMetadata)),
+      mIntensityRange(intensityRangeOf(mMetadata)),
       mFacts(makeFacts(mMetadata, mGrid)) {
     const auto root = std::make_shared<Node>(OctreeNodeId(), mMetadata.boundingBox);
     if (mMetadata.pointCount == 0 && mMetadata.firstChunkSize == 0) {
@@ -293,7 +294,9 @@ void Store::fillPlainColumns(const Node& node, const PointChunk& chunk, Octree::
             (data.*setter)(std::move(column));
         }
     };
-    set(intensities, &Octree::NodePointData::setIntensities);
+    if (!intensities.empty()) {
+        data.setIntensities(std::move(intensities), mIntensityRange);
+    }
     set(scanIndices, &Octree::NodePointData::setScanIndices);
     set(classifications, &Octree::NodePointData::setClassifications);
     set(visibilities, &Octree::NodePointData::setVisibilities);

@@ -55,6 +55,7 @@ private:
     const ColumnPlaces mPlaces;
     const CoordinateGrid mGrid;
     const ColorDepth mColorDepth;
+    const std::uint16_t mIntensityRange;
     Octree::StoreFacts mFacts;
 
     /// Read without mLoading, written under it.

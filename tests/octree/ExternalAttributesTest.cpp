@@ -123,6 +123,19 @@ TEST_F(ExternalAttributes, FillColumnsThatTheCloudLacksAndNoOthers) {
     EXPECT_EQ(data.intensity(0), 7);
     EXPECT_EQ(octree.nodeVisibility(R1), 0);  // it has no say, nor such a node
 
+    EXPECT_EQ(data.intensityRange(), 65535);
+
+    // One that lacks intensities takes over their range with them.
+    more.metadata["attributes"][0]["max"] = {4000};
+    more.writeMetadata();
+    main.metadata["attributes"][1]["name"] = "echo";
+    main.writeMetadata();
+    Octree::Octree lacking(octree.location());
+    lacking.addExternalAttributeLocation(Location::fromPath(more.folder.path()));
+    ASSERT_TRUE(lacking.getNodePointData(ROOT, data));
+    EXPECT_EQ(data.intensity(0), 'a' + 256 * 'b');
+    EXPECT_EQ(data.intensityRange(), 4095);
+
     NodePointData colors(static_cast<unsigned>(Attribute::Color));
     EXPECT_TRUE(octree.getNodePointData(R1, colors));
     EXPECT_THROW(octree.getNodePointData(R1, data), Octree::StoreError);
