@@ -1,3 +1,4 @@
+#include <octree/ChildCube.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/EntwineTree.h>
 #include <octree/entwine/NodeKey.h>
@@ -68,17 +69,25 @@ unsigned columnsOf(const Metadata& metadata) {
            bit(Attribute::Normal, {Known::NormalX, Known::NormalY, Known::NormalZ});
 }
 
-// A node is chosen for a point before its coordinates are rounded to integers or floats.
+// A node is chosen for a point before its coordinates are rounded to integers or floats. The tiles of a
+// "laszip" store have steps of their own, of which a schema of floats says nothing.
 Math::Point<double, 3> overhangOf(const Metadata& metadata) {
+    constexpr double SLACK_STEPS = 4.0;
     constexpr double FLOAT_STEP = 1.2e-7;
+    constexpr double RELATIVE_SLACK = 1e-6;
+    constexpr double RELATIVE_SLACK_OF_UNKNOWN_STEPS = 1e-4;
+    const double side = metadata.bounds.max[0] - metadata.bounds.min[0];
     Math::Point<double, 3> result;
     for (int axis = 0; axis < 3; ++axis) {
         const Dimension& dimension = *metadata.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
         if (isInteger(dimension.type)) {
-            result[axis] = dimension.scale;
-        } else if (dimension.type == NumberType::Float) {
+            result[axis] = SLACK_STEPS * dimension.scale + RELATIVE_SLACK * side;
+        } else if (metadata.dataType == "laszip") {
+            result[axis] = RELATIVE_SLACK_OF_UNKNOWN_STEPS * side;
+        } else {
             const auto [low, high] = std::pair(metadata.bounds.min[axis], metadata.bounds.max[axis]);
-            result[axis] = FLOAT_STEP * std::max(std::abs(low), std::abs(high));
+            const double step = dimension.type == NumberType::Float ? FLOAT_STEP : 0.0;
+            result[axis] = step * std::max(std::abs(low), std::abs(high)) + RELATIVE_SLACK * side;
         }
     }
     return result;
@@ -124,8 +133,8 @@ bool EntwineTree::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std
     return true;
 }
 
-int EntwineTree::nodeVisibility(OctreeNodeId id) {
-    mHierarchy.require(id);
+int EntwineTree::nodeVisibility(OctreeNodeId id, const std::stop_token& stop) {
+    mHierarchy.require(id, stop);
     return 0;
 }
 
@@ -147,9 +156,9 @@ bool EntwineTree::readNode(OctreeNodeId id, double unitScale, Octree::NodePointD
     if (data.wants(Attribute::Position)) {
         std::vector<Math::Point<double, 3>> positions;
         if (const auto outside =
-                readPositions(tile, mMetadata.bounds, mFacts.referencePosition, unitScale, positions)) {
+                readPositions(tile, pointBounds(id), mFacts.referencePosition, unitScale, positions)) {
             throw StoreError(mReader->fileOf(id), NodeKey(id).text(),
-                             "point " + std::to_string(*outside) + " lies outside the store's bounds");
+                             "point " + std::to_string(*outside) + " lies outside the node's cube");
         }
         data.setPositions(std::move(positions));
     }
@@ -164,6 +173,15 @@ bool EntwineTree::readNode(OctreeNodeId id, double unitScale, Octree::NodePointD
         data.setColors(readColors(tile, found.color));
     }
     return true;
+}
+
+// A little less than the overhang, whatever queries round.
+Math::NBoundingBox<double, 3> EntwineTree::pointBounds(OctreeNodeId id) const {
+    constexpr double PART_OF_OVERHANG = 0.9999;
+    Math::NBoundingBox<double, 3> bounds = Octree::nodeCube(mMetadata.bounds, id);
+    bounds.min -= mFacts.overhang * PART_OF_OVERHANG;
+    bounds.max += mFacts.overhang * PART_OF_OVERHANG;
+    return bounds;
 }
 
 std::uint32_t EntwineTree::Depths::packed() const {

@@ -27,7 +27,8 @@ public:
     const Octree::StoreFacts& storeFacts() const override { return mFacts; }
     bool nodeFacts(Octree::OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) override;
     /// Always 0: the format hides no points.
-    int nodeVisibility(Octree::OctreeNodeId id) override;
+    int nodeVisibility(Octree::OctreeNodeId id) override { return nodeVisibility(id, {}); }
+    int nodeVisibility(Octree::OctreeNodeId id, const std::stop_token& stop) override;
     bool readNode(Octree::OctreeNodeId id, double unitScale, Octree::NodePointData& data,
                   const std::stop_token& stop) override;
 
@@ -41,6 +42,7 @@ private:
         static Depths unpacked(std::uint32_t bits);
     };
 
+    Math::NBoundingBox<double, 3> pointBounds(Octree::OctreeNodeId id) const;
     /// With otherwise for what neither ept.json nor the tile says.
     Depths depthsOf(const Tile& tile, const Depths& otherwise) const;
     bool findDepths(Octree::OctreeNodeId id, const Tile& tile, Depths& depths, const std::stop_token& stop);

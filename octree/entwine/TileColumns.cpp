@@ -19,8 +19,6 @@ using Octree::Attribute;
 constexpr std::size_t BLOCK = 256;
 using Block = std::array<double, BLOCK>;
 
-constexpr double SLACK_STEPS = 4.0;
-constexpr double RELATIVE_SLACK = 1e-6;
 /// A reference this close to a step of the tile's grid is on it; the rest is rounding.
 constexpr double STEP_TOLERANCE = 1e-4;
 
@@ -52,10 +50,8 @@ struct Axis {
         if (const double step = std::round(origin); std::abs(origin - step) < STEP_TOLERANCE) {
             origin = step;
         }
-        const double slack =
-            SLACK_STEPS * (isInteger(numbers.type) ? numbers.scale : 0.0) + RELATIVE_SLACK * (high - low);
-        lowest = (low - slack - reference) / numbers.scale;
-        highest = (high + slack - reference) / numbers.scale;
+        lowest = (low - reference) / numbers.scale;
+        highest = (high - reference) / numbers.scale;
     }
 
     const NumberColumn& column;

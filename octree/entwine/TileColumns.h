@@ -19,8 +19,7 @@ namespace Entwine {
 Math::Point<double, 3> referencePositionOf(const Metadata& metadata);
 
 /// Positions relative to reference, times unitScale; exact steps where the reference lies on the tile's grid.
-/// Returns the index of the first point outside the bounds, if one is; out is then unspecified. Four steps
-/// and a millionth of the bounds are let pass: converters round.
+/// Returns the index of the first point outside the bounds, if one is; out is then unspecified.
 std::optional<std::size_t> readPositions(const Tile& tile, const Math::NBoundingBox<double, 3>& bounds,
                                          const Math::Point<double, 3>& reference, double unitScale,
                                          std::vector<Math::Point<double, 3>>& out);

@@ -58,7 +58,10 @@ void packAttributes(const NodePointData& points, VertexContainer& out) {
 
 bool loadNodeVertices(const Octree::Octree& octree, Octree::OctreeNodeId id, VertexContainer& out,
                       const std::stop_token& stop) {
-    const int visibility = octree.nodeVisibility(id);
+    const int visibility = octree.nodeVisibility(id, stop);
+    if (stop.stop_requested()) {
+        return false;
+    }
     if (visibility == allHidden) {
         out = VertexContainer();
         return true;
