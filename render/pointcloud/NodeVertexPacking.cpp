@@ -80,12 +80,9 @@ bool loadNodeVertices(const Octree::Octree& octree, Octree::OctreeNodeId id, Ver
         out.setPosition(i, position.x(), position.y(), position.z());
     }
     packAttributes(points, out);
-    if (points.has(Attribute::Visibility)) {
-        for (std::size_t i = 0; i < points.size(); ++i) {
-            if (points.visibility(i) != 0) {
-                out.setVisibility(i, points.visibility(i));
-            }
-        }
+    // Set for every container: complete() frees the visibilities of those that have one set, and no other's.
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        out.setVisibility(i, points.has(Attribute::Visibility) ? points.visibility(i) : std::uint8_t{0});
     }
     out.complete();
     return true;

@@ -89,6 +89,21 @@ TEST_F(ExternalAttributes, HidePointsAndWholeNodes) {
     EXPECT_EQ(facts.visibility, 2);
 }
 
+TEST_F(ExternalAttributes, AreNotWaitedForWhenStopped) {
+    // r46 lies below a reference, so the external hierarchy must be read to know that it is hidden.
+    std::string& hierarchy = external.fixture.hierarchy;
+    hierarchy.replace(hierarchy.size() - 22, 22, hierarchyRecord(0, 0, 1, 0, 0, HIDDEN));
+    external.fixture.writeAll();
+    octree.addExternalAttributeLocation(external.location());
+    EXPECT_EQ(octree.pointCount(R46), 1u);
+    std::stop_source stop;
+    stop.request_stop();
+    Octree::NodeFacts facts;
+    EXPECT_EQ(octree.nodeVisibility(R46, stop.get_token()), 0);
+    EXPECT_FALSE(octree.nodeFacts(R46, facts, stop.get_token()));
+    EXPECT_EQ(octree.nodeVisibility(R46), 2);
+}
+
 TEST_F(ExternalAttributes, HideWhatAnyOfThemHides) {
     main.metadata["nodeVisibility"] = true;
     // r1 as a whole visible, the root hidden.
