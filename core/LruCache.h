@@ -2,6 +2,7 @@
 
 #include <core/CacheEntrySizeCount.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <list>
@@ -21,6 +22,9 @@ namespace Core {
  * the next insertion evicts it. A value counts as a function of its key: a key already present keeps its
  * value.
  *
+ * Entries of size 0 take no room from the others, so they are counted: of more than expectedEntries, the
+ * least recently used leave.
+ *
  * Every member may be called from any thread. Values are loaded and evicted values destroyed outside the
  * lock, and each eviction takes the lock by itself. Values are copied out, so an eviction never affects a
  * caller.
@@ -28,8 +32,10 @@ namespace Core {
 template <class Key, class Value, class SizeOf = CacheEntrySizeCount<Value>>
 class LruCache {
 public:
-    /// Throws std::invalid_argument for a capacity of 0. expectedEntries only sizes the hash table.
-    LruCache(size_t capacity, size_t expectedEntries) : mCapacity(capacity) {
+    /// Throws std::invalid_argument for a capacity of 0. expectedEntries sizes the hash table, and limits the
+    /// entries of size 0 to as many, but not to less than one.
+    LruCache(size_t capacity, size_t expectedEntries)
+        : mCapacity(capacity), mMaxEmptyEntries(std::max(expectedEntries, size_t{1})) {
         if (capacity == 0) {
             throw std::invalid_argument("Size of the cache should be non-zero");
         }
@@ -81,9 +87,11 @@ public:
 
     void clear() {
         Entries dropped;
+        Entries droppedEmpty;
         const std::lock_guard lock(mMutex);
         mByKey.clear();
         mEntries.swap(dropped);
+        mEmptyEntries.swap(droppedEmpty);
         mUsedSize = 0;
     }
 
@@ -115,13 +123,17 @@ private:
         return entry;
     }
 
+    /// Under the lock. The list that entries of this size are in.
+    Entries& entriesOf(size_t size) { return size == 0 ? mEmptyEntries : mEntries; }
+
     /// Under the lock.
     Entry& use(const Key& key) {
         const auto found = mByKey.find(key);
         if (found == mByKey.end()) {
             throw std::invalid_argument("Error: Key is not in cache");
         }
-        mEntries.splice(mEntries.begin(), mEntries, found->second);
+        Entries& entries = entriesOf(found->second->size);
+        entries.splice(entries.begin(), entries, found->second);
         return *found->second;
     }
 
@@ -134,7 +146,8 @@ private:
         const auto [position, isNew] = mByKey.try_emplace(entry.front().key, entry.begin());
         if (isNew) {
             mUsedSize += entry.front().size;
-            mEntries.splice(mEntries.begin(), entry);
+            Entries& entries = entriesOf(entry.front().size);
+            entries.splice(entries.begin(), entry);
         } else {
             const Entry& present = use(position->first);
             if (other != nullptr) {
@@ -143,26 +156,33 @@ private:
         }
     }
 
-    /// Drops the least recently used entry unless `size` more units fit already; true when one was dropped.
+    /// Drops the least recently used entry unless one of this size fits already; true when one was dropped.
     bool evictOneFor(size_t size) {
         Entries evicted;
         const std::lock_guard lock(mMutex);
         const bool fits = mUsedSize <= mCapacity && mCapacity - mUsedSize >= size;
-        if (fits || mEntries.empty()) {
+        const bool isFullOfEmpty = size == 0 && mEmptyEntries.size() >= mMaxEmptyEntries;
+        if (fits && !isFullOfEmpty) {
             return false;
         }
-        const auto last = std::prev(mEntries.end());
+        Entries& entries = fits || mEntries.empty() ? mEmptyEntries : mEntries;
+        if (entries.empty()) {
+            return false;
+        }
+        const auto last = std::prev(entries.end());
         mUsedSize -= last->size;
         mByKey.erase(last->key);
-        evicted.splice(evicted.begin(), mEntries, last);
+        evicted.splice(evicted.begin(), entries, last);
         return true;
     }
 
     const size_t mCapacity;
+    const size_t mMaxEmptyEntries;
 
-    mutable std::recursive_mutex mMutex;  ///< Guards the three below.
+    mutable std::recursive_mutex mMutex;  ///< Guards the four below.
     size_t mUsedSize = 0;                 ///< Sum of the entries' sizes.
-    Entries mEntries;                     ///< Most recently used first.
+    Entries mEntries;                     ///< Most recently used first; without those of size 0.
+    Entries mEmptyEntries;                ///< Those of size 0, likewise.
     std::unordered_map<Key, typename Entries::iterator> mByKey;
 };
 

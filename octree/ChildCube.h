@@ -1,6 +1,7 @@
 #pragma once
 
 #include <math/NBoundingBox.h>
+#include <octree/OctreeNodeId.h>
 
 #include <cstddef>
 
@@ -15,6 +16,15 @@ inline Math::NBoundingBox<double, 3> childCube(const Math::NBoundingBox<double, 
         (upper ? result.min : result.max)[axis] = center;
     }
     return result;
+}
+
+/// The part of the root's box that belongs to a node.
+inline Math::NBoundingBox<double, 3> nodeCube(Math::NBoundingBox<double, 3> box, OctreeNodeId id) {
+    for (std::size_t shift = 3 * id.level(); shift > 0;) {
+        shift -= 3;
+        box = childCube(box, id.code() >> shift & 7);
+    }
+    return box;
 }
 
 }  // namespace Octree

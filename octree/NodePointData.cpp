@@ -26,6 +26,7 @@ void NodePointData::reset(std::size_t size) {
     mPositions.clear();
     mColors.clear();
     mIntensities.clear();
+    mIntensityRange = HIGHEST_INTENSITY;
     mClassifications.clear();
     mScanIndices.clear();
     mVisibilities.clear();
@@ -50,7 +51,9 @@ void NodePointData::merge(NodePointData&& other) {
     }
     take(Attribute::Position, other, &NodePointData::mPositions);
     take(Attribute::Color, other, &NodePointData::mColors);
-    take(Attribute::Intensity, other, &NodePointData::mIntensities);
+    if (other.has(Attribute::Intensity) && !has(Attribute::Intensity)) {
+        setIntensities(std::move(other.mIntensities), other.mIntensityRange);
+    }
     take(Attribute::Classification, other, &NodePointData::mClassifications);
     take(Attribute::ScanIndex, other, &NodePointData::mScanIndices);
     take(Attribute::Visibility, other, &NodePointData::mVisibilities);
@@ -65,8 +68,12 @@ void NodePointData::setColors(std::vector<Math::Color> column) {
     set(Attribute::Color, mColors, std::move(column));
 }
 
-void NodePointData::setIntensities(std::vector<std::uint16_t> column) {
+void NodePointData::setIntensities(std::vector<std::uint16_t> column, std::uint16_t range) {
+    if (range == 0) {
+        throw std::invalid_argument("Intensities must have a range");
+    }
     set(Attribute::Intensity, mIntensities, std::move(column));
+    mIntensityRange = has(Attribute::Intensity) ? range : HIGHEST_INTENSITY;
 }
 
 void NodePointData::setClassifications(std::vector<std::uint8_t> column) {

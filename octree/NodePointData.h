@@ -27,6 +27,7 @@ enum class Attribute : unsigned {
 class LUMARO_API NodePointData {
 public:
     static constexpr unsigned ALL_ATTRIBUTES = 127;
+    static constexpr std::uint16_t HIGHEST_INTENSITY = 65535;
 
     /// The mask ors Attribute values.
     explicit NodePointData(unsigned mask = ALL_ATTRIBUTES) : mWanted(mask) {}
@@ -41,7 +42,10 @@ public:
     /// Relative to the octree's reference position, times its unit scale.
     const std::vector<Math::Point<double, 3>>& positions() const { return mPositions; }
     const std::vector<Math::Color>& colors() const { return mColors; }
+    /// As stored, whatever their range.
     const std::vector<std::uint16_t>& intensities() const { return mIntensities; }
+    /// The intensity that is drawn white, as all above it are. The same for every node of a store.
+    std::uint16_t intensityRange() const { return mIntensityRange; }
     const std::vector<std::uint8_t>& classifications() const { return mClassifications; }
     const std::vector<std::uint32_t>& scanIndices() const { return mScanIndices; }
     /// 0 is visible.
@@ -61,10 +65,10 @@ public:
     void reset(std::size_t size);
 
     /// Make a column present. A column that was not asked for is dropped. The first column decides size();
-    /// another length afterwards throws std::invalid_argument.
+    /// another length afterwards throws std::invalid_argument, as an intensity range of 0 does.
     void setPositions(std::vector<Math::Point<double, 3>> column);
     void setColors(std::vector<Math::Color> column);
-    void setIntensities(std::vector<std::uint16_t> column);
+    void setIntensities(std::vector<std::uint16_t> column, std::uint16_t range = HIGHEST_INTENSITY);
     void setClassifications(std::vector<std::uint8_t> column);
     void setScanIndices(std::vector<std::uint32_t> column);
     void setVisibilities(std::vector<std::uint8_t> column);
@@ -87,6 +91,7 @@ private:
     std::vector<Math::Point<double, 3>> mPositions;
     std::vector<Math::Color> mColors;
     std::vector<std::uint16_t> mIntensities;
+    std::uint16_t mIntensityRange = HIGHEST_INTENSITY;
     std::vector<std::uint8_t> mClassifications;
     std::vector<std::uint32_t> mScanIndices;
     std::vector<std::uint8_t> mVisibilities;

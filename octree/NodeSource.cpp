@@ -10,4 +10,8 @@ int NodeSource::nodeVisibility(OctreeNodeId id) {
     return facts.visibility;
 }
 
+int NodeSource::nodeVisibility(OctreeNodeId id, const std::stop_token& stop) {
+    return stop.stop_requested() ? 0 : nodeVisibility(id);
+}
+
 }  // namespace Octree

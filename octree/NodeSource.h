@@ -65,6 +65,8 @@ public:
 
     /// As NodeFacts::visibility, without reading more of the store than it takes to know the node.
     virtual int nodeVisibility(OctreeNodeId id);
+    /// The same, 0 when stopped. Unless overridden, stops only before it begins.
+    virtual int nodeVisibility(OctreeNodeId id, const std::stop_token& stop);
 
     /// Fills the columns that data wants and the store has; positions are (absolute - reference) * unitScale.
     /// False when stopped; data is then unspecified.

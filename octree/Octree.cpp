@@ -15,6 +15,8 @@ namespace {
 
 constexpr int VISIBLE = 1;
 constexpr int HIDDEN = 2;
+/// No double is left after so many halvings.
+constexpr std::size_t SPACING_IS_ZERO_FROM = 4096;
 
 constexpr unsigned bit(Attribute attribute) {
     return static_cast<unsigned>(attribute);
@@ -43,6 +45,13 @@ double checkedUnitScale(double unitScale) {
         throw std::invalid_argument("unitScale must be positive and finite");
     }
     return unitScale;
+}
+
+// Of a node that is visible or hidden as a whole.
+void mergeVisibility(int visibility, NodePointData& data) {
+    NodePointData column(bit(Attribute::Visibility));
+    column.setVisibilities(std::vector<std::uint8_t>(data.size(), visibility == HIDDEN ? 1 : 0));
+    data.merge(std::move(column));
 }
 
 }  // namespace
@@ -125,35 +134,32 @@ Math::NBoundingBox<float, 3> Octree::boundingCube() const {
     return toModel(mFacts.boundingCube);
 }
 
-Math::NBoundingBox<double, 3> Octree::absoluteCube(OctreeNodeId id) const {
-    Math::NBoundingBox<double, 3> box = mFacts.boundingCube;
-    for (std::size_t shift = 3 * id.level(); shift > 0;) {
-        shift -= 3;
-        box = childCube(box, id.code() >> shift & 7);
-    }
-    return box;
-}
-
 Math::NBoundingBox<float, 3> Octree::boundingCube(OctreeNodeId id) const {
-    return toModel(absoluteCube(id));
+    return toModel(nodeCube(mFacts.boundingCube, id));
 }
 
 Math::NBoundingBox<float, 3> Octree::pointBounds(OctreeNodeId id) const {
-    Math::NBoundingBox<double, 3> box = absoluteCube(id);
+    Math::NBoundingBox<double, 3> box = nodeCube(mFacts.boundingCube, id);
     box.min -= mFacts.overhang;
     box.max += mFacts.overhang;
     return toModel(box);
 }
 
 float Octree::spacing(std::size_t level) const {
-    return static_cast<float>(std::ldexp(mFacts.spacing, -static_cast<int>(level)) * unitScale());
+    const int halvings = static_cast<int>(std::min(level, SPACING_IS_ZERO_FROM));
+    return static_cast<float>(std::ldexp(mFacts.spacing, -halvings) * unitScale());
 }
 
 bool Octree::nodeFacts(OctreeNodeId id, NodeFacts& facts, const std::stop_token& stop) const {
-    if (!mSource->nodeFacts(id, facts, stop)) {
+    NodeFacts found;
+    if (!mSource->nodeFacts(id, found, stop)) {
         return false;
     }
-    facts.visibility = static_cast<std::uint8_t>(combinedVisibility(id, facts.visibility));
+    found.visibility = static_cast<std::uint8_t>(combinedVisibility(id, found.visibility, stop));
+    if (stop.stop_requested()) {
+        return false;
+    }
+    facts = found;
     return true;
 }
 
@@ -167,12 +173,12 @@ bool Octree::isLeaf(OctreeNodeId id, const std::stop_token& stop) const {
     return children(id, stop).empty();
 }
 
-int Octree::nodeVisibility(OctreeNodeId id) const {
-    return combinedVisibility(id, mSource->nodeVisibility(id));
+int Octree::nodeVisibility(OctreeNodeId id, const std::stop_token& stop) const {
+    return combinedVisibility(id, mSource->nodeVisibility(id, stop), stop);
 }
 
 // Hidden by one is hidden; visible takes all that have a say.
-int Octree::combinedVisibility(OctreeNodeId id, int own) const {
+int Octree::combinedVisibility(OctreeNodeId id, int own, const std::stop_token& stop) const {
     int combined = own;
     for (const External& external : externals()) {
         if (combined == HIDDEN) {
@@ -182,7 +188,7 @@ int Octree::combinedVisibility(OctreeNodeId id, int own) const {
             continue;
         }
         try {
-            const int visibility = external.source->nodeVisibility(id);
+            const int visibility = external.source->nodeVisibility(id, stop);
             combined = visibility == HIDDEN || combined == VISIBLE ? visibility : combined;
         } catch (const StoreError&) {
             failInExternal(external, id);
@@ -214,11 +220,21 @@ bool Octree::mergeExternal(const External& external, OctreeNodeId id, NodePointD
             lacking &= ~attribute;
         }
     }
-    if (lacking == 0) {
-        return true;
-    }
-    NodePointData columns(lacking);
     try {
+        if ((lacking & bit(Attribute::Visibility)) != 0) {
+            const int visibility = external.source->nodeVisibility(id, stop);
+            if (stop.stop_requested()) {
+                return false;
+            }
+            if (visibility == VISIBLE || visibility == HIDDEN) {
+                mergeVisibility(visibility, data);
+                lacking &= ~bit(Attribute::Visibility);
+            }
+        }
+        if (lacking == 0) {
+            return true;
+        }
+        NodePointData columns(lacking);
         if (!external.source->readNode(id, unitScale(), columns, stop)) {
             return false;
         }

@@ -80,8 +80,8 @@ public:
     /// Whether the node has no children; true when stopped.
     bool isLeaf(OctreeNodeId id, const std::stop_token& stop = {}) const;
     static std::size_t level(OctreeNodeId id) { return id.level(); }
-    /// 1 all points visible, 2 all hidden, 0 per point or unknown.
-    int nodeVisibility(OctreeNodeId id) const;
+    /// 1 all points visible, 2 all hidden, 0 per point, unknown or stopped.
+    int nodeVisibility(OctreeNodeId id, const std::stop_token& stop = {}) const;
     std::uint64_t pointCount(OctreeNodeId id) const;
     std::uint64_t totalPointCount() const { return mFacts.pointCount; }
     /// Of the cloud's own store, as the two below.
@@ -102,11 +102,10 @@ private:
     };
     using Externals = std::vector<External>;
 
-    Math::NBoundingBox<double, 3> absoluteCube(OctreeNodeId id) const;
     Math::NBoundingBox<float, 3> toModel(const Math::NBoundingBox<double, 3>& box) const;
     const Externals& externals() const { return *mExternals.load(std::memory_order_acquire); }
     bool hasExternal(const Location& location) const;
-    int combinedVisibility(OctreeNodeId id, int own) const;
+    int combinedVisibility(OctreeNodeId id, int own, const std::stop_token& stop) const;
     bool mergeExternal(const External& external, OctreeNodeId id, NodePointData& data,
                        const std::stop_token& stop) const;
     [[noreturn]] void failInExternal(const External& external, OctreeNodeId id) const;

@@ -1,3 +1,4 @@
+#include <octree/ChildCube.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/EntwineTree.h>
 #include <octree/entwine/NodeKey.h>
@@ -19,7 +20,6 @@ using Octree::Attribute;
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 
-constexpr int UNKNOWN_DEPTH = -1;
 constexpr std::array<Known, 3> POSITION{Known::X, Known::Y, Known::Z};
 
 Metadata readMetadata(const FileSystemLocation& location) {
@@ -69,17 +69,25 @@ unsigned columnsOf(const Metadata& metadata) {
            bit(Attribute::Normal, {Known::NormalX, Known::NormalY, Known::NormalZ});
 }
 
-// A node is chosen for a point before its coordinates are rounded to integers or floats.
+// A node is chosen for a point before its coordinates are rounded to integers or floats. The tiles of a
+// "laszip" store have steps of their own, of which a schema of floats says nothing.
 Math::Point<double, 3> overhangOf(const Metadata& metadata) {
+    constexpr double SLACK_STEPS = 4.0;
     constexpr double FLOAT_STEP = 1.2e-7;
+    constexpr double RELATIVE_SLACK = 1e-6;
+    constexpr double RELATIVE_SLACK_OF_UNKNOWN_STEPS = 1e-4;
+    const double side = metadata.bounds.max[0] - metadata.bounds.min[0];
     Math::Point<double, 3> result;
     for (int axis = 0; axis < 3; ++axis) {
         const Dimension& dimension = *metadata.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
         if (isInteger(dimension.type)) {
-            result[axis] = dimension.scale;
-        } else if (dimension.type == NumberType::Float) {
+            result[axis] = SLACK_STEPS * dimension.scale + RELATIVE_SLACK * side;
+        } else if (metadata.dataType == "laszip") {
+            result[axis] = RELATIVE_SLACK_OF_UNKNOWN_STEPS * side;
+        } else {
             const auto [low, high] = std::pair(metadata.bounds.min[axis], metadata.bounds.max[axis]);
-            result[axis] = FLOAT_STEP * std::max(std::abs(low), std::abs(high));
+            const double step = dimension.type == NumberType::Float ? FLOAT_STEP : 0.0;
+            result[axis] = step * std::max(std::abs(low), std::abs(high)) + RELATIVE_SLACK * side;
         }
     }
     return result;
@@ -102,11 +110,6 @@ Octree::StoreFacts makeFacts(const Metadata& metadata) {
     return facts;
 }
 
-int initialDepth(const Metadata& metadata) {
-    const std::optional<ColorDepth> depth = declaredColorDepth(metadata);
-    return depth ? static_cast<int>(*depth) : UNKNOWN_DEPTH;
-}
-
 }  // namespace
 
 EntwineTree::EntwineTree(const FileSystemLocation& location)
@@ -114,7 +117,8 @@ EntwineTree::EntwineTree(const FileSystemLocation& location)
       mReader(makeTileReader(mMetadata, location.folder())),
       mFacts(makeFacts(mMetadata)),
       mHierarchy(location.folder()),
-      mColorDepth(initialDepth(mMetadata)) {}
+      mDeclaredColorDepth(declaredColorDepth(mMetadata)),
+      mDeclaredIntensityRange(declaredIntensityRange(mMetadata)) {}
 
 EntwineTree::~EntwineTree() = default;
 
@@ -129,8 +133,8 @@ bool EntwineTree::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std
     return true;
 }
 
-int EntwineTree::nodeVisibility(OctreeNodeId id) {
-    mHierarchy.require(id);
+int EntwineTree::nodeVisibility(OctreeNodeId id, const std::stop_token& stop) {
+    mHierarchy.require(id, stop);
     return 0;
 }
 
@@ -152,49 +156,79 @@ bool EntwineTree::readNode(OctreeNodeId id, double unitScale, Octree::NodePointD
     if (data.wants(Attribute::Position)) {
         std::vector<Math::Point<double, 3>> positions;
         if (const auto outside =
-                readPositions(tile, mMetadata.bounds, mFacts.referencePosition, unitScale, positions)) {
+                readPositions(tile, pointBounds(id), mFacts.referencePosition, unitScale, positions)) {
             throw StoreError(mReader->fileOf(id), NodeKey(id).text(),
-                             "point " + std::to_string(*outside) + " lies outside the store's bounds");
+                             "point " + std::to_string(*outside) + " lies outside the node's cube");
         }
         data.setPositions(std::move(positions));
     }
-    readPlainColumns(tile, mMetadata, data);
-    return !hasColors(tile) || !data.wants(Attribute::Color) || fillColors(id, tile, data, stop);
-}
-
-bool EntwineTree::fillColors(OctreeNodeId id, const Tile& tile, Octree::NodePointData& data,
-                             const std::stop_token& stop) {
-    const std::optional<ColorDepth> depth = colorDepth(id, tile, stop);
-    if (!depth) {
+    const bool wantsColors = hasColors(tile) && data.wants(Attribute::Color);
+    const bool wantsIntensities = tile[Known::Intensity] && data.wants(Attribute::Intensity);
+    Depths found;
+    if ((wantsColors || wantsIntensities) && !findDepths(id, tile, found, stop)) {
         return false;
     }
-    data.setColors(readColors(tile, *depth));
+    readPlainColumns(tile, mMetadata, found.intensityRange, data);
+    if (wantsColors) {
+        data.setColors(readColors(tile, found.color));
+    }
     return true;
 }
 
-// As the root's points show it, which are drawn from all of the store; empty when stopped. Where they are not
-// to be had, each node stands for itself.
-std::optional<ColorDepth> EntwineTree::colorDepth(OctreeNodeId id, const Tile& tile,
-                                                  const std::stop_token& stop) {
-    const int known = mColorDepth.load(std::memory_order_relaxed);
-    if (known != UNKNOWN_DEPTH) {
-        return ColorDepth{known};
+// A little less than the overhang, whatever queries round.
+Math::NBoundingBox<double, 3> EntwineTree::pointBounds(OctreeNodeId id) const {
+    constexpr double PART_OF_OVERHANG = 0.9999;
+    Math::NBoundingBox<double, 3> bounds = Octree::nodeCube(mMetadata.bounds, id);
+    bounds.min -= mFacts.overhang * PART_OF_OVERHANG;
+    bounds.max += mFacts.overhang * PART_OF_OVERHANG;
+    return bounds;
+}
+
+std::uint32_t EntwineTree::Depths::packed() const {
+    return static_cast<std::uint32_t>(color) << 16 | intensityRange;
+}
+
+EntwineTree::Depths EntwineTree::Depths::unpacked(std::uint32_t bits) {
+    return {ColorDepth(bits >> 16), static_cast<std::uint16_t>(bits & 0xffffu)};
+}
+
+EntwineTree::Depths EntwineTree::depthsOf(const Tile& tile, const Depths& otherwise) const {
+    Depths result = otherwise;
+    if (mDeclaredColorDepth) {
+        result.color = *mDeclaredColorDepth;
+    } else if (hasColors(tile)) {
+        result.color = observedColorDepth(tile);
     }
-    ColorDepth depth = observedColorDepth(tile);
-    if (!id.isRoot()) {
+    if (mDeclaredIntensityRange) {
+        result.intensityRange = *mDeclaredIntensityRange;
+    } else if (tile[Known::Intensity]) {
+        result.intensityRange = observedIntensityRange(tile, mMetadata);
+    }
+    return result;
+}
+
+// As the root's points show them, which are drawn from all of the store; false when stopped. Where they are
+// not to be had, each node stands for itself.
+bool EntwineTree::findDepths(OctreeNodeId id, const Tile& tile, Depths& depths, const std::stop_token& stop) {
+    if (const std::uint32_t known = mObserved.load(std::memory_order_relaxed); known != 0) {
+        depths = Depths::unpacked(known);
+        return true;
+    }
+    depths = depthsOf(tile, {});
+    if (!id.isRoot() && !(mDeclaredColorDepth && mDeclaredIntensityRange)) {
         try {
             const HierarchyNode* root = mHierarchy.find(OctreeNodeId(), stop);
             Tile rootTile;
             if (root == nullptr || !mReader->read(OctreeNodeId(), root->pointCount, rootTile, stop)) {
-                return std::nullopt;
+                return false;
             }
-            depth = hasColors(rootTile) ? observedColorDepth(rootTile) : depth;
+            depths = depthsOf(rootTile, depths);
         } catch (const StoreError&) {
-            return depth;
+            return true;
         }
     }
-    mColorDepth.store(static_cast<int>(depth), std::memory_order_relaxed);
-    return depth;
+    mObserved.store(depths.packed(), std::memory_order_relaxed);
+    return true;
 }
 
 }  // namespace Entwine

@@ -9,6 +9,7 @@
 #include <octree/entwine/TileReader.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <stop_token>
@@ -26,23 +27,35 @@ public:
     const Octree::StoreFacts& storeFacts() const override { return mFacts; }
     bool nodeFacts(Octree::OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) override;
     /// Always 0: the format hides no points.
-    int nodeVisibility(Octree::OctreeNodeId id) override;
+    int nodeVisibility(Octree::OctreeNodeId id) override { return nodeVisibility(id, {}); }
+    int nodeVisibility(Octree::OctreeNodeId id, const std::stop_token& stop) override;
     bool readNode(Octree::OctreeNodeId id, double unitScale, Octree::NodePointData& data,
                   const std::stop_token& stop) override;
 
 private:
-    bool fillColors(Octree::OctreeNodeId id, const Tile& tile, Octree::NodePointData& data,
-                    const std::stop_token& stop);
-    std::optional<ColorDepth> colorDepth(Octree::OctreeNodeId id, const Tile& tile,
-                                         const std::stop_token& stop);
+    /// Of the values of colours and intensities.
+    struct Depths {
+        ColorDepth color = ColorDepth::Sixteen;
+        std::uint16_t intensityRange = Octree::NodePointData::HIGHEST_INTENSITY;
+
+        std::uint32_t packed() const;
+        static Depths unpacked(std::uint32_t bits);
+    };
+
+    Math::NBoundingBox<double, 3> pointBounds(Octree::OctreeNodeId id) const;
+    /// With otherwise for what neither ept.json nor the tile says.
+    Depths depthsOf(const Tile& tile, const Depths& otherwise) const;
+    bool findDepths(Octree::OctreeNodeId id, const Tile& tile, Depths& depths, const std::stop_token& stop);
 
     const Metadata mMetadata;
     const std::unique_ptr<const TileReader> mReader;
     const Octree::StoreFacts mFacts;
     Hierarchy mHierarchy;
-    /// UNKNOWN_DEPTH until the first node with colours is read, where ept.json does not say; every thread
-    /// that finds out finds the same.
-    std::atomic<int> mColorDepth;
+    const std::optional<ColorDepth> mDeclaredColorDepth;
+    const std::optional<std::uint16_t> mDeclaredIntensityRange;
+    /// What ept.json does not say: Depths as packed() makes them, 0 until the first node is read. Every
+    /// thread that finds out finds the same.
+    std::atomic<std::uint32_t> mObserved{0};
 };
 
 }  // namespace Entwine

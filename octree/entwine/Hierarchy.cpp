@@ -2,6 +2,8 @@
 #include <octree/entwine/Hierarchy.h>
 #include <octree/entwine/NodeKey.h>
 
+#include <mutex>
+
 namespace Entwine {
 
 using Octree::OctreeNodeId;
@@ -16,8 +18,8 @@ const HierarchyNode* Hierarchy::find(OctreeNodeId id, const std::stop_token& sto
     return findEntry(id, true, stop);
 }
 
-void Hierarchy::require(OctreeNodeId id) {
-    findEntry(id, false, {});
+void Hierarchy::require(OctreeNodeId id, const std::stop_token& stop) {
+    findEntry(id, false, stop);
 }
 
 const HierarchyNode* Hierarchy::findEntry(OctreeNodeId id, bool followsOwnLink, const std::stop_token& stop) {
@@ -47,7 +49,10 @@ const HierarchyPage* Hierarchy::load(const HierarchyNode& link, OctreeNodeId id,
     if (const HierarchyPage* page = link.linked.load(std::memory_order_acquire)) {
         return page;
     }
-    const std::lock_guard lock(mLoading);
+    if (!mLoading.lock(stop)) {
+        return nullptr;
+    }
+    const std::lock_guard lock(mLoading, std::adopt_lock);
     if (const HierarchyPage* page = link.linked.load(std::memory_order_relaxed)) {
         return page;  // loaded by another thread meanwhile
     }

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <octree/OctreeNodeId.h>
+#include <octree/StoppableMutex.h>
 #include <octree/entwine/HierarchyPage.h>
 
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <stop_token>
 #include <vector>
 
@@ -24,8 +24,8 @@ public:
 
     /// The node's own entry, which is no link. nullptr when stopped; an error when there is no such node.
     const HierarchyNode* find(Octree::OctreeNodeId id, const std::stop_token& stop);
-    /// An error when there is no such node; does not load its own file to know that.
-    void require(Octree::OctreeNodeId id);
+    /// An error when there is no such node; does not load its own file to know that. Nothing when stopped.
+    void require(Octree::OctreeNodeId id, const std::stop_token& stop);
 
 private:
     const HierarchyNode* findEntry(Octree::OctreeNodeId id, bool followsOwnLink, const std::stop_token& stop);
@@ -34,7 +34,7 @@ private:
     const HierarchyPage* readPage(Octree::OctreeNodeId id, const std::stop_token& stop);
 
     const std::filesystem::path mFolder;
-    std::mutex mLoading;
+    Octree::StoppableMutex mLoading;
     /// Guarded by mLoading; the first is the root's.
     std::vector<std::unique_ptr<const HierarchyPage>> mPages;
     const HierarchyPage* const mRoot;

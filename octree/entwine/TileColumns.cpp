@@ -1,3 +1,4 @@
+#include <octree/IntensityRange.h>
 #include <octree/entwine/TileColumns.h>
 
 #include <algorithm>
@@ -18,8 +19,6 @@ using Octree::Attribute;
 constexpr std::size_t BLOCK = 256;
 using Block = std::array<double, BLOCK>;
 
-constexpr double SLACK_STEPS = 4.0;
-constexpr double RELATIVE_SLACK = 1e-6;
 /// A reference this close to a step of the tile's grid is on it; the rest is rounding.
 constexpr double STEP_TOLERANCE = 1e-4;
 
@@ -51,10 +50,8 @@ struct Axis {
         if (const double step = std::round(origin); std::abs(origin - step) < STEP_TOLERANCE) {
             origin = step;
         }
-        const double slack =
-            SLACK_STEPS * (isInteger(numbers.type) ? numbers.scale : 0.0) + RELATIVE_SLACK * (high - low);
-        lowest = (low - slack - reference) / numbers.scale;
-        highest = (high + slack - reference) / numbers.scale;
+        lowest = (low - reference) / numbers.scale;
+        highest = (high - reference) / numbers.scale;
     }
 
     const NumberColumn& column;
@@ -83,8 +80,8 @@ std::size_t readAxis(const Axis& axis, std::size_t start, std::size_t count, Blo
     return count;
 }
 
-double intensityFactor(const NumberColumn& column, const Metadata& metadata) {
-    switch (sizeOf(column.type)) {
+double intensityFactor(NumberType type, const Metadata& metadata) {
+    switch (sizeOf(type)) {
         case 1:
             return 257.0;
         case 2:
@@ -94,7 +91,7 @@ double intensityFactor(const NumberColumn& column, const Metadata& metadata) {
     }
     const Dimension* dimension = metadata.find(nameOf(Known::Intensity));
     const double maximum = dimension != nullptr ? dimension->maximum.value_or(65535.0) : 65535.0;
-    const bool isFraction = !isInteger(column.type) && maximum > 0.0 && maximum <= 1.0;
+    const bool isFraction = !isInteger(type) && maximum > 0.0 && maximum <= 1.0;
     return maximum > 65535.0 || isFraction ? 65535.0 / maximum : 1.0;
 }
 
@@ -205,6 +202,34 @@ std::optional<ColorDepth> declaredColorDepth(const Metadata& metadata) {
     return highest <= 255.0 ? ColorDepth::Eight : ColorDepth::Sixteen;
 }
 
+std::optional<std::uint16_t> declaredIntensityRange(const Metadata& metadata) {
+    const Dimension* const dimension = metadata.find(nameOf(Known::Intensity));
+    if (dimension == nullptr) {
+        return std::nullopt;
+    }
+    // LAS tiles have 16 bits whatever the schema says.
+    const NumberType type = metadata.dataType == "laszip" ? NumberType::Uint16 : dimension->type;
+    if (sizeOf(dimension->type) == 1) {
+        return Octree::intensityRangeOf(255.0 * intensityFactor(type, metadata));
+    }
+    if (!dimension->maximum) {
+        return std::nullopt;
+    }
+    return Octree::intensityRangeOf(*dimension->maximum * intensityFactor(type, metadata));
+}
+
+std::uint16_t observedIntensityRange(const Tile& tile, const Metadata& metadata) {
+    const NumberColumn& column = *tile[Known::Intensity];
+    double largest = 0.0;
+    Block values;
+    for (std::size_t start = 0; start < tile.pointCount; start += BLOCK) {
+        const std::size_t size = std::min(BLOCK, tile.pointCount - start);
+        column.readValues(start, size, values.data());
+        largest = std::max(largest, *std::max_element(values.data(), values.data() + size));
+    }
+    return Octree::intensityRangeOf(largest * intensityFactor(column.type, metadata));
+}
+
 bool hasColors(const Tile& tile) {
     return hasAll(tile, COLOR);
 }
@@ -245,14 +270,16 @@ std::vector<Math::Color> readColors(const Tile& tile, ColorDepth depth) {
     return result;
 }
 
-void readPlainColumns(const Tile& tile, const Metadata& metadata, Octree::NodePointData& data) {
+void readPlainColumns(const Tile& tile, const Metadata& metadata, std::uint16_t intensityRange,
+                      Octree::NodePointData& data) {
     const auto wanted = [&](Known dimension, Attribute attribute) {
         return tile[dimension] && data.wants(attribute);
     };
     if (wanted(Known::Intensity, Attribute::Intensity)) {
         const NumberColumn& column = *tile[Known::Intensity];
         data.setIntensities(
-            readIntegers<std::uint16_t>(column, tile.pointCount, intensityFactor(column, metadata)));
+            readIntegers<std::uint16_t>(column, tile.pointCount, intensityFactor(column.type, metadata)),
+            intensityRange);
     }
     if (wanted(Known::Classification, Attribute::Classification)) {
         data.setClassifications(readIntegers<std::uint8_t>(*tile[Known::Classification], tile.pointCount));

@@ -19,8 +19,7 @@ namespace Entwine {
 Math::Point<double, 3> referencePositionOf(const Metadata& metadata);
 
 /// Positions relative to reference, times unitScale; exact steps where the reference lies on the tile's grid.
-/// Returns the index of the first point outside the bounds, if one is; out is then unspecified. Four steps
-/// and a millionth of the bounds are let pass: converters round.
+/// Returns the index of the first point outside the bounds, if one is; out is then unspecified.
 std::optional<std::size_t> readPositions(const Tile& tile, const Math::NBoundingBox<double, 3>& bounds,
                                          const Math::Point<double, 3>& reference, double unitScale,
                                          std::vector<Math::Point<double, 3>>& out);
@@ -39,6 +38,12 @@ std::optional<ColorDepth> declaredColorDepth(const Metadata& metadata);
 /// Eight when no value of the tile is above 255.
 ColorDepth observedColorDepth(const Tile& tile);
 
+/// The range of the intensities that readPlainColumns gives: as wide as the schema's type or its maximum for
+/// them says; empty when neither does.
+std::optional<std::uint16_t> declaredIntensityRange(const Metadata& metadata);
+/// Wide enough for every intensity of the tile, which must have some.
+std::uint16_t observedIntensityRange(const Tile& tile, const Metadata& metadata);
+
 bool hasColors(const Tile& tile);
 /// Precondition: hasColors(tile).
 std::vector<Math::Color> readColors(const Tile& tile, ColorDepth depth);
@@ -47,6 +52,7 @@ std::vector<Math::Color> readColors(const Tile& tile, ColorDepth depth);
 /// within their range. Intensities of one byte are spread over 16 bits; wider ones and floats are scaled by
 /// the schema's maximum for them if that is above 65535, and floats also if it is at most 1. Normals come
 /// out with length 1, or 0.
-void readPlainColumns(const Tile& tile, const Metadata& metadata, Octree::NodePointData& data);
+void readPlainColumns(const Tile& tile, const Metadata& metadata, std::uint16_t intensityRange,
+                      Octree::NodePointData& data);
 
 }  // namespace Entwine

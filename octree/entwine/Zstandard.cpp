@@ -1,4 +1,4 @@
-#include <octree/GrowingBuffer.h>
+#include <core/GrowingBuffer.h>
 #include <octree/entwine/Zstandard.h>
 
 #include <zstd.h>
@@ -10,7 +10,7 @@ namespace Entwine {
 
 namespace {
 
-using Octree::GrowingBuffer;
+using Core::GrowingBuffer;
 
 struct ContextDeleter {
     void operator()(ZSTD_DCtx* context) const { ZSTD_freeDCtx(context); }

@@ -1,9 +1,12 @@
 #include <octree/ChildCube.h>
+#include <octree/StoreError.h>
 #include <octree/potree/HierarchyChunk.h>
 
 #include <bit>
 #include <cstring>
+#include <exception>
 #include <string>
+#include <utility>
 
 namespace PoTree {
 
@@ -28,6 +31,10 @@ void readRecord(const char* record, Node& node) {
     node.byteSize = readAt<std::uint64_t>(record + 14);
 }
 
+bool hasChildren(NodeType type, std::size_t level) {
+    return type != NodeType::Proxy && level < Octree::OctreeNodeId::MAX_REPRESENTABLE_LEVEL;
+}
+
 void appendChildren(const Node& node, std::vector<std::shared_ptr<Node>>& nodes) {
     for (std::size_t i = 0; i < 8; ++i) {
         if ((node.childMask >> i & 1) != 0) {
@@ -36,29 +43,97 @@ void appendChildren(const Node& node, std::vector<std::shared_ptr<Node>>& nodes)
     }
 }
 
+class ChunkLoader {
+public:
+    ChunkLoader(const FileLoader& loader, std::shared_ptr<Node> root, std::uint64_t byteOffset,
+                std::uint64_t byteSize)
+        : mLoader(loader),
+          mRoot(std::move(root)),
+          mByteOffset(byteOffset),
+          mRecordCount(byteSize / HIERARCHY_RECORD_SIZE) {}
+
+    bool load(const std::stop_token& stop, MissingRecords missing,
+              std::vector<std::shared_ptr<Node>>& nodes) {
+        if (mRecordCount == 0) {
+            return true;
+        }
+        if (!fetch(stop)) {
+            return false;
+        }
+        const std::uint64_t named = countNodes();
+        if (named > mRecordCount && missing == MissingRecords::Refused) {
+            fail("its hierarchy chunk is cut short: it names " + std::to_string(named) + " nodes and has " +
+                 std::to_string(mRecordCount) + " records");
+        }
+        return makeNodes(stop, nodes);
+    }
+
+private:
+    /// Nodes made between two looks at the stop token.
+    static constexpr std::size_t STOP_STEP = 4096;
+
+    [[noreturn]] void fail(const std::string& problem) const {
+        throw Octree::StoreError(mLoader.hierarchyFile(), mRoot->id.name(), problem);
+    }
+
+    bool fetch(const std::stop_token& stop) {
+        try {
+            return mLoader.fetchHierarchyChunk(mByteOffset, mRecordCount * HIERARCHY_RECORD_SIZE, mBytes,
+                                               stop);
+        } catch (const Octree::StoreError&) {
+            std::throw_with_nested(Octree::StoreError(mLoader.hierarchyFile(), mRoot->id.name(),
+                                                      "its hierarchy chunk cannot be read"));
+        }
+    }
+
+    const char* recordAt(std::size_t index) const { return mBytes.data() + index * HIERARCHY_RECORD_SIZE; }
+
+    // Walks the records as makeNodes does, level by level, but makes nothing.
+    std::uint64_t countNodes() const {
+        std::uint64_t named = 1, levelEnd = 1;
+        std::size_t level = mRoot->id.level();
+        for (std::uint64_t k = 0; k < mRecordCount && k < named; ++k) {
+            if (k == levelEnd) {
+                ++level;
+                levelEnd = named;
+            }
+            const auto type = static_cast<NodeType>(readAt<std::uint8_t>(recordAt(k)) & 15);
+            if (hasChildren(type, level)) {
+                named += static_cast<unsigned>(std::popcount(readAt<std::uint8_t>(recordAt(k) + 1)));
+            }
+        }
+        return named;
+    }
+
+    bool makeNodes(const std::stop_token& stop, std::vector<std::shared_ptr<Node>>& nodes) const {
+        const std::size_t first = nodes.size();
+        nodes.push_back(mRoot);
+        for (std::size_t k = 0; k < mRecordCount && first + k < nodes.size(); ++k) {
+            if (k % STOP_STEP == 0 && stop.stop_requested()) {
+                return false;
+            }
+            const std::shared_ptr<Node> node = nodes[first + k];
+            readRecord(recordAt(k), *node);
+            if (hasChildren(node->type, node->id.level())) {
+                appendChildren(*node, nodes);
+            }
+        }
+        return true;
+    }
+
+    const FileLoader& mLoader;
+    const std::shared_ptr<Node> mRoot;
+    const std::uint64_t mByteOffset;
+    const std::uint64_t mRecordCount;
+    std::string mBytes;
+};
+
 }  // namespace
 
 bool loadHierarchyChunk(const FileLoader& loader, const std::shared_ptr<Node>& root, std::uint64_t byteOffset,
                         std::uint64_t byteSize, const std::stop_token& stop,
-                        std::vector<std::shared_ptr<Node>>& nodes) {
-    const std::uint64_t recordCount = byteSize / HIERARCHY_RECORD_SIZE;
-    if (recordCount == 0) {
-        return true;
-    }
-    std::string bytes;
-    if (!loader.fetchHierarchyChunk(byteOffset, recordCount * HIERARCHY_RECORD_SIZE, bytes, stop)) {
-        return false;
-    }
-    const std::size_t first = nodes.size();
-    nodes.push_back(root);
-    for (std::size_t k = 0; k < recordCount && first + k < nodes.size(); ++k) {
-        const std::shared_ptr<Node> node = nodes[first + k];
-        readRecord(bytes.data() + k * HIERARCHY_RECORD_SIZE, *node);
-        if (!node->isProxy() && node->id.level() < Octree::OctreeNodeId::MAX_REPRESENTABLE_LEVEL) {
-            appendChildren(*node, nodes);
-        }
-    }
-    return true;
+                        std::vector<std::shared_ptr<Node>>& nodes, MissingRecords missing) {
+    return ChunkLoader(loader, root, byteOffset, byteSize).load(stop, missing, nodes);
 }
 
 }  // namespace PoTree

@@ -14,12 +14,17 @@ namespace PoTree {
 /// Bytes of one record in hierarchy.bin.
 constexpr std::size_t HIERARCHY_RECORD_SIZE = 22;
 
+/// Whether a chunk may name nodes that it has no records of.
+enum class MissingRecords { Allowed, Refused };
+
 /// Appends the nodes of one chunk of hierarchy.bin in breadth-first order, beginning with root, whose own
 /// record comes first and is copied into it. The bytes are rounded down to whole records; a node whose record
 /// is missing keeps the fields of a new one. Proxies and nodes of the deepest level are not expanded. False
-/// when stopped.
+/// when stopped; nodes is then unspecified. Throws StoreError naming root's node when the bytes are not to be
+/// had, or for refused missing records, before any node is made.
 bool loadHierarchyChunk(const FileLoader& loader, const std::shared_ptr<Node>& root, std::uint64_t byteOffset,
                         std::uint64_t byteSize, const std::stop_token& stop,
-                        std::vector<std::shared_ptr<Node>>& nodes);
+                        std::vector<std::shared_ptr<Node>>& nodes,
+                        MissingRecords missing = MissingRecords::Allowed);
 
 }  // namespace PoTree

@@ -16,6 +16,8 @@ using Octree::StoreError;
 
 constexpr std::uintmax_t MAX_FILE_SIZE = std::uintmax_t{16} << 20;
 constexpr std::size_t MAX_BYTES_PER_POINT = 65536;
+/// Sides of a cube that was written with few digits; a step of the grid is let pass as well.
+constexpr double CUBE_TOLERANCE = 1e-6;
 /// Int32 steps to either side of the offset, and some slack.
 constexpr double MAX_STEPS = 2147483648.0 + 16.0;
 
@@ -47,6 +49,14 @@ Octree::AttributeInfo parseAttribute(const Octree::JsonValue& json) {
     result.min = numbers(json, "min");
     result.max = numbers(json, "max");
     return result;
+}
+
+void checkCube(const Metadata& metadata, const Octree::JsonValue& json) {
+    const Math::Point<double, 3> size = metadata.boundingBox.max - metadata.boundingBox.min;
+    const double side = std::max({size[0], size[1], size[2]});
+    for (int axis = 0; axis < 3; ++axis) {
+        json.require(side - size[axis] <= CUBE_TOLERANCE * side + metadata.scale[axis], "a cube");
+    }
 }
 
 void checkGrid(const Metadata& metadata, const Octree::JsonValue& root) {
@@ -130,6 +140,9 @@ Metadata Metadata::parse(const std::string& text, const std::filesystem::path& f
     result.offset = root["offset"].point();
     result.boundingBox = root["boundingBox"].box();
     checkGrid(result, root);
+    if (role == StoreRole::Cloud) {
+        checkCube(result, root["boundingBox"]);
+    }
     result.tightBox = result.boundingBox;
     parseAttributes(root["attributes"], role, result);
     return result;

@@ -29,7 +29,7 @@ enum class ChunkLayout {
 };
 
 /// What a store's metadata.json says, checked: every number is finite, scales are positive, boxes are not
-/// inverted, and the bounding box can be reached on the integer grid.
+/// inverted, the bounding box of a cloud is a cube, and it can be reached on the integer grid.
 struct Metadata {
     /// Throws StoreError naming the file and the key that is missing or wrong.
     static Metadata read(const std::filesystem::path& file, StoreRole role = StoreRole::Cloud);
@@ -52,7 +52,7 @@ struct Metadata {
     /// Coordinate = integer * scale + offset.
     Math::Point<double, 3> scale;
     Math::Point<double, 3> offset;
-    /// The root's box.
+    /// The root's cube; of external attributes, which have no use for it, any box.
     Math::NBoundingBox<double, 3> boundingBox;
     /// Around the points as "position" has it; the root's box when it does not say.
     Math::NBoundingBox<double, 3> tightBox;

@@ -1,14 +1,12 @@
-#include <brotli/decode.h>
-
-#include <octree/GrowingBuffer.h>
+#include <core/Brotli.h>
 #include <octree/StoreError.h>
 #include <octree/potree/FetchCancelled.h>
 #include <octree/potree/NodeChunk.h>
 #include <octree/potree/PointColumns.h>
 
 #include <cstring>
-#include <new>
 #include <string>
+#include <utility>
 
 namespace PoTree {
 
@@ -16,9 +14,6 @@ namespace {
 
 /// No node of a sensible store comes near: nodes hold tens of thousands of points.
 constexpr std::uint64_t MAX_CHUNK_SIZE = std::uint64_t{512} << 20;
-struct DecoderDeleter {
-    void operator()(BrotliDecoderState* state) const { BrotliDecoderDestroyInstance(state); }
-};
 
 class ChunkReader {
 public:
@@ -40,8 +35,7 @@ public:
 private:
     std::shared_ptr<const std::byte> readRecords(const std::stop_token& stop) const {
         if (mNode.byteSize != mExpected) {
-            fail("its chunk has " + std::to_string(mNode.byteSize) + " bytes, its " + claim() + " take " +
-                 std::to_string(mExpected));
+            failInChunk("has " + std::to_string(mNode.byteSize) + " bytes");
         }
         const auto bytes = std::make_shared<const std::string>(fetch(stop));
         return {bytes, reinterpret_cast<const std::byte*>(bytes->data())};
@@ -74,56 +68,25 @@ private:
     }
 
     std::unique_ptr<std::byte[]> decompress(const std::string& input, const std::stop_token& stop) const {
-        const std::unique_ptr<BrotliDecoderState, DecoderDeleter> decoder(
-            BrotliDecoderCreateInstance(nullptr, nullptr, nullptr));
-        if (decoder == nullptr) {
-            throw std::bad_alloc();
-        }
-        Octree::GrowingBuffer output(static_cast<std::size_t>(mExpected), input.size());
-        std::size_t inputLeft = input.size();
-        const auto* nextInput = reinterpret_cast<const std::uint8_t*>(input.data());
-        for (;;) {
-            std::size_t available = 0;
-            auto* next = reinterpret_cast<std::uint8_t*>(output.next(available));
-            const std::size_t offered = available;
-            const BrotliDecoderResult result = BrotliDecoderDecompressStream(
-                decoder.get(), &inputLeft, &nextInput, &available, &next, nullptr);
-            output.wrote(offered - available);
-            if (result == BROTLI_DECODER_RESULT_SUCCESS) {
-                checkEnd(output.used(), inputLeft);
-                return output.take();
-            }
-            checkProgress(result, decoder.get(), output.used());
-            if (stop.stop_requested()) {
+        try {
+            std::size_t size = 0;
+            auto bytes = Core::brotliDecode(input, static_cast<std::size_t>(mExpected), size, stop);
+            if (bytes == nullptr) {
                 throw FetchCancelled();
             }
+            // A whole number of points, but not the node's, is damage as well: the hierarchy's count is what
+            // budgets and external attributes were told.
+            if (size != mExpected) {
+                failInChunk("decompresses to " + std::to_string(size) + " bytes");
+            }
+            return bytes;
+        } catch (const Core::BrotliError& error) {
+            failInChunk(error.what());
         }
     }
 
-    void checkEnd(std::size_t produced, std::size_t inputLeft) const {
-        if (produced != mExpected) {
-            fail("its chunk decompresses to " + std::to_string(produced) + " bytes, its " + claim() +
-                 " take " + std::to_string(mExpected));
-        }
-        if (inputLeft != 0) {
-            fail("its chunk ends " + std::to_string(inputLeft) + " bytes before its end");
-        }
-    }
-
-    void checkProgress(BrotliDecoderResult result, const BrotliDecoderState* decoder,
-                       std::size_t produced) const {
-        if (result == BROTLI_DECODER_RESULT_ERROR) {
-            fail(std::string("its chunk is damaged: ") +
-                 BrotliDecoderErrorString(BrotliDecoderGetErrorCode(decoder)));
-        }
-        if (result == BROTLI_DECODER_RESULT_NEEDS_MORE_INPUT) {
-            fail("its chunk is cut short after " + std::to_string(produced) + " of " +
-                 std::to_string(mExpected) + " decompressed bytes");
-        }
-        if (produced == mExpected) {
-            fail("its chunk decompresses to more than the " + std::to_string(mExpected) + " bytes that its " +
-                 claim() + " take");
-        }
+    [[noreturn]] void failInChunk(const std::string& problem) const {
+        fail("its chunk " + problem + ", its " + claim() + " take " + std::to_string(mExpected));
     }
 
     const Node& mNode;
@@ -182,6 +145,9 @@ void clearColumns(const RawColumns& columns) {
     clear(columns.classifications);
     clear(columns.visibilities);
     clear(columns.normals);
+    if (columns.chunk != nullptr) {
+        *columns.chunk = PointChunk();
+    }
 }
 
 }  // namespace
@@ -247,9 +213,12 @@ bool decodeNodeChunk(const Node& node, const Metadata& metadata, const FileLoade
         columns.visibilities->assign(count, node.visibility == VisibilityType::AllHidden ? 1 : 0);
         return true;
     }
-    const PointChunk chunk = readNodeChunk(node, metadata, loader, stop);
+    PointChunk chunk = readNodeChunk(node, metadata, loader, stop);
     copyColumns(chunk, ColumnPlaces(metadata), columns);
     count = chunk.pointCount;
+    if (columns.chunk != nullptr) {
+        *columns.chunk = std::move(chunk);
+    }
     return true;
 }
 

@@ -60,6 +60,8 @@ struct RawColumns {
     /// 0 is visible.
     std::vector<std::uint8_t>* visibilities = nullptr;
     std::vector<Math::Point<float, 3>>* normals = nullptr;
+    /// All of it, for columns that are better decoded where they lie.
+    PointChunk* chunk = nullptr;
 };
 
 /// Reads and decompresses the chunk of a node that has points. Memory grows with the output and ends at what

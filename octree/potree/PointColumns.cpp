@@ -1,3 +1,5 @@
+#include <octree/IntensityRange.h>
+#include <octree/NodePointData.h>
 #include <octree/potree/PointColumns.h>
 
 #include <algorithm>
@@ -22,14 +24,14 @@ struct IntegerBlock {
 /// Turns integers of the store's grid into positions.
 class PositionMaker {
 public:
-    PositionMaker(const CoordinateGrid& grid, double unitScale)
-        : mLow(grid.low), mSpan(grid.span), mOrigin(grid.origin), mFactor(grid.scale * unitScale) {}
+    PositionMaker(const CoordinateGrid& grid, const GridRange& range, double unitScale)
+        : mLow(range.low), mSpan(range.span), mOrigin(grid.origin), mFactor(grid.scale * unitScale) {}
 
     bool isOutside(const Integers& integers) const {
         return isOutside<0>(integers) || isOutside<1>(integers) || isOutside<2>(integers);
     }
 
-    /// Writes the positions of `size` points with the integers `at(i)`; true when one is outside the box.
+    /// Writes the positions of `size` points with the integers `at(i)`; true when one is outside.
     template <class IntegersAt>
     bool make(std::size_t size, IntegersAt at, Math::Point<double, 3>* out) const {
         const PositionMaker self = *this;  // in registers: what is written cannot change it
@@ -97,22 +99,30 @@ void readColors(const ChunkColumn& column, std::size_t count, ColorDepth depth, 
 
 }  // namespace
 
-CoordinateGrid::CoordinateGrid(const Metadata& metadata) : scale(metadata.scale) {
-    constexpr double LOWEST = std::numeric_limits<std::int32_t>::min();
-    constexpr double HIGHEST = std::numeric_limits<std::int32_t>::max();
+CoordinateGrid::CoordinateGrid(const Metadata& metadata) : scale(metadata.scale), offset(metadata.offset) {
     const Math::NBoundingBox<double, 3>& box = metadata.boundingBox;
     for (int axis = 0; axis < 3; ++axis) {
-        const auto steps = [&](double coordinate) {
-            return (coordinate - metadata.offset[axis]) / metadata.scale[axis];
-        };
-        origin[axis] = std::round(steps((box.min[axis] + box.max[axis]) * 0.5));
-        reference[axis] = metadata.offset[axis] + origin[axis] * metadata.scale[axis];
-        const double first = std::clamp(std::floor(steps(box.min[axis])) - SLACK_STEPS, LOWEST, HIGHEST);
-        const double last = std::clamp(std::ceil(steps(box.max[axis])) + SLACK_STEPS, LOWEST, HIGHEST);
-        const auto index = static_cast<std::size_t>(axis);
-        low[index] = static_cast<std::uint32_t>(static_cast<std::int32_t>(first));
-        span[index] = static_cast<std::uint32_t>(last - first);
+        const double center = (box.min[axis] + box.max[axis]) * 0.5;
+        origin[axis] = std::round((center - offset[axis]) / scale[axis]);
+        reference[axis] = offset[axis] + origin[axis] * scale[axis];
     }
+}
+
+GridRange CoordinateGrid::rangeOf(const Math::NBoundingBox<double, 3>& box) const {
+    constexpr double LOWEST = std::numeric_limits<std::int32_t>::min();
+    constexpr double HIGHEST = std::numeric_limits<std::int32_t>::max();
+    // Boxes are computed from decimal fractions: a step that is missed by rounding belongs to them.
+    constexpr double SLACK = SLACK_STEPS + 1e-4;
+    GridRange range;
+    for (int axis = 0; axis < 3; ++axis) {
+        const auto steps = [&](double coordinate) { return (coordinate - offset[axis]) / scale[axis]; };
+        const double first = std::clamp(std::ceil(steps(box.min[axis]) - SLACK), LOWEST, HIGHEST);
+        const double last = std::clamp(std::floor(steps(box.max[axis]) + SLACK), LOWEST, HIGHEST);
+        const auto index = static_cast<std::size_t>(axis);
+        range.low[index] = static_cast<std::uint32_t>(static_cast<std::int32_t>(first));
+        range.span[index] = static_cast<std::uint32_t>(last - first);
+    }
+    return range;
 }
 
 ColorDepth colorDepthOf(const Metadata& metadata) {
@@ -126,10 +136,18 @@ ColorDepth colorDepthOf(const Metadata& metadata) {
     return ColorDepth::Sixteen;
 }
 
+std::uint16_t intensityRangeOf(const Metadata& metadata) {
+    const Octree::AttributeInfo* const intensity = metadata.find("intensity", sizeof(std::uint16_t));
+    if (intensity == nullptr || intensity->max.empty()) {
+        return Octree::NodePointData::HIGHEST_INTENSITY;
+    }
+    return Octree::intensityRangeOf(intensity->max.front());
+}
+
 std::optional<std::size_t> decodePositions(const ChunkColumn& column, std::size_t count,
-                                           const CoordinateGrid& grid, double unitScale,
-                                           std::vector<Math::Point<double, 3>>& out) {
-    const PositionMaker maker(grid, unitScale);
+                                           const CoordinateGrid& grid, const GridRange& range,
+                                           double unitScale, std::vector<Math::Point<double, 3>>& out) {
+    const PositionMaker maker(grid, range, unitScale);
     const bool isCoded = column.valueSize == 16;
     out.clear();
     out.reserve(count);

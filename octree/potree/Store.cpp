@@ -18,6 +18,8 @@ using Octree::StoreError;
 /// Millions of nodes in one chunk, where stores have thousands.
 constexpr std::uint64_t MAX_HIERARCHY_CHUNK_SIZE = std::uint64_t{64} << 20;
 constexpr double BOUNDS_SLACK_STEPS = 1e-3;
+constexpr int ALL_VISIBLE = 1;
+constexpr int ALL_HIDDEN = 2;
 /// More points than this are not taken on the hierarchy's word alone.
 constexpr std::size_t MAX_UNREAD_POINTS = std::size_t{1} << 24;
 
@@ -61,7 +63,7 @@ Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& gri
     facts.boundingBox.min -= metadata.scale * BOUNDS_SLACK_STEPS;
     facts.boundingBox.max += metadata.scale * BOUNDS_SLACK_STEPS;
     facts.boundingCube = metadata.boundingBox;
-    facts.overhang = metadata.scale * (1.0 + BOUNDS_SLACK_STEPS);
+    facts.overhang = metadata.scale * (CoordinateGrid::SLACK_STEPS + BOUNDS_SLACK_STEPS);
     facts.referencePosition = grid.reference;
     facts.spacing = metadata.spacing;
     facts.pointCount = metadata.pointCount;
@@ -79,13 +81,13 @@ Store::Store(const FileSystemLocation& location, StoreRole role)
       mPlaces(mMetadata),
       mGrid(mMetadata),
       mColorDepth(colorDepthOf(mMetadata)),
+      mIntensityRange(intensityRangeOf(mMetadata)),
       mFacts(makeFacts(mMetadata, mGrid)) {
     const auto root = std::make_shared<Node>(OctreeNodeId(), mMetadata.boundingBox);
     if (mMetadata.pointCount == 0 && mMetadata.firstChunkSize == 0) {
         mNodes.insert(root);
         return;
     }
-    const std::lock_guard lock(mLoading);
     loadChunk(root, 0, mMetadata.firstChunkSize, {});
 }
 
@@ -125,7 +127,10 @@ const Node* Store::findLoaded(OctreeNodeId id, const std::stop_token& stop) {
 }
 
 bool Store::loadChunkOf(const Node& proxy, const std::stop_token& stop) {
-    const std::lock_guard lock(mLoading);
+    if (!mLoading.lock(stop)) {
+        return false;
+    }
+    const std::lock_guard lock(mLoading, std::adopt_lock);
     if (mNodes.find(proxy.id) != &proxy) {
         return true;  // loaded by another thread meanwhile
     }
@@ -137,28 +142,11 @@ bool Store::loadChunk(const std::shared_ptr<Node>& root, std::uint64_t offset, s
                       const std::stop_token& stop) {
     checkRange(*root, offset, size);
     std::vector<std::shared_ptr<Node>> nodes;
-    try {
-        if (!loadHierarchyChunk(mLoader, root, offset, size, stop, nodes)) {
-            return false;
-        }
-    } catch (const StoreError&) {
-        std::throw_with_nested(
-            StoreError(mLoader.hierarchyFile(), root->id.name(), "its hierarchy chunk cannot be read"));
-    }
-    if (nodes.size() > size / HIERARCHY_RECORD_SIZE) {
-        failInHierarchy(root->id, "its hierarchy chunk is cut short: it names " +
-                                      std::to_string(nodes.size()) + " nodes and has " +
-                                      std::to_string(size / HIERARCHY_RECORD_SIZE) + " records");
+    if (!loadHierarchyChunk(mLoader, root, offset, size, stop, nodes, MissingRecords::Refused)) {
+        return false;
     }
     if (root->isProxy()) {
         failInHierarchy(root->id, "its hierarchy chunk begins with another reference instead of the node");
-    }
-    for (const std::shared_ptr<Node>& node : nodes) {
-        if (node->pointCount > mMetadata.pointCount) {
-            failInHierarchy(node->id, "it claims " + std::to_string(node->pointCount) +
-                                          " points, the whole store has " +
-                                          std::to_string(mMetadata.pointCount));
-        }
     }
     // Children first: a reader that sees the root's own record finds them.
     for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
@@ -190,24 +178,30 @@ int Store::visibilityOf(const Node& node) const {
     }
     switch (node.visibility) {
         case VisibilityType::AllVisible:
-            return 1;
+            return ALL_VISIBLE;
         case VisibilityType::AllHidden:
-            return 2;
+            return ALL_HIDDEN;
     }
     return 0;
 }
 
-// Where visibility is the only attribute, what the hierarchy says of a whole node needs no bytes.
-std::size_t Store::pointCountOf(const Node& node) const {
-    const bool needsNoBytes =
-        mPlaces.visibility && mMetadata.attributes.size() == 1 && visibilityOf(node) != 0;
-    return node.byteSize == 0 && !needsNoBytes ? 0 : node.pointCount;
+// A node without bytes has no points, whatever its record says.
+std::size_t Store::pointCountOf(const Node& node) {
+    return node.byteSize == 0 ? 0 : node.pointCount;
 }
 
-// Whether the hierarchy alone knows all that data wants of what the store has.
-bool Store::isUniformVisibilityAllOf(const Node& node, const Octree::NodePointData& data) const {
-    return visibilityOf(node) != 0 && node.pointCount <= MAX_UNREAD_POINTS &&
-           (data.mask() & mFacts.columns) == static_cast<unsigned>(Attribute::Visibility);
+// Hierarchies of many nodes survive a record that lies.
+void Store::checkPointCount(const Node& node) const {
+    const std::size_t count = pointCountOf(node);
+    if (count > mMetadata.pointCount) {
+        failInHierarchy(node.id, "it claims " + std::to_string(count) + " points, the whole store has " +
+                                     std::to_string(mMetadata.pointCount));
+    }
+    const bool needsNoBytes =
+        mPlaces.visibility && mMetadata.attributes.size() == 1 && visibilityOf(node) != 0;
+    if (needsNoBytes && count > MAX_UNREAD_POINTS) {
+        failInHierarchy(node.id, "its " + std::to_string(count) + " points are more than a node may have");
+    }
 }
 
 bool Store::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) {
@@ -222,9 +216,9 @@ bool Store::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop
     return true;
 }
 
-int Store::nodeVisibility(OctreeNodeId id) {
-    const Node* node = find(id, {});
-    return visibilityOf(*node);
+int Store::nodeVisibility(OctreeNodeId id, const std::stop_token& stop) {
+    const Node* node = find(id, stop);
+    return node == nullptr ? 0 : visibilityOf(*node);
 }
 
 bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,
@@ -233,44 +227,18 @@ bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& d
     if (node == nullptr) {
         return false;
     }
-    const std::size_t pointCount = pointCountOf(*node);
-    data.reset(pointCount);
-    if (pointCount == 0) {
-        return true;
-    }
-    if (isUniformVisibilityAllOf(*node, data)) {
-        data.setVisibilities(std::vector<std::uint8_t>(pointCount, visibilityOf(*node) == 2 ? 1 : 0));
-        return true;
-    }
+    checkPointCount(*node);
     try {
-        const PointChunk chunk = readNodeChunk(*node, mMetadata, mLoader, stop);
-        fill(*node, chunk, unitScale, data);
+        fill(*node, unitScale, data, stop);
         return true;
     } catch (const FetchCancelled&) {
         return false;
     }
 }
 
-void Store::fill(const Node& node, const PointChunk& chunk, double unitScale,
-                 Octree::NodePointData& data) const {
-    if (mPlaces.position && data.wants(Attribute::Position)) {
-        std::vector<Math::Point<double, 3>> positions;
-        if (const auto outside = decodePositions(chunk.column(*mPlaces.position), chunk.pointCount, mGrid,
-                                                 unitScale, positions)) {
-            throw StoreError(mLoader.octreeFile(), node.id.name(),
-                             "point " + std::to_string(*outside) + " lies outside the store's bounding box");
-        }
-        data.setPositions(std::move(positions));
-    }
-    if (mPlaces.color && data.wants(Attribute::Color)) {
-        std::vector<Math::Color> colors;
-        decodeColors(chunk.column(*mPlaces.color), chunk.pointCount, mColorDepth, colors);
-        data.setColors(std::move(colors));
-    }
-    fillPlainColumns(node, chunk, data);
-}
-
-void Store::fillPlainColumns(const Node& node, const PointChunk& chunk, Octree::NodePointData& data) const {
+void Store::fill(const Node& node, double unitScale, Octree::NodePointData& data,
+                 const std::stop_token& stop) const {
+    PointChunk chunk;
     std::vector<std::uint16_t> intensities;
     std::vector<std::uint32_t> scanIndices;
     std::vector<std::uint8_t> classifications;
@@ -279,25 +247,54 @@ void Store::fillPlainColumns(const Node& node, const PointChunk& chunk, Octree::
     const auto wanted = [&data](Attribute attribute, auto& column) {
         return data.wants(attribute) ? &column : nullptr;
     };
-    copyColumns(chunk, mPlaces,
-                {.intensities = wanted(Attribute::Intensity, intensities),
-                 .scanIndices = wanted(Attribute::ScanIndex, scanIndices),
-                 .classifications = wanted(Attribute::Classification, classifications),
-                 .visibilities = wanted(Attribute::Visibility, visibilities),
-                 .normals = wanted(Attribute::Normal, normals)});
+    std::size_t count = pointCountOf(node);
+    decodeNodeChunk(
+        node, mMetadata, mLoader, stop,
+        {.intensities = wanted(Attribute::Intensity, intensities),
+         .scanIndices = wanted(Attribute::ScanIndex, scanIndices),
+         .classifications = wanted(Attribute::Classification, classifications),
+         .visibilities = mPlaces.visibility ? wanted(Attribute::Visibility, visibilities) : nullptr,
+         .normals = wanted(Attribute::Normal, normals),
+         .chunk = &chunk},
+        count);
+    data.reset(count);
     if (const int visibility = visibilityOf(node); visibility != 0 && data.wants(Attribute::Visibility)) {
-        visibilities.assign(chunk.pointCount, visibility == 2 ? 1 : 0);
+        visibilities.assign(count, visibility == ALL_HIDDEN ? 1 : 0);
     }
     const auto set = [&data](auto& column, auto setter) {
         if (!column.empty()) {
             (data.*setter)(std::move(column));
         }
     };
-    set(intensities, &Octree::NodePointData::setIntensities);
     set(scanIndices, &Octree::NodePointData::setScanIndices);
     set(classifications, &Octree::NodePointData::setClassifications);
     set(visibilities, &Octree::NodePointData::setVisibilities);
     set(normals, &Octree::NodePointData::setNormals);
+    if (!intensities.empty()) {
+        data.setIntensities(std::move(intensities), mIntensityRange);
+    }
+    if (chunk.pointCount > 0) {
+        fillFromCodes(node, chunk, unitScale, data);
+    }
+}
+
+// Positions and colours, straight from the chunk.
+void Store::fillFromCodes(const Node& node, const PointChunk& chunk, double unitScale,
+                          Octree::NodePointData& data) const {
+    if (mPlaces.position && data.wants(Attribute::Position)) {
+        std::vector<Math::Point<double, 3>> positions;
+        if (const auto outside = decodePositions(chunk.column(*mPlaces.position), chunk.pointCount, mGrid,
+                                                 mGrid.rangeOf(node.boundingBox), unitScale, positions)) {
+            throw StoreError(mLoader.octreeFile(), node.id.name(),
+                             "point " + std::to_string(*outside) + " lies outside the node's cube");
+        }
+        data.setPositions(std::move(positions));
+    }
+    if (mPlaces.color && data.wants(Attribute::Color)) {
+        std::vector<Math::Color> colors;
+        decodeColors(chunk.column(*mPlaces.color), chunk.pointCount, mColorDepth, colors);
+        data.setColors(std::move(colors));
+    }
 }
 
 }  // namespace PoTree

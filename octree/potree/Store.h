@@ -1,6 +1,7 @@
 #pragma once
 
 #include <octree/NodeSource.h>
+#include <octree/StoppableMutex.h>
 #include <octree/potree/FileLoader.h>
 #include <octree/potree/FileSystemLocation.h>
 #include <octree/potree/Metadata.h>
@@ -31,7 +32,8 @@ public:
     const Octree::StoreFacts& storeFacts() const override { return mFacts; }
     bool nodeFacts(Octree::OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) override;
     /// A proxy's own record answers for its node.
-    int nodeVisibility(Octree::OctreeNodeId id) override;
+    int nodeVisibility(Octree::OctreeNodeId id) override { return nodeVisibility(id, {}); }
+    int nodeVisibility(Octree::OctreeNodeId id, const std::stop_token& stop) override;
     bool readNode(Octree::OctreeNodeId id, double unitScale, Octree::NodePointData& data,
                   const std::stop_token& stop) override;
 
@@ -43,10 +45,12 @@ private:
                    const std::stop_token& stop);
     void checkRange(const Node& root, std::uint64_t offset, std::uint64_t size) const;
     int visibilityOf(const Node& node) const;
-    std::size_t pointCountOf(const Node& node) const;
-    bool isUniformVisibilityAllOf(const Node& node, const Octree::NodePointData& data) const;
-    void fill(const Node& node, const PointChunk& chunk, double unitScale, Octree::NodePointData& data) const;
-    void fillPlainColumns(const Node& node, const PointChunk& chunk, Octree::NodePointData& data) const;
+    static std::size_t pointCountOf(const Node& node);
+    void checkPointCount(const Node& node) const;
+    void fill(const Node& node, double unitScale, Octree::NodePointData& data,
+              const std::stop_token& stop) const;
+    void fillFromCodes(const Node& node, const PointChunk& chunk, double unitScale,
+                       Octree::NodePointData& data) const;
 
     [[noreturn]] void failInHierarchy(Octree::OctreeNodeId id, const std::string& problem) const;
 
@@ -55,11 +59,12 @@ private:
     const ColumnPlaces mPlaces;
     const CoordinateGrid mGrid;
     const ColorDepth mColorDepth;
+    const std::uint16_t mIntensityRange;
     Octree::StoreFacts mFacts;
 
     /// Read without mLoading, written under it.
     NodeTable mNodes;
-    std::mutex mLoading;
+    Octree::StoppableMutex mLoading;
     /// Loaded ranges of hierarchy.bin, end by beginning; guarded by mLoading.
     std::map<std::uint64_t, std::uint64_t> mLoadedRanges;
 };

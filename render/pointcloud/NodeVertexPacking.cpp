@@ -2,6 +2,9 @@
 
 #include <octree/NodePointData.h>
 
+#include <algorithm>
+#include <cstdint>
+
 namespace Render {
 
 namespace {
@@ -11,6 +14,7 @@ using Octree::NodePointData;
 
 constexpr int allVisible = 1;
 constexpr int allHidden = 2;
+constexpr std::uint32_t HIGHEST_SCAN_INDEX = 65535;
 
 constexpr unsigned columns(bool visibility) {
     const auto bit = [](Attribute attribute) { return static_cast<unsigned>(attribute); };
@@ -19,15 +23,23 @@ constexpr unsigned columns(bool visibility) {
            (visibility ? bit(Attribute::Visibility) : 0u);
 }
 
+// Stretched to 16 bits: the container keeps the upper eight.
+void packIntensities(const NodePointData& points, VertexContainer& out) {
+    const std::uint16_t range = points.intensityRange();
+    const float factor = static_cast<float>(NodePointData::HIGHEST_INTENSITY) / range;
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        const auto intensity = static_cast<float>(std::min(points.intensity(i), range));
+        out.setIntensity(i, static_cast<unsigned short>(intensity * factor + 0.5f));
+    }
+}
+
 void packAttributes(const NodePointData& points, VertexContainer& out) {
     for (std::size_t i = 0; i < points.size(); ++i) {
         const Math::Color color = points.has(Attribute::Color) ? points.color(i) : Math::Color::white();
         out.setColor(i, color.r(), color.g(), color.b(), color.a());
     }
     if (points.has(Attribute::Intensity)) {
-        for (std::size_t i = 0; i < points.size(); ++i) {
-            out.setIntensity(i, points.intensity(i));
-        }
+        packIntensities(points, out);
     }
     if (points.has(Attribute::Classification)) {
         for (std::size_t i = 0; i < points.size(); ++i) {
@@ -36,7 +48,8 @@ void packAttributes(const NodePointData& points, VertexContainer& out) {
     }
     if (points.has(Attribute::ScanIndex)) {
         for (std::size_t i = 0; i < points.size(); ++i) {
-            out.setScanIndex(i, static_cast<unsigned short>(points.scanIndex(i)));
+            const std::uint32_t index = std::min<std::uint32_t>(points.scanIndex(i), HIGHEST_SCAN_INDEX);
+            out.setScanIndex(i, static_cast<unsigned short>(index));
         }
     }
 }
@@ -45,7 +58,10 @@ void packAttributes(const NodePointData& points, VertexContainer& out) {
 
 bool loadNodeVertices(const Octree::Octree& octree, Octree::OctreeNodeId id, VertexContainer& out,
                       const std::stop_token& stop) {
-    const int visibility = octree.nodeVisibility(id);
+    const int visibility = octree.nodeVisibility(id, stop);
+    if (stop.stop_requested()) {
+        return false;
+    }
     if (visibility == allHidden) {
         out = VertexContainer();
         return true;
@@ -64,12 +80,9 @@ bool loadNodeVertices(const Octree::Octree& octree, Octree::OctreeNodeId id, Ver
         out.setPosition(i, position.x(), position.y(), position.z());
     }
     packAttributes(points, out);
-    if (points.has(Attribute::Visibility)) {
-        for (std::size_t i = 0; i < points.size(); ++i) {
-            if (points.visibility(i) != 0) {
-                out.setVisibility(i, points.visibility(i));
-            }
-        }
+    // Set for every container: complete() frees the visibilities of those that have one set, and no other's.
+    for (std::size_t i = 0; i < points.size(); ++i) {
+        out.setVisibility(i, points.has(Attribute::Visibility) ? points.visibility(i) : std::uint8_t{0});
     }
     out.complete();
     return true;

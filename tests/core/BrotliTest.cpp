@@ -40,6 +40,15 @@ TEST(BrotliTest, TheLimitIsInclusive) {
     EXPECT_EQ(Core::brotliDecode(encode(""), 0), "");
 }
 
+TEST(BrotliTest, StopsOnTheWay) {
+    std::stop_source stop;
+    stop.request_stop();
+    size_t size = 0;
+    EXPECT_EQ(Core::brotliDecode(encode(longText()), longText().size(), size, stop.get_token()), nullptr);
+    EXPECT_NE(Core::brotliDecode(encode(longText()), longText().size(), size, {}), nullptr);
+    EXPECT_EQ(size, longText().size());
+}
+
 TEST(BrotliTest, DamagedDataIsRefused) {
     const std::string good = encode(longText());
     EXPECT_THROW(Core::brotliDecode(""), std::runtime_error);

@@ -67,6 +67,24 @@ TEST(LruCacheTest, AValueLargerThanTheCapacityEmptiesTheCacheAndStaysUntilTheNex
     EXPECT_EQ(cache.usedSize(), 0u);
 }
 
+TEST(LruCacheTest, ValuesWithoutASizeLeaveTooAndCrowdOutNoOthers) {
+    Cache cache(10, 3);
+    cache.insert(0, "full");
+    for (int key = 1; key <= 1000; ++key) {
+        cache.insert(key, "");
+        EXPECT_TRUE(cache.contains(key));
+        EXPECT_EQ(cache.get(1), "");  // In use all the time.
+    }
+    EXPECT_EQ(cache.size(), 4u);
+    EXPECT_TRUE(cache.contains(0));
+    EXPECT_TRUE(cache.contains(999));
+    cache.insert(2000, "more than there is room for");
+    EXPECT_EQ(cache.size(), 1u);
+    cache.insert(2001, "");
+    cache.clear();
+    EXPECT_EQ(cache.size(), 0u);
+}
+
 TEST(LruCacheTest, GetOrLoadLoadsOnceAndCountsAsAUse) {
     Cache cache(2, 2);
     std::string out;

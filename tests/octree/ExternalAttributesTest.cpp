@@ -89,6 +89,21 @@ TEST_F(ExternalAttributes, HidePointsAndWholeNodes) {
     EXPECT_EQ(facts.visibility, 2);
 }
 
+TEST_F(ExternalAttributes, AreNotWaitedForWhenStopped) {
+    // r46 lies below a reference, so the external hierarchy must be read to know that it is hidden.
+    std::string& hierarchy = external.fixture.hierarchy;
+    hierarchy.replace(hierarchy.size() - 22, 22, hierarchyRecord(0, 0, 1, 0, 0, HIDDEN));
+    external.fixture.writeAll();
+    octree.addExternalAttributeLocation(external.location());
+    EXPECT_EQ(octree.pointCount(R46), 1u);
+    std::stop_source stop;
+    stop.request_stop();
+    Octree::NodeFacts facts;
+    EXPECT_EQ(octree.nodeVisibility(R46, stop.get_token()), 0);
+    EXPECT_FALSE(octree.nodeFacts(R46, facts, stop.get_token()));
+    EXPECT_EQ(octree.nodeVisibility(R46), 2);
+}
+
 TEST_F(ExternalAttributes, HideWhatAnyOfThemHides) {
     main.metadata["nodeVisibility"] = true;
     // r1 as a whole visible, the root hidden.
@@ -122,6 +137,19 @@ TEST_F(ExternalAttributes, FillColumnsThatTheCloudLacksAndNoOthers) {
     EXPECT_EQ(data.classifications(), (std::vector<std::uint8_t>{4, 5, 6}));
     EXPECT_EQ(data.intensity(0), 7);
     EXPECT_EQ(octree.nodeVisibility(R1), 0);  // it has no say, nor such a node
+
+    EXPECT_EQ(data.intensityRange(), 65535);
+
+    // One that lacks intensities takes over their range with them.
+    more.metadata["attributes"][0]["max"] = {4000};
+    more.writeMetadata();
+    main.metadata["attributes"][1]["name"] = "echo";
+    main.writeMetadata();
+    Octree::Octree lacking(octree.location());
+    lacking.addExternalAttributeLocation(Location::fromPath(more.folder.path()));
+    ASSERT_TRUE(lacking.getNodePointData(ROOT, data));
+    EXPECT_EQ(data.intensity(0), 'a' + 256 * 'b');
+    EXPECT_EQ(data.intensityRange(), 4095);
 
     NodePointData colors(static_cast<unsigned>(Attribute::Color));
     EXPECT_TRUE(octree.getNodePointData(R1, colors));

@@ -54,6 +54,7 @@ TEST(MemoryOctree, PutsBoxesIntoModelUnitsAroundTheReference) {
     EXPECT_EQ(octree->boundingCube(OctreeNodeId().child(5).child(4)),
               Box({500.0f, -1000.0f, 0.0f}, {1000.0f, -500.0f, 500.0f}));
     EXPECT_EQ(octree->spacing(3), 2.0f);
+    EXPECT_EQ(octree->spacing(std::size_t{1} << 32), 0.0f);
     octree->setUnitScale(1.0);
     EXPECT_EQ(octree->boundingCube().max.x(), 500.0f);
     EXPECT_EQ(octree->spacing(), 8.0f);

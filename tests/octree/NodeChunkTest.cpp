@@ -1,3 +1,4 @@
+#include <octree/StoreError.h>
 #include <octree/potree/HierarchyChunk.h>
 #include <octree/potree/NodeChunk.h>
 #include <octree/potree/Store.h>
@@ -83,6 +84,35 @@ TEST(HierarchyChunk, ExpandsNeitherProxiesNorTheDeepestLevel) {
     }
     EXPECT_EQ(loadChunk(hierarchyRecord(0, 255, 0, 0, 0), deepest).size(), 1u);
     EXPECT_EQ(loadChunk(hierarchyRecord(0, 255, 0, 0, 0), deepest.parent()).size(), 9u);
+}
+
+TEST(HierarchyChunk, WithRecordsMissingIsRefusedBeforeNodesAreMade) {
+    const Support::TemporaryFolder folder;
+    const std::string full = hierarchyRecord(0, 255, 0, 0, 0);
+    std::string bytes;
+    for (int i = 0; i < 1000; ++i) {
+        bytes += full;
+    }
+    folder.write("hierarchy.bin", bytes);
+    folder.write("octree.bin", "");
+    OctreeNodeId deepest;
+    while (deepest.level() < OctreeNodeId::MAX_REPRESENTABLE_LEVEL) {
+        deepest = deepest.child(0);
+    }
+    const FileLoader loader(folder.path());
+    std::vector<std::shared_ptr<Node>> nodes;
+    const auto load = [&](OctreeNodeId root, std::size_t recordCount) {
+        return loadHierarchyChunk(loader, std::make_shared<Node>(root, UNIT_CUBE), 0, 22 * recordCount, {},
+                                  nodes, MissingRecords::Refused);
+    };
+    EXPECT_THROW(load(OctreeNodeId(), 1000), Octree::StoreError);
+    EXPECT_THROW(load(deepest.parent(), 8), Octree::StoreError);
+    EXPECT_TRUE(nodes.empty());
+    EXPECT_TRUE(load(deepest.parent(), 9));  // the deepest level's masks do not count
+    EXPECT_EQ(nodes.size(), 9u);
+    nodes.clear();
+    EXPECT_TRUE(load(deepest.parent().parent(), 73));
+    EXPECT_EQ(nodes.size(), 73u);
 }
 
 TEST(NodeChunk, CopiesKnownColumnsAndSkipsTheRest) {
@@ -176,6 +206,25 @@ TEST(Store, SaysWhichNodesAreHiddenOnlyWhereTheMetadataHasTheKey) {
     EXPECT_EQ(data.visibilities(), (std::vector<std::uint8_t>{1, 1, 1}));
     store.readNode(OctreeNodeId().child(1), 1.0, data, {});
     EXPECT_FALSE(data.has(Octree::Attribute::Visibility));
+}
+
+TEST(Store, HasNoPointsWithoutBytesAndPositionsWithoutOtherAttributes) {
+    OneNodeStore store(nlohmann::json::array(), "");
+    store.fixture.metadata["nodeVisibility"] = true;
+    const auto readAll = [&](std::uint64_t byteSize) {
+        store.fixture.hierarchy = hierarchyRecord(0, 0, 2, 0, byteSize, 2);
+        store.fixture.writeAll();
+        Store opened{FileSystemLocation(store.fixture.folder.path())};
+        Octree::NodePointData data;
+        EXPECT_TRUE(opened.readNode(OctreeNodeId(), 1.0, data, {}));
+        Octree::NodeFacts facts;
+        EXPECT_TRUE(opened.nodeFacts(OctreeNodeId(), facts, {}));
+        EXPECT_EQ(facts.pointCount, data.size());
+        EXPECT_EQ(data.positions().size(), data.size());
+        return data.visibilities();
+    };
+    EXPECT_EQ(readAll(store.node.byteSize), (std::vector<std::uint8_t>{1, 1}));
+    EXPECT_TRUE(readAll(0).empty());
 }
 
 TEST(Store, PutsPositionsOnItsGridAndColorsIntoBytes) {

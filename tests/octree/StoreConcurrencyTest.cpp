@@ -1,4 +1,5 @@
 #include <octree/Octree.h>
+#include <octree/StoppableMutex.h>
 #include <octree/StoreError.h>
 #include <octree/potree/NodeTable.h>
 
@@ -6,6 +7,7 @@
 #include <tests/support/PotreeFixture.h>
 
 #include <atomic>
+#include <chrono>
 #include <future>
 #include <set>
 #include <thread>
@@ -53,6 +55,19 @@ TEST(StoreConcurrency, ReadersLoadTheHierarchyOnceAndSeeTheSame) {
         EXPECT_EQ(points, 4 * 7u);
         EXPECT_EQ(nodes, 4 * 5u);
     }
+}
+
+TEST(StoreConcurrency, WaitingForAnotherThreadsWorkCanBeStopped) {
+    Octree::StoppableMutex mutex;
+    ASSERT_TRUE(mutex.lock({}));
+    std::stop_source stop;
+    auto waiting = std::async(std::launch::async, [&] { return mutex.lock(stop.get_token()); });
+    EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    stop.request_stop();
+    EXPECT_FALSE(waiting.get());
+    auto next = std::async(std::launch::async, [&] { return mutex.lock({}); });
+    mutex.unlock();
+    EXPECT_TRUE(next.get());
 }
 
 TEST(StoreConcurrency, NodesAreFoundWhileTheirTableGrows) {

@@ -171,6 +171,8 @@ TEST(StoreErrors, ValuesThatMakeNoSenseAreNamed) {
     expect("/offset/2", nullptr, "\"offset[2]\" is not a number of magnitude up to 1e30");
     expect("/spacing", -1.0, "\"spacing\" is not a length");
     expect("/boundingBox/min/0", 2000.0, "\"boundingBox\" is not a box whose min is not above its max");
+    expect("/boundingBox/max/2", 3256.0 + 0.3, "\"boundingBox\" is not a cube");
+    EXPECT_EQ(errorWithMetadata([](auto& json) { json["boundingBox"]["max"][2] = 3256.25; }), "");
     expect("/boundingBox/max/0", 1e12,
            "\"boundingBox\" is not within reach of 32-bit coordinates of this scale and offset");
     expect("/attributes/0/min/0", 2000.0, "\"attributes[0]\" is not a box whose min is not above its max");
@@ -229,6 +231,16 @@ TEST(StoreErrors, NodesThatClaimTooMuch) {
                          0),
               0u);
 
+    // One that lies leaves the others alone.
+    PotreeFixture liar;
+    liar.hierarchy.replace(22, 22, hierarchyRecord(1, 0, 8, liar.chunks[1][0], liar.chunks[1][1]));
+    liar.writeAll();
+    EXPECT_EQ(errorOf(liar), "/hierarchy.bin: node r1: it claims 8 points, the whole store has 7");
+    const Octree::Octree octree{PoTree::FileSystemLocation(liar.folder.path())};
+    EXPECT_EQ(octree.children(OctreeNodeId()).size(), 2u);
+    Octree::NodePointData data;
+    EXPECT_TRUE(octree.getNodePointData(OctreeNodeId().child(4), data));
+
     PotreeFixture fixture;
     fixture.metadata["points"] = huge;
     fixture.hierarchy.replace(0, 22, hierarchyRecord(0, 0b00010010, 0xffffffffu, 0, 50));
@@ -243,11 +255,10 @@ TEST(StoreErrors, PointChunks) {
     EXPECT_EQ(errorWithChunk(good), "");
     EXPECT_EQ(errorWithChunk("\xff\xff\xff\xff\xff\xff").rfind(node + "is damaged: ", 0), 0u);
     EXPECT_EQ(errorWithChunk(good.substr(0, good.size() - 1)).rfind(node + "is cut short after ", 0), 0u);
-    EXPECT_EQ(errorWithChunk(good + "xy"), node + "ends 2 bytes before its end");
-    EXPECT_EQ(errorWithChunk(Support::brotliEncode(pointsOf(2))),
-              node + "decompresses to 52 bytes, its 3 points of 26 bytes take 78");
-    const std::string tooMuch =
-        node + "decompresses to more than the 78 bytes that its 3 points of 26 bytes take";
+    const std::string claim = ", its 3 points of 26 bytes take 78";
+    EXPECT_EQ(errorWithChunk(good + "xy"), node + "ends 2 bytes before its end" + claim);
+    EXPECT_EQ(errorWithChunk(Support::brotliEncode(pointsOf(2))), node + "decompresses to 52 bytes" + claim);
+    const std::string tooMuch = node + "decompresses to more than 78 bytes" + claim;
     EXPECT_EQ(errorWithChunk(Support::brotliEncode(pointsOf(4))), tooMuch);
     const std::string bomb = Support::brotliEncode(std::string(std::size_t{1} << 28, '\0'));
     ASSERT_LT(bomb.size(), 1100u);
@@ -274,7 +285,7 @@ TEST(StoreErrors, RecordsThatAreNotTheNodesPoints) {
     PotreeFixture outside("UNCOMPRESSED");
     outside.octree.replace(20, 4, bytesOf(std::int32_t{1029}));
     outside.writeAll();
-    EXPECT_EQ(errorOf(outside), "/octree.bin: node r: point 1 lies outside the store's bounding box");
+    EXPECT_EQ(errorOf(outside), "/octree.bin: node r: point 1 lies outside the node's cube");
 }
 
 TEST(StoreErrors, PointsOutsideTheBox) {
@@ -283,8 +294,26 @@ TEST(StoreErrors, PointsOutsideTheBox) {
     };
     EXPECT_EQ(withCoordinate(-4), "");
     EXPECT_EQ(withCoordinate(1028), "");
-    EXPECT_EQ(withCoordinate(-5), "/octree.bin: node r: point 0 lies outside the store's bounding box");
-    EXPECT_EQ(withCoordinate(1029), "/octree.bin: node r: point 0 lies outside the store's bounding box");
+    EXPECT_EQ(withCoordinate(-5), "/octree.bin: node r: point 0 lies outside the node's cube");
+    EXPECT_EQ(withCoordinate(1029), "/octree.bin: node r: point 0 lies outside the node's cube");
+}
+
+TEST(StoreErrors, PointsOutsideTheirNode) {
+    const OctreeNodeId r1 = OctreeNodeId().child(1);
+    for (const std::int32_t x : {512 + 4, 512 + 5, -4, -5}) {
+        PotreeFixture fixture("UNCOMPRESSED");
+        fixture.octree.replace(fixture.chunks[1][0], 4, bytesOf(x));
+        fixture.writeAll();
+        const bool isFarOut = x == 512 + 5 || x == -5;
+        EXPECT_EQ(errorOf(fixture),
+                  isFarOut ? "/octree.bin: node r1: point 0 lies outside the node's cube" : "");
+        if (!isFarOut) {
+            const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+            Octree::NodePointData data;
+            octree.getNodePointData(r1, data);
+            EXPECT_TRUE(octree.pointBounds(r1).contains(data.position(0).cast<float>())) << x;
+        }
+    }
 }
 
 TEST(StoreErrors, NodesThatAreNotThere) {

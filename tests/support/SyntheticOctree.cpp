@@ -90,11 +90,7 @@ std::vector<OctreeNodeId> SyntheticOctree::allNodes() const {
 }
 
 Math::Point<double, 3> SyntheticOctree::position(OctreeNodeId id, std::size_t i) const {
-    Math::NBoundingBox<double, 3> cube = mFacts.boundingCube;
-    for (std::size_t shift = 3 * id.level(); shift > 0;) {
-        shift -= 3;
-        cube = Octree::childCube(cube, id.code() >> shift & 7);
-    }
+    const Math::NBoundingBox<double, 3> cube = Octree::nodeCube(mFacts.boundingCube, id);
     const std::uint64_t random = mix(mix(id.code()) + i);
     const double size = cube.max.x() - cube.min.x();
     const Math::Point<double, 3> offset(fraction(random), fraction(random >> 16), fraction(random >> 32));

@@ -144,6 +144,36 @@ TEST(EptColumns, IntensitiesFillSixteenBits) {
     EXPECT_EQ(intensityOf<double>(std::numeric_limits<double>::quiet_NaN(), "float"), 0);
 }
 
+TEST(EptColumns, IntensityRangeIsDeclaredOrSeenInTheRootAndOneForAllNodes) {
+    const auto rangeOf = [](unsigned size, std::uint32_t value, double maximum = 0.0) {
+        OneNode store;
+        nlohmann::json& intensity = store.add("Intensity", "unsigned", size);
+        if (maximum > 0.0) {
+            intensity["maximum"] = maximum;
+        }
+        return store.read({bytesOf(value).substr(0, size)}).intensityRange();
+    };
+    EXPECT_EQ(rangeOf(1, 3), 65535);  // spread over 16 bits by its type
+    EXPECT_EQ(rangeOf(2, 3), 255);
+    EXPECT_EQ(rangeOf(2, 256), 511);
+    EXPECT_EQ(rangeOf(2, 3, 4000), 4095);
+    EXPECT_EQ(rangeOf(2, 300, 255), 255);
+    EXPECT_EQ(rangeOf(4, 3, 140000), 65535);
+
+    // The child's are smaller than the root's.
+    EptFixture fixture;
+    const auto rangeOfChild = [&fixture] {
+        Entwine::EntwineTree tree{Entwine::FileSystemLocation(fixture.folder.path())};
+        NodePointData data(static_cast<unsigned>(Attribute::Intensity));
+        tree.readNode(OctreeNodeId().child(1), 1.0, data, {});
+        EXPECT_EQ(data.intensities(), std::vector<std::uint16_t>{30});
+        return data.intensityRange();
+    };
+    EXPECT_EQ(rangeOfChild(), 65535);
+    std::filesystem::remove(fixture.folder.path() / fixture.tileFile("0-0-0-0"));
+    EXPECT_EQ(rangeOfChild(), 255);  // as good as it gets
+}
+
 TEST(EptColumns, ColorDepthIsDeclaredOrSeenInTheRoot) {
     EXPECT_EQ(colorOf<std::uint8_t>(1, 2, 255, "unsigned"), Math::Color(1, 2, 255));
     EXPECT_EQ(colorOf<std::uint16_t>(1, 2, 255, "unsigned"), Math::Color(1, 2, 255));

@@ -1,4 +1,5 @@
 #include <core/ExceptionChain.h>
+#include <octree/Octree.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/EntwineTree.h>
 
@@ -173,8 +174,17 @@ TEST(EptErrors, TilesOfRecords) {
               node + "its tile holds 62 bytes, which are not points of 21 bytes");
     EXPECT_EQ(errorWithTile("binary", ""), node + "its tile holds 0 bytes, which are not points of 21 bytes");
     EXPECT_EQ(errorWithTile("binary", EptFixture::record(512, 0, 0) + EptFixture::record(0, 0, 517)),
-              node + "point 1 lies outside the store's bounds");
+              node + "point 1 lies outside the node's cube");
     EptFixture fixture;
+    fixture.writeTile("1-0-0-1", EptFixture::record(4, -516, -4));
+    EXPECT_EQ(errorOf(fixture), "");
+    const Octree::Octree octree(Octree::Location::fromPath(fixture.folder.path()));
+    Octree::NodePointData data;
+    octree.getNodePointData(OctreeNodeId().child(1), data);
+    EXPECT_TRUE(octree.pointBounds(OctreeNodeId().child(1)).contains(data.position(0).cast<float>()));
+    fixture.writeTile("1-0-0-1", EptFixture::record(5, -300, 200));
+    EXPECT_EQ(errorOf(fixture), "/ept-data/1-0-0-1.bin: node 1-0-0-1: point 0 lies outside the node's cube");
+    fixture.writeAll();
     std::filesystem::remove(fixture.folder.path() / fixture.tileFile("2-2-1-0"));
     EXPECT_TRUE(startsWith(errorOf(fixture),
                            "/ept-data/2-2-1-0.bin: node 2-2-1-0: its points cannot be read: "

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <stop_token>
+
+namespace Octree {
+
+/// A mutex for work that takes long: who waits for it can be stopped.
+class StoppableMutex {
+public:
+    /// False, and not locked, when stopped first.
+    bool lock(const std::stop_token& stop) {
+        std::unique_lock lock(mMutex);
+        if (!mUnlocked.wait(lock, stop, [this] { return !mIsLocked; })) {
+            return false;
+        }
+        mIsLocked = true;
+        return true;
+    }
+
+    void unlock() {
+        {
+            const std::lock_guard lock(mMutex);
+            mIsLocked = false;
+        }
+        mUnlocked.notify_one();
+    }
+
+private:
+    std::mutex mMutex;
+    std::condition_variable_any mUnlocked;
+    bool mIsLocked = false;  ///< Guarded by mMutex.
+};
+
+}  // namespace Octree
