@@ -63,6 +63,7 @@ Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& gri
     facts.boundingCube = metadata.boundingBox;
     facts.overhang = metadata.scale * (1.0 + BOUNDS_SLACK_STEPS);
     facts.referencePosition = grid.reference;
+    facts.positionGrid.emplace(metadata.scale, metadata.offset);
     facts.spacing = metadata.spacing;
     facts.pointCount = metadata.pointCount;
     facts.attributes = metadata.attributes;
