@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iomanip>
 #include <limits>
+#include <locale>
 #include <memory>
 #include <stdexcept>
 #include <vector>
@@ -20,20 +21,22 @@ namespace {
 void writePoints(const char* store, const char* file) {
     const auto octree = std::make_shared<Octree::Octree>(Octree::Location::fromPath(store));
     const auto bounds = octree->boundingBox();
+    const auto center = octree->referencePosition() + bounds.center().cast<double>();
     const auto quarter = (bounds.size() * 0.25f).cast<double>();
-    Render::BoxFilter filter(
-        {bounds.center().cast<double>() - quarter, bounds.center().cast<double>() + quarter});
+    Render::BoxFilter region({center - quarter, center + quarter});
 
-    // Down to the deepest level and any spacing. The filter stays ours and outlives the query.
-    Render::PointCloudQuery query(octree, nullptr, Eigen::Matrix4f::Identity(), &filter,
+    // Down to the deepest level and any spacing. The region stays ours and outlives the query.
+    Render::PointCloudQuery query(octree, nullptr, Eigen::Matrix4f::Identity(), &region,
                                   std::numeric_limits<size_t>::max(), 0.0f, std::chrono::nanoseconds::zero());
+    query.setAbsoluteCoordinates(true);
     std::ofstream text(file);
-    text << std::fixed << std::setprecision(4);
+    text.imbue(std::locale::classic());
+    text << std::fixed << std::setprecision(octree->positionGrid() ? octree->positionGrid()->decimals() : 4);
     std::vector<Render::QueryPoint> chunk(100'000);
     size_t total = 0;
     while (const size_t count = query.getNextPointChunk(chunk.data(), chunk.size())) {
         for (size_t i = 0; i < count; ++i) {
-            const auto place = octree->referencePosition() + chunk[i].position;
+            const auto& place = chunk[i].position;
             text << place.x() << ' ' << place.y() << ' ' << place.z() << ' ' << chunk[i].intensity << '\n';
         }
         total += count;

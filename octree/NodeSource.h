@@ -6,8 +6,10 @@
 #include <octree/AttributeInfo.h>
 #include <octree/NodePointData.h>
 #include <octree/OctreeNodeId.h>
+#include <octree/PositionGrid.h>
 
 #include <cstdint>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -29,6 +31,8 @@ struct StoreFacts {
     /// The origin of model coordinates: the cube's centre, moved onto the store's integer grid if it has one,
     /// so that differences to it are whole steps.
     Math::Point<double, 3> referencePosition{0.0, 0.0, 0.0};
+    /// That positions lie on; nullopt when the store states none.
+    std::optional<PositionGrid> positionGrid;
     /// Distance between points of level 0, halved with each level.
     double spacing = 0.0;
     std::uint64_t pointCount = 0;

@@ -10,12 +10,14 @@
 #include <octree/NodePointData.h>
 #include <octree/NodeSource.h>
 #include <octree/OctreeNodeId.h>
+#include <octree/PositionGrid.h>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
@@ -61,6 +63,8 @@ public:
 
     /// The origin of model coordinates, absolute, whatever the unit scale.
     const Math::Point<double, 3>& referencePosition() const { return mFacts.referencePosition; }
+    /// That positions lie on, absolute; nullopt when the store states none.
+    const std::optional<PositionGrid>& positionGrid() const { return mFacts.positionGrid; }
     /// Tight around the points, in model coordinates.
     Math::NBoundingBox<float, 3> boundingBox() const;
     /// Of the root, in model coordinates.

@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -93,12 +94,28 @@ Math::Point<double, 3> overhangOf(const Metadata& metadata) {
     return result;
 }
 
+// LAZ tiles have grids of their own where the schema does not say.
+std::optional<Octree::PositionGrid> gridOf(const Metadata& metadata) {
+    Math::Point<double, 3> scale;
+    Math::Point<double, 3> offset;
+    for (int axis = 0; axis < 3; ++axis) {
+        const Dimension& dimension = *metadata.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
+        if (!isInteger(dimension.type) || (metadata.dataType == "laszip" && dimension.scale == 1.0)) {
+            return std::nullopt;
+        }
+        scale[axis] = dimension.scale;
+        offset[axis] = dimension.offset;
+    }
+    return Octree::PositionGrid(scale, offset);
+}
+
 Octree::StoreFacts makeFacts(const Metadata& metadata) {
     Octree::StoreFacts facts;
     facts.boundingBox = metadata.boundsConforming;
     facts.boundingCube = metadata.bounds;
     facts.overhang = overhangOf(metadata);
     facts.referencePosition = referencePositionOf(metadata);
+    facts.positionGrid = gridOf(metadata);
     facts.spacing = (metadata.bounds.max[0] - metadata.bounds.min[0]) / static_cast<double>(metadata.span);
     facts.pointCount = metadata.pointCount;
     for (const Dimension& dimension : metadata.schema) {

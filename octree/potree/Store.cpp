@@ -65,6 +65,7 @@ Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& gri
     facts.boundingCube = metadata.boundingBox;
     facts.overhang = metadata.scale * (CoordinateGrid::SLACK_STEPS + BOUNDS_SLACK_STEPS);
     facts.referencePosition = grid.reference;
+    facts.positionGrid.emplace(metadata.scale, metadata.offset);
     facts.spacing = metadata.spacing;
     facts.pointCount = metadata.pointCount;
     facts.attributes = metadata.attributes;

@@ -6,8 +6,8 @@
 
 namespace Render {
 
-/// A region that a host wants points from, in world coordinates. The host owns it. Ready-made ones are in
-/// render/pointcloud/filters.
+/// A region that a host wants points from, in world coordinates and floats. The host owns it. A RegionFilter
+/// is tested in double instead, and may be absolute; the ready-made ones in render/pointcloud/filters all are.
 class IFilter {
 public:
     /// True keeps the point.

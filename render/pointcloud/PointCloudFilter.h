@@ -19,6 +19,8 @@ public:
     PointCloudFilter(PointCloudFilter&&) noexcept = default;
     PointCloudFilter& operator=(PointCloudFilter&&) noexcept = default;
 
+    /// Whether there is no region, which stands for all of space.
+    bool isEverywhere() const { return mFilter == nullptr; }
     bool testLevel(std::size_t level) const { return level <= mMaxLevel; }
     /// Strict: a spacing equal to the least one fails.
     bool testSpacing(float spacing) const { return spacing > mMinSpacing; }

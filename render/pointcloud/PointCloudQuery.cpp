@@ -1,6 +1,10 @@
 #include <render/pointcloud/PointCloudQuery.h>
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
 #include <stdexcept>
+#include <type_traits>
 #include <utility>
 
 namespace Render {
@@ -8,12 +12,19 @@ namespace Render {
 using Octree::Attribute;
 using Octree::BoxTestResult;
 
+namespace {
+
+constexpr int ALL_HIDDEN = 2;  // NodeFacts::visibility
+
+}  // namespace
+
 PointCloudQuery::PointCloudQuery(std::shared_ptr<Octree::Octree> octree, std::shared_ptr<Cache> cache,
                                  const Eigen::Matrix4f& world, IFilter* filter, std::size_t maxLevel,
                                  float minSpacing, std::chrono::nanoseconds timeLimit)
     : mOctree(std::move(octree)),
       mCache(std::move(cache)),
       mFilter(maxLevel, minSpacing, filter),
+      mRegion(dynamic_cast<const RegionFilter*>(filter)),
       mTimeLimit(timeLimit) {
     if (mOctree == nullptr) {
         throw std::invalid_argument("A query needs an octree");
@@ -32,77 +43,134 @@ std::shared_ptr<PointCloudQuery::Cache> PointCloudQuery::createOrGetSharedCache(
 
 void PointCloudQuery::setWorldMatrix(const Eigen::Matrix4f& world) {
     mWorld = world;
-    mExactWorld = world.cast<double>();
     mWorldScale = world.col(0).head<3>().norm();
+    updateExactMatrix();
 }
 
-std::size_t PointCloudQuery::getNextPointChunk(VertexPosColor* out, std::size_t maxCount) {
-    return nextChunk(out, maxCount);
+void PointCloudQuery::setAbsoluteCoordinates(bool isAbsolute) {
+    if (isAbsolute && mRegion == nullptr && !mFilter.isEverywhere()) {
+        throw std::invalid_argument("A query in absolute coordinates needs a RegionFilter");
+    }
+    mIsAbsolute = isAbsolute;
+    updateExactMatrix();
 }
 
-std::size_t PointCloudQuery::getNextPointChunk(QueryPoint* out, std::size_t maxCount) {
-    return nextChunk(out, maxCount);
+void PointCloudQuery::updateExactMatrix() {
+    mGrid = mIsAbsolute ? mOctree->positionGrid() : std::nullopt;
+    mExactMatrix = mWorld.cast<double>();
+    if (mIsAbsolute) {
+        mExactMatrix.setIdentity();
+        mExactMatrix.topLeftCorner<3, 3>() /= mOctree->unitScale();
+        mExactMatrix.topRightCorner<3, 1>() = mOctree->referencePosition().vector();
+    }
+}
+
+std::size_t PointCloudQuery::getNextPointChunk(VertexPosColor* out, std::size_t maxCount,
+                                               const std::stop_token& stop) {
+    return nextChunk(out, maxCount, stop);
+}
+
+std::size_t PointCloudQuery::getNextPointChunk(QueryPoint* out, std::size_t maxCount,
+                                               const std::stop_token& stop) {
+    return nextChunk(out, maxCount, stop);
+}
+
+bool PointCloudQuery::isExhausted() const {
+    return mIsStarted && !mIsNodeLoaded && mPending.empty() && !mException;
 }
 
 template <class Point>
-std::size_t PointCloudQuery::nextChunk(Point* out, std::size_t maxCount) {
+std::size_t PointCloudQuery::nextChunk(Point* out, std::size_t maxCount, const std::stop_token& stop) {
     using Clock = std::chrono::steady_clock;
+    if (out == nullptr && maxCount > 0) {
+        throw std::invalid_argument("A query needs room for its points");
+    }
     const Clock::time_point begin = Clock::now();
     const auto isTimeUp = [&] {
         return mTimeLimit > std::chrono::nanoseconds(0) && Clock::now() - begin >= mTimeLimit;
     };
+    if (!mIsStarted && maxCount > 0) {
+        consider({}, BoxTestResult::Intersecting);
+        mIsStarted = true;
+    }
     std::size_t count = 0;
-    while (count < maxCount) {
-        if (!mIsNodeLoaded) {
-            if (!hasNextNode() || (count > 0 && isTimeUp())) {
-                break;
-            }
-            loadNextNode();
+    while (count < maxCount && !isExhausted() && !mException && !stop.stop_requested()) {
+        // Every call gets one step further, however little time it has.
+        if (mIsNodeLoaded) {
+            count += takePoints(out + count, maxCount - count);
+        } else {
+            loadNextNode(stop);
         }
-        count += takePoints(out + count, maxCount - count);
-        mIsNodeLoaded = mCursor < mPoints.size();
+        if (isTimeUp()) {
+            break;
+        }
+    }
+    if (count == 0 && maxCount > 0 && mException) {
+        std::rethrow_exception(std::exchange(mException, nullptr));
     }
     return count;
 }
 
-// From the current node, of which the cursor passes every point that was looked at.
+// Some of the current node, of which the cursor passes every point that was looked at.
 template <class Point>
 std::size_t PointCloudQuery::takePoints(Point* out, std::size_t maxCount) {
+    constexpr std::size_t BATCH = 256;  // between two looks at the clock
     const bool hasPosition = mPoints.has(Attribute::Position);
-    const bool hasVisibility = mPoints.has(Attribute::Visibility);
     const bool isTested = mCurrent.boxTestResult == BoxTestResult::Intersecting;
+    const bool isTestedExactly = isTested && mRegion != nullptr;
+    constexpr bool WRITES_EXACT = std::is_same_v<Point, QueryPoint>;
+    const bool needsExact = hasPosition && (WRITES_EXACT || isTestedExactly);
+    const bool needsWorld = hasPosition && (!WRITES_EXACT || (isTested && !isTestedExactly));
+    const std::size_t end = std::min(mPoints.size(), mCursor + BATCH);
     std::size_t count = 0;
-    for (; count < maxCount && mCursor < mPoints.size(); ++mCursor) {
-        if (hasVisibility && mPoints.visibility(mCursor) != 0) {
-            continue;
+    try {
+        for (; count < maxCount && mCursor < end; ++mCursor) {
+            if (!mIncludesHidden && isHidden(mCursor)) {
+                continue;
+            }
+            Place place;
+            if (needsExact) {
+                place.exact = exactPosition(mCursor);
+            }
+            if (needsWorld) {
+                place.world = Math::transformPoint(mWorld, mPoints.position(mCursor).cast<float>());
+            }
+            if (!isTested ||
+                (isTestedExactly ? mRegion->contains(place.exact) : mFilter.testPosition(place.world))) {
+                write(mCursor, place, out[count]);
+                ++count;
+            }
         }
-        Math::Point<float, 3> position;
-        if (hasPosition) {
-            position = Math::transformPoint(mWorld, mPoints.position(mCursor).cast<float>());
-        }
-        if (!isTested || mFilter.testPosition(position)) {
-            write(mCursor, position, out[count]);
-            ++count;
-        }
+    } catch (...) {
+        keepException();
+        ++mCursor;
     }
+    mIsNodeLoaded = mCursor < mPoints.size();
     return count;
 }
 
-void PointCloudQuery::write(std::size_t index, const Math::Point<float, 3>& position,
-                            VertexPosColor& out) const {
+bool PointCloudQuery::isHidden(std::size_t index) const {
+    return mIsNodeHidden || (mPoints.has(Attribute::Visibility) && mPoints.visibility(index) != 0);
+}
+
+Math::Point<double, 3> PointCloudQuery::exactPosition(std::size_t index) const {
+    const Math::Point<double, 3> position = Math::transformPoint(mExactMatrix, mPoints.position(index));
+    return mGrid ? mGrid->snapped(position) : position;
+}
+
+void PointCloudQuery::write(std::size_t index, const Place& place, VertexPosColor& out) const {
     if (mPoints.has(Attribute::Position)) {
-        out.position = position;
+        out.position = place.world;
     }
     if (mPoints.has(Attribute::Color)) {
         out.color = mPoints.color(index);
     }
 }
 
-void PointCloudQuery::write(std::size_t index, const Math::Point<float, 3>&, QueryPoint& out) const {
+void PointCloudQuery::write(std::size_t index, const Place& place, QueryPoint& out) const {
     out = QueryPoint();
-    if (mPoints.has(Attribute::Position)) {
-        out.position = Math::transformPoint(mExactWorld, mPoints.position(index));
-    }
+    out.position = place.exact;
+    out.isHidden = isHidden(index);
     if (mPoints.has(Attribute::Color)) {
         out.color = mPoints.color(index);
     }
@@ -111,6 +179,12 @@ void PointCloudQuery::write(std::size_t index, const Math::Point<float, 3>&, Que
     }
     if (mPoints.has(Attribute::Classification)) {
         out.classification = mPoints.classification(index);
+    }
+    if (mPoints.has(Attribute::ScanIndex)) {
+        out.scanIndex = mPoints.scanIndex(index);
+    }
+    if (mPoints.has(Attribute::Normal)) {
+        out.normal = mPoints.normal(index);
     }
 }
 
@@ -122,14 +196,19 @@ void PointCloudQuery::consider(Octree::OctreeNodeId id, BoxTestResult parentResu
     }
     BoxTestResult result = parentResult;
     if (result != BoxTestResult::Inside) {
-        result = mFilter.testBox(mOctree->pointBounds(id).transformed(mWorld));
+        try {
+            result = testBox(id);
+        } catch (...) {
+            keepException();
+            result = BoxTestResult::Intersecting;
+        }
     }
     if (result != BoxTestResult::Outside) {
         mPending.push_back({id, level, spacing, result});
     }
 }
 
-// All of them or, when the filter throws, none.
+// All of them or, without memory, none.
 void PointCloudQuery::considerChildren(const PendingNode& parent, const Octree::NodeChildren& children) {
     const std::size_t before = mPending.size();
     try {
@@ -142,40 +221,86 @@ void PointCloudQuery::considerChildren(const PendingNode& parent, const Octree::
     }
 }
 
-bool PointCloudQuery::hasNextNode() {
-    if (!mIsStarted) {
-        consider({}, BoxTestResult::Intersecting);
-        mIsStarted = true;
-    }
-    return !mPending.empty();
+BoxTestResult PointCloudQuery::testBox(Octree::OctreeNodeId id) const {
+    return mRegion != nullptr ? mRegion->classify(exactBounds(id))
+                              : mFilter.testBox(mOctree->pointBounds(id).transformed(mWorld));
 }
 
-void PointCloudQuery::loadNextNode() {
+// Around the exact positions of the node's points, which pointBounds() holds only as floats.
+Math::NBoundingBox<double, 3> PointCloudQuery::exactBounds(Octree::OctreeNodeId id) const {
+    constexpr double ROUNDING = 1e-14;  // more than that of a few products and sums
+    constexpr double SNAP = 1e-3;       // steps that a point moves at most onto the grid
+    constexpr float FARTHEST = std::numeric_limits<float>::infinity();
+    const Math::NBoundingBox<float, 3> narrow = mOctree->pointBounds(id);
+    Math::NBoundingBox<double, 3> box;
+    for (int axis = 0; axis < 3; ++axis) {
+        box.min[axis] = double{std::nextafter(narrow.min[axis], -FARTHEST)};
+        box.max[axis] = double{std::nextafter(narrow.max[axis], FARTHEST)};
+    }
+    Math::NBoundingBox<double, 3> result = box.transformed(mExactMatrix);
+    for (int row = 0; row < 3; ++row) {
+        double margin = ROUNDING * std::abs(mExactMatrix(row, 3)) + (mGrid ? SNAP * mGrid->scale(row) : 0.0);
+        for (int axis = 0; axis < 3; ++axis) {
+            margin += ROUNDING * std::abs(mExactMatrix(row, axis)) *
+                      std::fmax(std::abs(box.min[axis]), std::abs(box.max[axis]));
+        }
+        result.min[row] -= margin;
+        result.max[row] += margin;
+    }
+    return result;
+}
+
+// Makes the next node the current one; leaves it where it is when stopped.
+void PointCloudQuery::loadNextNode(const std::stop_token& stop) {
     const PendingNode next = mPending.front();
-    considerChildren(next, fetch(next.id));
+    Octree::NodeFacts facts;
+    bool isFetched = false;
+    try {
+        isFetched = fetch(next.id, facts, stop);
+    } catch (...) {
+        if (!stop.stop_requested()) {
+            keepException();
+        }
+    }
+    if (!isFetched && !mException) {
+        return;
+    }
+    // Facts may be readable though points are not.
+    considerChildren(next, Octree::NodeChildren(next.id, facts.childMask));
     mPending.pop_front();
     mCurrent = next;
     mCursor = 0;
-    mIsNodeLoaded = true;
+    mIsNodeHidden = facts.visibility == ALL_HIDDEN;
+    mIsNodeLoaded = isFetched && !mPoints.empty();
 }
 
-Octree::NodeChildren PointCloudQuery::fetch(Octree::OctreeNodeId id) {
-    constexpr int ALL_HIDDEN = 2;
+// Reads the points that count; false when stopped.
+bool PointCloudQuery::fetch(Octree::OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) {
     try {
-        Octree::NodeFacts facts;
-        mOctree->nodeFacts(id, facts);
-        const auto load = [&](Octree::NodePointData& points) {
-            return mOctree->getNodePointData(id, points);
-        };
         mPoints = Octree::NodePointData();
-        if (facts.visibility == ALL_HIDDEN ||
-            (mCache ? mCache->getOrLoad(id, mPoints, load) : load(mPoints))) {
-            return Octree::NodeChildren(id, facts.childMask);
+        if (mOctree->nodeFacts(id, facts, stop)) {
+            const auto load = [&](Octree::NodePointData& points) {
+                return mOctree->getNodePointData(id, points, stop);
+            };
+            if ((facts.visibility == ALL_HIDDEN && !mIncludesHidden) ||
+                (mCache ? mCache->getOrLoad(id, mPoints, load) : load(mPoints))) {
+                return true;
+            }
         }
     } catch (...) {
         std::throw_with_nested(std::runtime_error("Querying node data failed"));
     }
-    throw std::runtime_error("Querying node data failed");
+    if (!stop.stop_requested()) {
+        throw std::runtime_error("Querying node data failed");
+    }
+    return false;
+}
+
+// The first one: the caller has not heard of it yet.
+void PointCloudQuery::keepException() {
+    if (!mException) {
+        mException = std::current_exception();
+    }
 }
 
 }  // namespace Render

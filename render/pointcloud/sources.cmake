@@ -40,6 +40,7 @@ set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     QueryPoint.h
     WalkParameters.h
     filters/BoxFilter.h
+    filters/CombinedFilter.h
     filters/ComplementFilter.h
     filters/ConvexPolytopeFilter.h
     filters/IntersectionFilter.h

@@ -2,11 +2,14 @@
 #include <render/pointcloud/filters/BoxFilter.h>
 #include <render/pointcloud/filters/SphereFilter.h>
 #include <tests/support/PotreeFixture.h>
+#include <tools/lumaro/LasGrid.h>
 #include <tools/lumaro/LasPointWriter.h>
+#include <tools/lumaro/NumberText.h>
 #include <tools/lumaro/PlyPointWriter.h>
 #include <tools/lumaro/PolygonFile.h>
 #include <tools/lumaro/QueryExport.h>
 #include <tools/lumaro/SampleScene.h>
+#include <tools/lumaro/StoreInfo.h>
 #include <tools/lumaro/TextPointWriter.h>
 
 #include <gtest/gtest.h>
@@ -17,6 +20,7 @@
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <locale>
 #include <random>
 #include <sstream>
 #include <vector>
@@ -24,8 +28,8 @@
 namespace {
 
 using Place = Math::Point<double, 3>;
+using Octree::PositionGrid;
 using Tool::LasVersion;
-using Tool::PositionGrid;
 
 /// Position, colour, intensity and class of a point.
 using Row = std::array<double, 8>;
@@ -130,14 +134,23 @@ protected:
 
     static Octree::Location location() { return PoTree::FileSystemLocation(sFolder->path() / "store"); }
 
-    /// The rows of all points whose position, as whole steps of the store, passes.
+    /// A coordinate as one would write it down.
+    static double decimal(int64_t steps, double offset) {
+        const Tool::StoreDescription description = Tool::sampleDescription();
+        EXPECT_EQ(description.scale, 0.001);
+        const int64_t thousandths = steps + std::llround(offset * 1000.0);
+        const std::string digits = std::to_string(1000 + thousandths % 1000);
+        return std::stod(std::to_string(thousandths / 1000) + '.' + digits.substr(1));
+    }
+
+    /// The rows of all points whose position passes.
     static std::vector<Row> expected(const std::function<bool(const Place&)>& passes) {
         const Tool::StoreDescription description = Tool::sampleDescription();
         std::vector<Row> rows;
         for (const Tool::StorePoint& point : Tool::samplePoints(POINTS)) {
             Row row{};
             for (size_t i = 0; i < 3; ++i) {
-                row[i] = point.position[i] * description.scale + description.offset[i];
+                row[i] = decimal(point.position[i], description.offset[i]);
                 row[3 + i] = point.color[i] >> 8;
             }
             row[6] = point.intensity;
@@ -151,14 +164,12 @@ protected:
     }
 
     template <class Writer, class... Settings>
-    static std::string write(const std::shared_ptr<const Render::RegionFilter>& region,
-                             Settings... settings) {
+    static std::string write(const std::shared_ptr<Render::RegionFilter>& region, Settings... settings) {
         std::ostringstream stream;
         Writer writer(stream, settings...);
         const auto octree = std::make_shared<Octree::Octree>(location());
         Tool::ExportRequest request;
         request.region = region;
-        request.grid = Tool::gridOfStore(location());
         EXPECT_TRUE(Tool::exportPoints(octree, request, writer, [](uint64_t) { return true; }));
         return stream.str();
     }
@@ -188,17 +199,40 @@ std::string polygonError(const std::string& text) {
 TEST_F(QueryExport, EveryFormatHoldsThePointsToTheLastDigit) {
     const std::vector<Row> all = expected([](const Place&) { return true; });
     ASSERT_EQ(all.size(), POINTS);
-    const std::optional<PositionGrid> grid = Tool::gridOfStore(location());
+    const std::optional<PositionGrid> grid = Octree::Octree(location()).positionGrid();
     ASSERT_TRUE(grid);
     EXPECT_EQ(sorted(readPly(write<Tool::PlyPointWriter>(nullptr))), all);
     for (const LasVersion version : {LasVersion::OneTwo, LasVersion::OneFour}) {
-        EXPECT_EQ(sorted(readLas(write<Tool::LasPointWriter>(nullptr, version, *grid), version)), all);
+        std::vector<Row> rows = readLas(write<Tool::LasPointWriter>(nullptr, version, *grid), version);
+        for (Row& row : rows) {
+            std::transform(row.begin(), row.begin() + 3, row.begin(),
+                           [](double coordinate) { return Tool::rounded(coordinate, 3); });
+        }
+        EXPECT_EQ(sorted(rows), all);
     }
     std::vector<Row> plain = all;
     for (Row& row : plain) {
         row[6] = row[7] = 0.0;
     }
     EXPECT_EQ(sorted(readText(write<Tool::TextPointWriter>(nullptr))), sorted(plain));
+}
+
+TEST_F(QueryExport, NoLocaleChangesANumber) {
+    class Foreign final : public std::numpunct<char> {
+        char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    const auto everything = [] {
+        const Tool::StoreInfo info = Tool::readStoreInfo(location());
+        return write<Tool::TextPointWriter>(nullptr) + write<Tool::PlyPointWriter>(nullptr) +
+               Tool::infoText(info) + Tool::infoJson(info) + Tool::fixedText(1234.5, 2);
+    };
+    const std::string expected = everything();
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Foreign));
+    const std::string foreign = everything();
+    std::locale::global(before);
+    EXPECT_TRUE(foreign == expected);
 }
 
 TEST_F(QueryExport, RegionsAreExactOnBordersThatPointsLieOn) {
@@ -224,7 +258,7 @@ TEST_F(QueryExport, RegionsAreExactOnBordersThatPointsLieOn) {
     EXPECT_GT(rows.size(), POINTS / 20);
     EXPECT_EQ(sorted(readPly(write<Tool::PlyPointWriter>(ball))), rows);
     EXPECT_TRUE(readLas(write<Tool::LasPointWriter>(std::make_shared<Render::SphereFilter>(Place(), 1.0),
-                                                    LasVersion::OneFour, PositionGrid()),
+                                                    LasVersion::OneFour, PositionGrid({1.0, 1.0, 1.0}, {})),
                         LasVersion::OneFour)
                     .empty());
 }
@@ -243,7 +277,6 @@ TEST_F(QueryExport, FindsAPointThatLiesAStepOutsideItsNode) {
     Tool::ExportRequest request;
     request.region = std::make_shared<Render::BoxFilter>(
         Math::NBoundingBox<double, 3>({1128.25, 2004.0, 3249.0}, {1129.0, 2006.0, 3251.0}));
-    request.grid = Tool::gridOfStore(place);
     const auto octree = std::make_shared<Octree::Octree>(place);
     EXPECT_EQ(Tool::exportPoints(octree, request, writer, [](uint64_t) { return true; }), 1U);
 }
@@ -259,17 +292,33 @@ TEST(PositionGrid, IsMovedOrMadeCoarserWhereItMustBe) {
     const Math::NBoundingBox<double, 3> far({5e6, 5e6, 0.0}, {5e6 + 1000.0, 5e6 + 3e7, 100.0});
     const PositionGrid fine{{0.001, 0.001, 0.001}, {1.0, 2.0, 3.0}};
     const PositionGrid grid = Tool::gridFor32Bits(fine, far);
-    EXPECT_EQ(grid.scale, Place(0.001, 0.01, 0.001));
-    EXPECT_EQ(grid.offset.z(), 3.0);
+    EXPECT_EQ(Place(grid.scale(0), grid.scale(1), grid.scale(2)), Place(0.001, 0.01, 0.001));
+    EXPECT_EQ(grid.offset(2), 3.0);
     for (int axis = 0; axis < 3; ++axis) {
         for (const double end : {far.min[axis], far.max[axis]}) {
             EXPECT_LE(std::abs(grid.steps(end, axis)), std::numeric_limits<int32_t>::max());
         }
     }
     // Moved by whole steps, a place of the old grid is one of the new.
-    EXPECT_NEAR(grid.snapped({5000001.234, 5e6 + 0.02, 7.0}).x(), 5000001.234, 1e-9);
-    EXPECT_EQ(Tool::gridFor32Bits(std::nullopt, far).scale, Place(1e-6, 0.1, 1e-7));
-    EXPECT_EQ(fine.snapped({1.0005, 2.0, 3.0}), Place(1.0005, 2.0, 3.0));
+    EXPECT_EQ(grid.snapped({5000001.234000001, 5e6 + 0.02, 7.0}).x(), 5000001.234);
+    const PositionGrid decimal = Tool::gridFor32Bits(std::nullopt, far);
+    EXPECT_EQ(Place(decimal.scale(0), decimal.scale(1), decimal.scale(2)), Place(1e-6, 0.1, 1e-7));
+}
+
+TEST(PositionGrid, MeansDecimalFractionsWhereItCan) {
+    // Offsets as converters leave them, among them sums of decimal fractions.
+    const PositionGrid grid({0.001, 0.00025, 0.01}, {-4.984999999999999, 4918340.3625, 406.59000000000003});
+    EXPECT_EQ(grid.decimals(), 5);
+    EXPECT_EQ(grid.coordinate(-4, 0), -4.989);
+    EXPECT_EQ(grid.coordinate(1, 1), 4918340.36275);
+    EXPECT_EQ(grid.coordinate(7, 2), 406.66);
+    EXPECT_EQ(grid.snapped({-4.9880000001, 4918340.3651, 3.0}), Place(-4.988, 4918340.3651, 3.0));
+    const PositionGrid binary({std::ldexp(1.0, -31), 1.0 / 3.0, 7.0}, {0.1, 1.0 / 3.0, 0.5});
+    EXPECT_EQ(binary.coordinate(-3, 0), -3 * std::ldexp(1.0, -31) + 0.1);
+    EXPECT_EQ(binary.coordinate(5, 1), 5 * (1.0 / 3.0) + 1.0 / 3.0);
+    EXPECT_EQ(binary.coordinate(int64_t{1} << 60, 2), 7.0 * std::ldexp(1.0, 60) + 0.5);
+    EXPECT_EQ(binary.decimals(), 11);
+    EXPECT_THROW(PositionGrid({1.0, 0.0, 1.0}, {}), std::invalid_argument);
 }
 
 TEST(LasPointWriter, RefusesWhatTheFormatHasNoRoomFor) {

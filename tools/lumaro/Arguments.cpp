@@ -1,4 +1,5 @@
 #include <tools/lumaro/Arguments.h>
+#include <tools/lumaro/NumberText.h>
 
 #include <Eigen/LU>
 #include <algorithm>
@@ -21,15 +22,6 @@ T parseWhole(const std::string& text, const char* expected, Format... format) {
         throw UsageError("'" + text + "' is not " + expected);
     }
     return value;
-}
-
-std::string shortText(double value) {
-    std::string text = std::to_string(value);
-    text.erase(text.find_last_not_of('0') + 1);
-    if (text.back() == '.') {
-        text.pop_back();
-    }
-    return text;
 }
 
 Place placeFrom(const std::vector<double>& numbers) {

@@ -1,4 +1,5 @@
 #include <tools/lumaro/LasPointWriter.h>
+#include <tools/lumaro/NumberText.h>
 
 #include <chrono>
 #include <cmath>
@@ -28,7 +29,7 @@ void appendToday(std::string& bytes) {
 
 }  // namespace
 
-LasPointWriter::LasPointWriter(std::ostream& stream, LasVersion version, const PositionGrid& grid)
+LasPointWriter::LasPointWriter(std::ostream& stream, LasVersion version, const Octree::PositionGrid& grid)
     : mStream(stream), mVersion(version), mGrid(grid) {
     writeHeader();
 }
@@ -56,10 +57,10 @@ void LasPointWriter::writeHeader() {
     append(bytes, oldCount);  // first returns
     bytes.append(16, '\0');   // later returns
     for (int axis = 0; axis < 3; ++axis) {
-        append(bytes, mGrid.scale[axis]);
+        append(bytes, mGrid.scale(axis));
     }
     for (int axis = 0; axis < 3; ++axis) {
-        append(bytes, mGrid.offset[axis]);
+        append(bytes, mGrid.offset(axis));
     }
     const Math::NBoundingBox<double, 3> bounds = mCount > 0 ? mBounds : Math::NBoundingBox<double, 3>({}, {});
     for (int axis = 0; axis < 3; ++axis) {
@@ -94,13 +95,14 @@ void LasPointWriter::appendPoint(std::string& records, const Render::QueryPoint&
         const int64_t steps = mGrid.steps(coordinate, axis);
         const auto stored = static_cast<int32_t>(steps);
         if (stored != steps) {
-            throw std::runtime_error("a point at " + std::to_string(coordinate) +
+            throw std::runtime_error("a point at " + shortText(coordinate) +
                                      " is out of reach of the file's 32-bit coordinates");
         }
         append(records, stored);
-        place[axis] = mGrid.coordinate(steps, axis);
+        // As readers compute it, for the bounds to be theirs.
+        place[axis] = stored * mGrid.scale(axis) + mGrid.offset(axis);
         const double move = std::abs(place[axis] - coordinate);
-        if (move > GRID_TOLERANCE * mGrid.scale[axis]) {
+        if (move > GRID_TOLERANCE * mGrid.scale(axis)) {
             mLargestMove = std::fmax(mLargestMove, move);
         }
     }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <math/NBoundingBox.h>
+#include <octree/PositionGrid.h>
 #include <tools/lumaro/PointWriter.h>
-#include <tools/lumaro/PositionGrid.h>
 
 #include <array>
 #include <cstdint>
@@ -17,7 +17,7 @@ enum class LasVersion { OneTwo, OneFour };
 /// do not have of the format's fields (returns, times, angles) is first of one, or 0.
 class LasPointWriter final : public PointWriter {
 public:
-    LasPointWriter(std::ostream& stream, LasVersion version, const PositionGrid& grid);
+    LasPointWriter(std::ostream& stream, LasVersion version, const Octree::PositionGrid& grid);
 
     /// Throws std::runtime_error for a point beyond 32-bit steps, and for a class above 31 or more than 2^32
     /// points in version 1.2.
@@ -34,7 +34,7 @@ private:
 
     std::ostream& mStream;
     LasVersion mVersion;
-    PositionGrid mGrid;
+    Octree::PositionGrid mGrid;
     uint64_t mCount = 0;
     Math::NBoundingBox<double, 3> mBounds;
     double mLargestMove = 0.0;

@@ -1,6 +1,7 @@
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/OutputFile.h>
 
+#include <locale>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -23,6 +24,7 @@ OutputFile::OutputFile(fs::path target) : mTarget(std::move(target)) {
         mPartial = mTarget;
         mPartial += ".partial" + std::to_string(++number);
     } while (fs::exists(mPartial));
+    mStream.imbue(std::locale::classic());
     mStream.open(mPartial, std::ios::binary);
     if (!mStream) {
         fail();

@@ -1,13 +1,14 @@
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
+#include <tools/lumaro/NumberText.h>
 #include <tools/lumaro/SceneView.h>
 
+#include <algorithm>
 #include <cmath>
-#include <iomanip>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <sstream>
+#include <string>
 
 namespace Tool {
 
@@ -15,6 +16,8 @@ namespace {
 
 using Place = Math::Point<double, 3>;
 using Plane = Math::NPlane<double, 3>;
+
+constexpr int LENGTH_DECIMALS = 4;  // at least, of what was computed and lies on no grid
 
 struct Options {
     ViewOptions view;
@@ -72,53 +75,56 @@ Picked pick(SceneView& view, const Options& options) {
     return picked;
 }
 
-std::string textOf(const Picked& picked) {
-    std::ostringstream text;
-    text << std::fixed << std::setprecision(4);
-    const auto put = [&text](const char* title, const Place& place) {
-        text << std::left << std::setw(15) << title << place.x() << ' ' << place.y() << ' ' << place.z();
+std::string textOf(const Picked& picked, int decimals) {
+    const auto line = [](std::string title, const Place& place, int digits) {
+        title.resize(15, ' ');
+        return title + fixedText(place.x(), digits) + ' ' + fixedText(place.y(), digits) + ' ' +
+               fixedText(place.z(), digits);
     };
-    put("point", picked.point);
-    text << '\n';
+    const int lengthDecimals = std::max(decimals, LENGTH_DECIMALS);
+    std::string text = line("point", picked.point, decimals) + '\n';
     if (picked.planeDistance) {
-        text << "plane distance " << *picked.planeDistance << '\n';
+        text += "plane distance " + fixedText(*picked.planeDistance, lengthDecimals) + '\n';
     }
     if (picked.meshDistance) {
-        text << "mesh distance  " << *picked.meshDistance << '\n';
+        text += "mesh distance  " + fixedText(*picked.meshDistance, lengthDecimals) + '\n';
     }
     if (picked.plane) {
         // Of the normal, more digits count: it is multiplied by absolute coordinates.
-        text << std::setprecision(12);
-        put("plane", picked.plane->normal);
-        text << std::setprecision(4) << ' ' << picked.plane->offset << '\n';
-        put("on plane", picked.onPlane);
-        text << '\n';
+        text += line("plane", picked.plane->normal, 12) + ' ' +
+                fixedText(picked.plane->offset, lengthDecimals) + '\n' +
+                line("on plane", picked.onPlane, lengthDecimals) + '\n';
     }
-    return text.str();
+    return text;
 }
 
-std::string jsonOf(const Picked& picked) {
+std::string jsonOf(const Picked& picked, int decimals) {
     const auto numbers = [](const Place& place) {
         return nlohmann::ordered_json{place.x(), place.y(), place.z()};
     };
+    const auto coordinates = [&](const Place& place, int digits) {
+        return numbers({rounded(place.x(), digits), rounded(place.y(), digits), rounded(place.z(), digits)});
+    };
+    const int lengthDecimals = std::max(decimals, LENGTH_DECIMALS);
     nlohmann::ordered_json json;
-    json["point"] = numbers(picked.point);
+    json["point"] = coordinates(picked.point, decimals);
     if (picked.planeDistance) {
-        json["planeDistance"] = *picked.planeDistance;
+        json["planeDistance"] = rounded(*picked.planeDistance, lengthDecimals);
     }
     if (picked.meshDistance) {
-        json["meshDistance"] = *picked.meshDistance;
+        json["meshDistance"] = rounded(*picked.meshDistance, lengthDecimals);
     }
     if (picked.plane) {
         json["plane"]["normal"] = numbers(picked.plane->normal);
         json["plane"]["offset"] = picked.plane->offset;
-        json["onPlane"] = numbers(picked.onPlane);
+        json["onPlane"] = coordinates(picked.onPlane, lengthDecimals);
     }
     return json.dump(2) + "\n";
 }
 
 bool pickAndPrint(const Options& options, const std::stop_token& stop) {
     Picked picked;
+    int decimals = 0;
     {
         Progress progress;
         SceneView view(options.view);
@@ -126,8 +132,9 @@ bool pickAndPrint(const Options& options, const std::stop_token& stop) {
             return false;
         }
         picked = pick(view, options);
+        decimals = view.decimals();
     }
-    writeOutput(options.json ? jsonOf(picked) : textOf(picked));
+    writeOutput(options.json ? jsonOf(picked, decimals) : textOf(picked, decimals));
     return true;
 }
 

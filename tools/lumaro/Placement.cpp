@@ -3,6 +3,7 @@
 #include <Eigen/LU>
 #include <cmath>
 #include <fstream>
+#include <locale>
 #include <sstream>
 #include <string>
 
@@ -30,6 +31,7 @@ Place firstVertex(const std::filesystem::path& objFile) {
     std::istringstream lines(beginning);
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
+        words.imbue(std::locale::classic());
         std::string kind;
         Place place;
         if (words >> kind >> place[0] >> place[1] >> place[2] && kind == "v" &&

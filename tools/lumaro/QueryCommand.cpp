@@ -3,7 +3,9 @@
 #include <render/pointcloud/filters/SphereFilter.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
+#include <tools/lumaro/LasGrid.h>
 #include <tools/lumaro/LasPointWriter.h>
+#include <tools/lumaro/NumberText.h>
 #include <tools/lumaro/OutputFile.h>
 #include <tools/lumaro/PlyPointWriter.h>
 #include <tools/lumaro/PolygonFile.h>
@@ -15,13 +17,12 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
-#include <sstream>
 
 namespace Tool {
 
 namespace {
 
-using Region = std::shared_ptr<const Render::RegionFilter>;
+using Region = std::shared_ptr<Render::RegionFilter>;
 
 enum class Format { Text, Ply, Las };
 
@@ -83,7 +84,7 @@ Math::NBoundingBox<double, 3> absoluteBounds(const Octree::Octree& octree) {
 }
 
 std::unique_ptr<PointWriter> makeWriter(const Options& options, std::ostream& stream,
-                                        const std::optional<PositionGrid>& grid,
+                                        const std::optional<Octree::PositionGrid>& grid,
                                         const Math::NBoundingBox<double, 3>& bounds) {
     switch (options.format) {
         case Format::Text:
@@ -100,10 +101,8 @@ std::unique_ptr<PointWriter> makeWriter(const Options& options, std::ostream& st
 void reportMove(const PointWriter& writer) {
     const auto* const las = dynamic_cast<const LasPointWriter*>(&writer);
     if (las != nullptr && las->largestMove() > 0.0) {
-        std::ostringstream text;
-        text << "lumaro: coordinates were rounded to the file's grid, by up to " << las->largestMove()
-             << '\n';
-        std::fputs(text.str().c_str(), stderr);
+        std::fprintf(stderr, "lumaro: coordinates were rounded to the file's grid, by up to %s\n",
+                     shortText(las->largestMove()).c_str());
     }
 }
 
@@ -117,15 +116,14 @@ bool query(const Options& options, const std::stop_token& stop) {
     OutputFile file(pathFromUtf8(options.output));
     Progress progress;
     const auto octree = std::make_shared<Octree::Octree>(location);
-    const std::optional<PositionGrid> grid = gridOfStore(location);
     const std::unique_ptr<PointWriter> writer =
-        makeWriter(options, file.stream(), grid, absoluteBounds(*octree));
+        makeWriter(options, file.stream(), octree->positionGrid(), absoluteBounds(*octree));
     const auto onChunk = [&](uint64_t written) {
         progress.show("writing, " + grouped(written) + " points");
-        return !stop.stop_requested() && file.stream().good();
+        return file.stream().good();
     };
     const std::optional<uint64_t> written = exportPoints(
-        octree, {region, options.maxLevel, static_cast<float>(options.minSpacing), grid}, *writer, onChunk);
+        octree, {region, options.maxLevel, static_cast<float>(options.minSpacing)}, *writer, onChunk, stop);
     if (stop.stop_requested()) {
         return false;
     }

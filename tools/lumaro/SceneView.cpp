@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <optional>
 
 namespace Tool {
 
@@ -44,6 +45,19 @@ Place originOf(const std::vector<Input>& inputs) {
         own = firstVertex(pathFromUtf8(input.path)) * input.unitScale;
     }
     return Math::transformPoint<double>(input.placement, own);
+}
+
+int decimalsOf(const std::vector<Input>& inputs) {
+    int decimals = 0;
+    for (const Input& input : inputs) {
+        std::optional<Octree::PositionGrid> grid;
+        if (input.kind == InputKind::Store) {
+            grid = Octree::Octree(storeAt(input.path)).positionGrid();
+        }
+        const bool isOnGrid = grid && input.placement == Eigen::Matrix4d::Identity();
+        decimals = std::max({decimals, grid ? grid->decimals() : 0, isOnGrid ? 0 : 4});
+    }
+    return decimals;
 }
 
 std::shared_ptr<Render::MeshRenderable> meshOf(const Input& input, const Place& origin) {
@@ -103,7 +117,10 @@ void completeViewOptions(const CLI::App& command, ViewOptions& options) {
 }
 
 SceneView::SceneView(const ViewOptions& options)
-    : mOptions(options), mOrigin(originOf(options.inputs)), mRenderer(true) {
+    : mOptions(options),
+      mOrigin(originOf(options.inputs)),
+      mDecimals(decimalsOf(options.inputs)),
+      mRenderer(true) {
     const auto scene = Render::GroupRenderable::create("scene");
     for (const Input& input : options.inputs) {
         if (input.kind == InputKind::Store) {

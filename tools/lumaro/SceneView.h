@@ -50,6 +50,9 @@ public:
     Math::Point<double, 3> absolute(const Math::Point<float, 3>& point) const {
         return origin() + point.cast<double>();
     }
+    /// How many digits behind the point absolute coordinates have: those of the stores' grids, but at least
+    /// four where something is drawn that no grid holds.
+    int decimals() const { return mDecimals; }
     /// The mesh that distances are measured to, in the scene's coordinates; null when there is none.
     const DistanceMesh& mesh() const { return mMesh; }
 
@@ -59,6 +62,7 @@ private:
 
     ViewOptions mOptions;
     Math::Point<double, 3> mOrigin;
+    int mDecimals;
     std::vector<Cloud> mClouds;
     std::vector<std::shared_ptr<Render::MeshRenderable>> mMeshes;
     std::vector<std::shared_ptr<Render::PanoRenderable>> mPanoramas;

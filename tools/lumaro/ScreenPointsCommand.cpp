@@ -1,11 +1,11 @@
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
+#include <tools/lumaro/NumberText.h>
 #include <tools/lumaro/OutputFile.h>
 #include <tools/lumaro/SceneView.h>
 
-#include <array>
-#include <cstdio>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace Tool {
@@ -17,11 +17,16 @@ struct Options {
     std::string output;
 };
 
-void putLine(std::ostream& stream, const Math::Point<double, 3>& place, const Math::Color& color) {
-    std::array<char, 128> line{};
-    const int length = std::snprintf(line.data(), line.size(), "%.4f %.4f %.4f %d %d %d %d\n", place.x(),
-                                     place.y(), place.z(), color.r(), color.g(), color.b(), color.a());
-    stream.write(line.data(), length);
+void putLine(std::ostream& stream, const Math::Point<double, 3>& place, int decimals,
+             const Math::Color& color) {
+    std::string line;
+    for (const double coordinate : place.values) {
+        line += fixedText(coordinate, decimals) + ' ';
+    }
+    for (const unsigned channel : {color.r(), color.g(), color.b()}) {
+        line += std::to_string(channel) + ' ';
+    }
+    stream << line + std::to_string(unsigned{color.a()}) + '\n';
 }
 
 bool writeScreenPoints(const Options& options, const std::stop_token& stop) {
@@ -36,7 +41,7 @@ bool writeScreenPoints(const Options& options, const std::stop_token& stop) {
     size_t written = 0;
     while (const size_t count = view.renderer().getNextPointChunk(chunk.data(), chunk.size())) {
         for (size_t i = 0; i < count; ++i) {
-            putLine(file.stream(), view.absolute(chunk[i].position), chunk[i].color);
+            putLine(file.stream(), view.absolute(chunk[i].position), view.decimals(), chunk[i].color);
         }
         written += count;
         progress.show("writing, " + grouped(written) + " points");

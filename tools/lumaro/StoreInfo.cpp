@@ -1,9 +1,11 @@
+#include <tools/lumaro/NumberText.h>
 #include <tools/lumaro/StoreInfo.h>
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <iomanip>
+#include <locale>
 #include <sstream>
 
 namespace Tool {
@@ -16,19 +18,47 @@ Math::NBoundingBox<double, 3> absoluteBox(const Octree::Octree& octree,
                                           const Math::NBoundingBox<float, 3>& box) {
     Math::NBoundingBox<double, 3> absolute;
     if (!box.isEmpty()) {
-        absolute.min = box.min.cast<double>() + octree.referencePosition();
-        absolute.max = box.max.cast<double>() + octree.referencePosition();
+        const int decimals = octree.positionGrid() ? octree.positionGrid()->decimals() : 17;
+        for (int axis = 0; axis < 3; ++axis) {
+            const double origin = octree.referencePosition()[axis];
+            absolute.min[axis] = rounded(double{box.min[axis]} + origin, decimals);
+            absolute.max[axis] = rounded(double{box.max[axis]} + origin, decimals);
+        }
     }
     return absolute;
 }
 
+/// Which axis' coordinates an attribute has: one of them, from 0 on for all, or -1.
+int firstAxisOf(const Octree::AttributeInfo& attribute) {
+    if (attribute.name == "position") {
+        return 0;
+    }
+    const size_t axis = std::string("XYZ").find(attribute.name);
+    return attribute.name.size() == 1 && axis != std::string::npos ? static_cast<int>(axis) : -1;
+}
+
+/// As the store has them, but that sums of decimal fractions are the decimal fractions that they should be.
+std::vector<Octree::AttributeInfo> attributesOf(const Octree::Octree& octree) {
+    std::vector<Octree::AttributeInfo> attributes = octree.attributes();
+    for (Octree::AttributeInfo& attribute : attributes) {
+        for (std::vector<double>* const ends : {&attribute.min, &attribute.max}) {
+            int axis = firstAxisOf(attribute);
+            for (auto end = ends->begin();
+                 octree.positionGrid() && axis >= 0 && end != ends->end() && axis < 3; ++end, ++axis) {
+                *end = octree.positionGrid()->snapped(*end, axis);
+            }
+        }
+    }
+    return attributes;
+}
+
 /// The store states the range of its positions in double, as one attribute or as three; the model's box is
 /// rounded to float.
-Math::NBoundingBox<double, 3> pointBounds(const Octree::Octree& octree) {
+Math::NBoundingBox<double, 3> pointBounds(const Octree::Octree& octree,
+                                          const std::vector<Octree::AttributeInfo>& attributes) {
     std::vector<double> min, max;
-    for (const Octree::AttributeInfo& attribute : octree.attributes()) {
-        if (attribute.name == "position" || attribute.name == "X" || attribute.name == "Y" ||
-            attribute.name == "Z") {
+    for (const Octree::AttributeInfo& attribute : attributes) {
+        if (firstAxisOf(attribute) >= 0) {
             min.insert(min.end(), attribute.min.begin(), attribute.min.end());
             max.insert(max.end(), attribute.max.begin(), attribute.max.end());
         }
@@ -43,12 +73,11 @@ Math::NBoundingBox<double, 3> pointBounds(const Octree::Octree& octree) {
 }
 
 std::string numbers(const std::vector<double>& values) {
-    std::ostringstream text;
-    text << std::setprecision(15);
-    for (size_t i = 0; i < values.size(); ++i) {
-        text << (i == 0 ? "" : " ") << values[i];
+    std::string text;
+    for (const double value : values) {
+        text += (text.empty() ? "" : " ") + shortText(value);
     }
-    return text.str();
+    return text;
 }
 
 std::vector<double> coordinates(const Math::Point<double, 3>& point) {
@@ -75,10 +104,10 @@ StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token&
     info.format = location.entwine() != nullptr ? "Entwine" : "Potree 2.0";
     info.encoding = octree.encoding();
     info.points = octree.totalPointCount();
-    info.bounds = pointBounds(octree);
+    info.attributes = attributesOf(octree);
+    info.bounds = pointBounds(octree, info.attributes);
     info.cube = absoluteBox(octree, octree.boundingCube());
-    info.spacing = static_cast<double>(octree.spacing());
-    info.attributes = octree.attributes();
+    info.spacing = widened(octree.spacing());
 
     std::vector<Octree::OctreeNodeId> open{Octree::OctreeNodeId()};
     while (!open.empty() && !stop.stop_requested()) {
@@ -94,6 +123,7 @@ StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token&
 
 std::string infoText(const StoreInfo& info) {
     std::ostringstream text;
+    text.imbue(std::locale::classic());
     text << "location    " << info.location << '\n'
          << "format      " << info.format << (info.encoding.empty() ? "" : ", " + info.encoding) << '\n'
          << "points      " << info.points << '\n';
@@ -103,7 +133,7 @@ std::string infoText(const StoreInfo& info) {
         text << "minimum     " << numbers(coordinates(info.bounds.min)) << '\n'
              << "maximum     " << numbers(coordinates(info.bounds.max)) << '\n';
     }
-    text << "spacing     " << info.spacing << '\n'
+    text << "spacing     " << shortText(info.spacing) << '\n'
          << "nodes       " << info.nodes << '\n'
          << "levels      " << info.levels << '\n'
          << "attributes\n";

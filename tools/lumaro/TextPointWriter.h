@@ -7,7 +7,7 @@
 namespace Tool {
 
 /// A line "X Y Z Red Green Blue Alpha" and then one for each point. Coordinates have as many digits as it
-/// takes to read back the same double.
+/// takes to read back the same double: those of the store's grid.
 class TextPointWriter final : public PointWriter {
 public:
     explicit TextPointWriter(std::ostream& stream);

@@ -1,22 +1,11 @@
+#include <tools/lumaro/NumberText.h>
 #include <tools/lumaro/Ticks.h>
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 
 namespace Tool {
-
-namespace {
-
-std::string fixedText(double value, int decimals) {
-    std::array<char, 400> text{};
-    const auto [end, error] =
-        std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed, decimals);
-    return error == std::errc() ? std::string(text.data(), end) : std::string();
-}
-
-}  // namespace
 
 std::vector<Tick> roundTicks(double low, double high, size_t most) {
     constexpr std::array<int, 3> STEPS{1, 2, 5};

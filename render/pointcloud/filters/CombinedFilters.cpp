@@ -8,23 +8,39 @@
 
 namespace Render {
 
-namespace {
-
 using Octree::BoxTestResult;
-using Filters = std::vector<std::shared_ptr<IFilter>>;
+using Place = Math::Point<double, 3>;
+using Box = Math::NBoundingBox<double, 3>;
 
-void requireFilter(const std::shared_ptr<IFilter>& filter) {
-    if (filter == nullptr) {
+CombinedFilter::Member::Member(std::shared_ptr<IFilter> filter)
+    : mFilter(std::move(filter)), mRegion(dynamic_cast<const RegionFilter*>(mFilter.get())) {
+    if (mFilter == nullptr) {
         throw std::invalid_argument("A combination of filters needs filters that are not null");
     }
 }
 
-/// `decisive` when one filter says so, `unanimous` when all do.
-BoxTestResult testAll(const Filters& filters, const Math::NBoundingBox<float, 3>& box, BoxTestResult decisive,
-                      BoxTestResult unanimous) {
+bool CombinedFilter::Member::contains(const Place& position) const {
+    return mRegion != nullptr ? mRegion->contains(position) : mFilter->testPosition(position.cast<float>());
+}
+
+// Rounding to the nearest float keeps order, so a narrowed box holds what the box holds, narrowed.
+BoxTestResult CombinedFilter::Member::classify(const Box& box) const {
+    return mRegion != nullptr ? mRegion->classify(box)
+                              : mFilter->testBox({box.min.cast<float>(), box.max.cast<float>()});
+}
+
+CombinedFilter::CombinedFilter(Filters filters) {
+    mMembers.reserve(filters.size());
+    for (std::shared_ptr<IFilter>& filter : filters) {
+        mMembers.emplace_back(std::move(filter));
+    }
+}
+
+BoxTestResult CombinedFilter::classifyAll(const Box& box, BoxTestResult decisive,
+                                          BoxTestResult unanimous) const {
     BoxTestResult result = unanimous;
-    for (const std::shared_ptr<IFilter>& filter : filters) {
-        const BoxTestResult one = filter->testBox(box);
+    for (const Member& member : mMembers) {
+        const BoxTestResult one = member.classify(box);
         if (one == decisive) {
             return decisive;
         }
@@ -35,18 +51,15 @@ BoxTestResult testAll(const Filters& filters, const Math::NBoundingBox<float, 3>
     return result;
 }
 
-}  // namespace
+ComplementFilter::ComplementFilter(std::shared_ptr<IFilter> filter)
+    : CombinedFilter(Filters{std::move(filter)}) {}
 
-ComplementFilter::ComplementFilter(std::shared_ptr<IFilter> filter) : mFilter(std::move(filter)) {
-    requireFilter(mFilter);
+bool ComplementFilter::contains(const Place& position) const {
+    return !members().front().contains(position);
 }
 
-bool ComplementFilter::testPosition(const Math::Point<float, 3>& position) {
-    return !mFilter->testPosition(position);
-}
-
-BoxTestResult ComplementFilter::testBox(const Math::NBoundingBox<float, 3>& box) {
-    switch (mFilter->testBox(box)) {
+BoxTestResult ComplementFilter::classify(const Box& box) const {
+    switch (members().front().classify(box)) {
         case BoxTestResult::Inside:
             return BoxTestResult::Outside;
         case BoxTestResult::Outside:
@@ -57,30 +70,26 @@ BoxTestResult ComplementFilter::testBox(const Math::NBoundingBox<float, 3>& box)
     return BoxTestResult::Intersecting;
 }
 
-IntersectionFilter::IntersectionFilter(Filters filters) : mFilters(std::move(filters)) {
-    std::for_each(mFilters.begin(), mFilters.end(), requireFilter);
+IntersectionFilter::IntersectionFilter(Filters filters) : CombinedFilter(std::move(filters)) {}
+
+bool IntersectionFilter::contains(const Place& position) const {
+    return std::all_of(members().begin(), members().end(),
+                       [&](const Member& member) { return member.contains(position); });
 }
 
-bool IntersectionFilter::testPosition(const Math::Point<float, 3>& position) {
-    return std::all_of(mFilters.begin(), mFilters.end(),
-                       [&](const auto& filter) { return filter->testPosition(position); });
+BoxTestResult IntersectionFilter::classify(const Box& box) const {
+    return classifyAll(box, BoxTestResult::Outside, BoxTestResult::Inside);
 }
 
-BoxTestResult IntersectionFilter::testBox(const Math::NBoundingBox<float, 3>& box) {
-    return testAll(mFilters, box, BoxTestResult::Outside, BoxTestResult::Inside);
+UnionFilter::UnionFilter(Filters filters) : CombinedFilter(std::move(filters)) {}
+
+bool UnionFilter::contains(const Place& position) const {
+    return std::any_of(members().begin(), members().end(),
+                       [&](const Member& member) { return member.contains(position); });
 }
 
-UnionFilter::UnionFilter(Filters filters) : mFilters(std::move(filters)) {
-    std::for_each(mFilters.begin(), mFilters.end(), requireFilter);
-}
-
-bool UnionFilter::testPosition(const Math::Point<float, 3>& position) {
-    return std::any_of(mFilters.begin(), mFilters.end(),
-                       [&](const auto& filter) { return filter->testPosition(position); });
-}
-
-BoxTestResult UnionFilter::testBox(const Math::NBoundingBox<float, 3>& box) {
-    return testAll(mFilters, box, BoxTestResult::Inside, BoxTestResult::Outside);
+BoxTestResult UnionFilter::classify(const Box& box) const {
+    return classifyAll(box, BoxTestResult::Inside, BoxTestResult::Outside);
 }
 
 }  // namespace Render

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <stdexcept>
 
 namespace Render {
@@ -13,6 +14,7 @@ using Octree::BoxTestResult;
 /// More than the rounding of a few products and sums, as a share of their magnitudes.
 constexpr double ROUNDING = 1e-14;
 constexpr std::size_t MAX_BANDS = 256;
+constexpr std::size_t MAX_ENTRIES_PER_EDGE = 16;  // 64 bytes beside the edge's own 32
 
 }  // namespace
 
@@ -24,7 +26,6 @@ PolygonPrismFilter::PolygonPrismFilter(const std::vector<Ring>& rings, double mi
     if (rings.empty()) {
         throw std::invalid_argument("A polygon needs a ring");
     }
-    std::vector<Edge> edges;
     for (const Ring& ring : rings) {
         if (ring.size() < 3) {
             throw std::invalid_argument("A ring of a polygon needs three corners");
@@ -36,15 +37,40 @@ PolygonPrismFilter::PolygonPrismFilter(const std::vector<Ring>& rings, double mi
                 throw std::invalid_argument("A polygon needs finite corners");
             }
             mBounds.extend(a);
-            edges.push_back(a.y() <= b.y() ? Edge{a, b} : Edge{b, a});
+            mEdges.push_back(a.y() <= b.y() ? Edge{a, b} : Edge{b, a});
         }
     }
-    mBands.resize(std::clamp<std::size_t>(edges.size() / 4, 1, MAX_BANDS));
+    mMargin = ROUNDING * std::max({std::abs(mBounds.min.x()), std::abs(mBounds.max.x()),
+                                   std::abs(mBounds.min.y()), std::abs(mBounds.max.y())});
+    makeBands();
+}
+
+// More bands where edges are short; edges that reach through all of them would only be listed more often.
+void PolygonPrismFilter::makeBands() {
     const double height = mBounds.max.y() - mBounds.min.y();
-    mBandsPerUnit = height > 0.0 ? static_cast<double>(mBands.size()) / height : 0.0;
-    for (const Edge& edge : edges) {
+    std::size_t bands = std::clamp<std::size_t>(mEdges.size() / 4, 1, MAX_BANDS);
+    for (std::size_t entries = 0;; bands /= 2) {
+        mBandBegins.assign(bands + 1, 0);
+        mBandsPerUnit = height > 0.0 ? static_cast<double>(bands) / height : 0.0;
+        entries = 0;
+        for (const Edge& edge : mEdges) {
+            entries += bandOf(edge.high.y()) - bandOf(edge.low.y()) + 1;
+        }
+        if (bands == 1 || entries <= MAX_ENTRIES_PER_EDGE * mEdges.size()) {
+            mBandEdges.resize(entries);
+            break;
+        }
+    }
+    for (const Edge& edge : mEdges) {
         for (std::size_t band = bandOf(edge.low.y()); band <= bandOf(edge.high.y()); ++band) {
-            mBands[band].push_back(edge);
+            ++mBandBegins[band];
+        }
+    }
+    // Filled from their ends, which leaves where they begin.
+    std::partial_sum(mBandBegins.begin(), mBandBegins.end(), mBandBegins.begin());
+    for (std::size_t i = 0; i < mEdges.size(); ++i) {
+        for (std::size_t band = bandOf(mEdges[i].low.y()); band <= bandOf(mEdges[i].high.y()); ++band) {
+            mBandEdges[--mBandBegins[band]] = static_cast<std::uint32_t>(i);
         }
     }
 }
@@ -55,21 +81,35 @@ std::size_t PolygonPrismFilter::bandOf(double y) const {
     if (!(band > 0.0)) {
         return 0;
     }
-    return band < static_cast<double>(mBands.size()) ? static_cast<std::size_t>(band) : mBands.size() - 1;
+    return band < static_cast<double>(bandCount()) ? static_cast<std::size_t>(band) : bandCount() - 1;
+}
+
+template <class Test>
+bool PolygonPrismFilter::anyInBand(std::size_t band, Test test) const {
+    for (std::size_t i = mBandBegins[band]; i < mBandBegins[band + 1]; ++i) {
+        if (test(mEdges[mBandEdges[i]])) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool PolygonPrismFilter::isInPolygon(double x, double y) const {
-    if (!mBounds.contains({x, y})) {
+    // Not closer: an edge on a border of the bounds may be crossed a little beyond it, and the polygon on the
+    // edge's other side sees it crossed there too.
+    if (!(x >= mBounds.min.x() - mMargin && x <= mBounds.max.x() + mMargin)) {
         return false;
     }
     bool isInside = false;
-    for (const auto& [low, high] : mBands[bandOf(y)]) {
+    anyInBand(bandOf(y), [&](const Edge& edge) {
+        const auto& [low, high] = edge;
         // The crossing is the same number for all polygons that have this edge, whichever way they run.
         if (low.y() <= y && y < high.y() &&
-            x < low.x() + (y - low.y()) * ((high.x() - low.x()) / (high.y() - low.y()))) {
+            x < low.x() + (y - low.y()) / (high.y() - low.y()) * (high.x() - low.x())) {
             isInside = !isInside;
         }
-    }
+        return false;
+    });
     return isInside;
 }
 
@@ -78,11 +118,8 @@ bool PolygonPrismFilter::contains(const Math::Point<double, 3>& position) const 
 }
 
 bool PolygonPrismFilter::mayTouchBorder(const Math::NBoundingBox<double, 3>& box) const {
-    const double magnitude = std::max({std::abs(mBounds.min.x()), std::abs(mBounds.max.x()),
-                                       std::abs(mBounds.min.y()), std::abs(mBounds.max.y())});
-    const double margin = ROUNDING * magnitude;
-    const Math::Point<double, 2> min(box.min.x() - margin, box.min.y() - margin);
-    const Math::Point<double, 2> max(box.max.x() + margin, box.max.y() + margin);
+    const Math::Point<double, 2> min(box.min.x() - mMargin, box.min.y() - mMargin);
+    const Math::Point<double, 2> max(box.max.x() + mMargin, box.max.y() + mMargin);
     const Math::Point<double, 2> center = (min + max) * 0.5;
     const Math::Point<double, 2> half = (max - min) * 0.5;
     const auto touches = [&](const Edge& edge) {
@@ -99,7 +136,7 @@ bool PolygonPrismFilter::mayTouchBorder(const Math::NBoundingBox<double, 3>& box
         return !(std::abs(left - right) > reach + ROUNDING * (std::abs(left) + std::abs(right) + reach));
     };
     for (std::size_t band = bandOf(min.y()); band <= bandOf(max.y()); ++band) {
-        if (std::any_of(mBands[band].begin(), mBands[band].end(), touches)) {
+        if (anyInBand(band, touches)) {
             return true;
         }
     }
@@ -107,9 +144,9 @@ bool PolygonPrismFilter::mayTouchBorder(const Math::NBoundingBox<double, 3>& box
 }
 
 BoxTestResult PolygonPrismFilter::classify(const Math::NBoundingBox<double, 3>& box) const {
-    const bool isApart = box.max.z() < mMinZ || box.min.z() > mMaxZ || box.max.x() < mBounds.min.x() ||
-                         box.min.x() > mBounds.max.x() || box.max.y() < mBounds.min.y() ||
-                         box.min.y() > mBounds.max.y();
+    const bool isApart = box.max.z() < mMinZ || box.min.z() > mMaxZ ||
+                         box.max.x() < mBounds.min.x() - mMargin || box.min.x() > mBounds.max.x() + mMargin ||
+                         box.max.y() < mBounds.min.y() || box.min.y() > mBounds.max.y();
     if (isApart) {
         return BoxTestResult::Outside;
     }

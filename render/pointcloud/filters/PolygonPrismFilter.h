@@ -4,6 +4,7 @@
 #include <render/pointcloud/filters/RegionFilter.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <vector>
 
@@ -34,14 +35,23 @@ private:
         Math::Point<double, 2> low, high;  ///< By y.
     };
 
+    void makeBands();
+    std::size_t bandCount() const { return mBandBegins.size() - 1; }
     std::size_t bandOf(double y) const;
+    /// Whether any of the band's edges passes.
+    template <class Test>
+    bool anyInBand(std::size_t band, Test test) const;
     bool isInPolygon(double x, double y) const;
     bool mayTouchBorder(const Math::NBoundingBox<double, 3>& box) const;
 
-    /// The edges that reach into each of several bands of equal height across the polygon.
-    std::vector<std::vector<Edge>> mBands;
+    std::vector<Edge> mEdges;
+    /// For each of several bands of equal height across the polygon, the edges that reach into it: those at
+    /// mBandEdges[mBandBegins[band]] to mBandEdges[mBandBegins[band + 1]].
+    std::vector<std::size_t> mBandBegins;
+    std::vector<std::uint32_t> mBandEdges;
     double mBandsPerUnit = 0.0;
     Math::NBoundingBox<double, 2> mBounds;
+    double mMargin = 0.0;  ///< More than the rounding where an edge is crossed.
     double mMinZ;
     double mMaxZ;
 };

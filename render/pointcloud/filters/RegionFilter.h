@@ -7,12 +7,12 @@
 
 namespace Render {
 
-/// A region that is kept and tested in double precision; a query's floats are widened, which is exact. The
-/// one rounding left is that of a point to float before a query tests it: a point closer to the border than
-/// half a float step may fall on either side. A caller that needs better tests contains() itself.
+/// A region that is kept and tested in double precision. A PointCloudQuery knows it and asks contains() about
+/// the very positions that it hands out as QueryPoint, so a point on a face that belongs to the region is in
+/// it, at any distance from the origin. Whoever else has floats gets them widened, which is exact.
 ///
 /// Immutable, so any number of queries on any threads may share one. Coordinates that are not numbers lie in
-/// no region.
+/// no region, so they do lie in its complement.
 class RegionFilter : public IFilter {
 public:
     RegionFilter(const RegionFilter&) = delete;
@@ -26,7 +26,7 @@ public:
     }
 
     virtual bool contains(const Math::Point<double, 3>& position) const = 0;
-    /// As IFilter::testBox(). Agrees with contains() to the last bit; in between, near edges and corners, it
+    /// As IFilter::testBox(). Agrees with contains() to the last bit, but near edges and corners it
     /// may call a box intersecting that is not.
     virtual Octree::BoxTestResult classify(const Math::NBoundingBox<double, 3>& box) const = 0;
 

@@ -1,25 +1,21 @@
 #pragma once
 
 #include <core/Export.h>
-#include <render/pointcloud/IFilter.h>
+#include <render/pointcloud/filters/CombinedFilter.h>
 
 #include <memory>
 #include <vector>
-
 namespace Render {
 
-/// What at least one of several filters accepts; without filters nothing.
-class LUMARO_API UnionFilter final : public IFilter {
+/// What at least one of several filters accepts; without filters nothing. As exact as they are.
+class LUMARO_API UnionFilter final : public CombinedFilter {
 public:
     /// Throws std::invalid_argument for a null among them.
     explicit UnionFilter(std::vector<std::shared_ptr<IFilter>> filters);
 
-    bool testPosition(const Math::Point<float, 3>& position) override;
+    bool contains(const Math::Point<double, 3>& position) const override;
     /// A box that no one filter accepts whole, but all together do, counts as intersecting.
-    Octree::BoxTestResult testBox(const Math::NBoundingBox<float, 3>& box) override;
-
-private:
-    std::vector<std::shared_ptr<IFilter>> mFilters;
+    Octree::BoxTestResult classify(const Math::NBoundingBox<double, 3>& box) const override;
 };
 
 }  // namespace Render

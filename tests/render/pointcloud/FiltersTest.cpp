@@ -177,11 +177,39 @@ TEST(Filters, PolygonsThatTileAnAreaShareItWithoutGapOrOverlap) {
     EXPECT_EQ(owners(3.1, 0.0), 0);
 }
 
-TEST(Filters, APolygonOfManyCornersIsThatOfItsPlainCount) {
+TEST(Filters, PolygonsThatShareAnEdgeShareItToTheLastBit) {
+    std::mt19937 random(9);
+    std::uniform_real_distribution<double> place(-1.0, 1.0);
+    for (int i = 0; i < 20000; ++i) {
+        const double scale = std::ldexp(1.0, -static_cast<int>(random() % 30));
+        const Math::Point<double, 2> low(place(random) * scale, place(random) - 1.0);
+        const Math::Point<double, 2> high(place(random) * scale, place(random) + 1.0);
+        // Across an edge that is the outmost of both, strips to the left and right.
+        const Render::PolygonPrismFilter left({{low, high, {-3, high.y()}, {-3, low.y()}}});
+        const Render::PolygonPrismFilter right({{high, low, {3, low.y()}, {3, high.y()}}});
+        const bool isHigh = random() % 2 == 0;
+        Place p(isHigh ? high.x() : low.x(), isHigh ? high.y() : low.y(), 0.0);
+        for (auto steps = random() % 3 + 1; isHigh && steps > 0; --steps) {
+            p.y() = std::nextafter(p.y(), -INF);
+        }
+        for (auto steps = random() % 5, side = random() % 2; steps > 0; --steps) {
+            p.x() = std::nextafter(p.x(), side == 0 ? INF : -INF);
+        }
+        ASSERT_NE(left.contains(p), right.contains(p)) << i;
+        for (const auto* const strip : {&left, &right}) {
+            ASSERT_NE(strip->classify({p, p}),
+                      strip->contains(p) ? BoxTestResult::Outside : BoxTestResult::Inside)
+                << i;
+        }
+    }
+}
+
+// Its inner corners lie at this distance from the middle, more or less.
+void comparePolygonOfManyCorners(double inner) {
     Ring ring;
     for (int i = 0; i < 5000; ++i) {
         const double angle = i * 6.283185307179586 / 5000;
-        const double radius = i % 2 == 0 ? 3.0 : 2.0 + std::sin(angle * 9);
+        const double radius = i % 2 == 0 ? 3.0 : inner + std::sin(angle * 9);
         ring.emplace_back(radius * std::cos(angle), radius * std::sin(angle));
     }
     const Render::PolygonPrismFilter prism(std::vector<Ring>{ring}, -1.0, 1.0);
@@ -204,6 +232,11 @@ TEST(Filters, APolygonOfManyCornersIsThatOfItsPlainCount) {
     }
     EXPECT_GT(inside, 300U);
     EXPECT_FALSE(prism.contains({0.0, 0.0, 1.1}));
+}
+
+TEST(Filters, APolygonOfManyCornersIsThatOfItsPlainCount) {
+    comparePolygonOfManyCorners(2.0);
+    comparePolygonOfManyCorners(1.05);  // edges across much of the height
 }
 
 TEST(Filters, RefuseWhatIsNoRegion) {

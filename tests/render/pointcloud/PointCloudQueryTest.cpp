@@ -1,5 +1,6 @@
 #include <core/ExceptionChain.h>
 #include <gtest/gtest.h>
+#include <octree/ChildCube.h>
 #include <octree/StoreError.h>
 #include <octree/potree/FileSystemLocation.h>
 #include <render/pointcloud/PointCloudQuery.h>
@@ -15,7 +16,12 @@
 #include <Eigen/Geometry>
 #include <algorithm>
 #include <array>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <iterator>
+#include <string>
+#include <string_view>
 #include <thread>
 
 namespace {
@@ -48,7 +54,8 @@ template <class Vertex>
 std::vector<Row> drain(PointCloudQuery& query, std::size_t chunk) {
     std::vector<Row> rows;
     std::vector<Vertex> buffer(chunk);
-    while (const std::size_t count = query.getNextPointChunk(buffer.data(), chunk)) {
+    while (!query.isExhausted()) {
+        const std::size_t count = query.getNextPointChunk(buffer.data(), chunk);
         for (std::size_t i = 0; i < count; ++i) {
             rows.push_back(row(buffer[i]));
         }
@@ -90,11 +97,13 @@ Expected bruteForce(const Octree::Octree& octree, const Request& request) {
             const auto narrow = Math::transformPoint(request.world, data.position(i).cast<float>());
             const bool isHidden = octree.nodeVisibility(id) == 2 ||
                                   (data.has(Octree::Attribute::Visibility) && data.visibility(i) != 0);
-            if (isHidden || (request.filter && !request.filter->testPosition(narrow))) {
-                continue;
-            }
             QueryPoint point;
             point.position = Math::transformPoint(exactWorld, data.position(i));
+            const auto* const region = dynamic_cast<const Render::RegionFilter*>(request.filter.get());
+            if (isHidden || (region != nullptr ? !region->contains(point.position)
+                                               : request.filter && !request.filter->testPosition(narrow))) {
+                continue;
+            }
             point.color = data.has(Octree::Attribute::Color) ? data.color(i) : Math::Color::white();
             point.intensity = data.intensity(i);
             point.classification = data.classification(i);
@@ -104,6 +113,17 @@ Expected bruteForce(const Octree::Octree& octree, const Request& request) {
     }
     return expected;
 }
+
+// A region of a host's own, which knows floats only.
+class FloatFilter final : public Render::IFilter {
+public:
+    explicit FloatFilter(std::shared_ptr<Render::IFilter> filter) : mFilter(std::move(filter)) {}
+    bool testPosition(const Point<float, 3>& position) override { return mFilter->testPosition(position); }
+    BoxTestResult testBox(const Math::NBoundingBox<float, 3>& box) override { return mFilter->testBox(box); }
+
+private:
+    std::shared_ptr<Render::IFilter> mFilter;
+};
 
 Eigen::Matrix4f turned(const Eigen::Vector3f& scale) {
     Eigen::Affine3f world(Eigen::Translation3f(100.0f, -20.0f, 3.0f));
@@ -127,6 +147,8 @@ std::vector<std::shared_ptr<Render::IFilter>> regions(const Eigen::Matrix4f& wor
         std::make_shared<Render::OrientedBoxFilter>(c, axes, Point<double, 3>(0.4, 0.3, 0.2) * s),
         sphere,
         std::make_shared<Render::ComplementFilter>(sphere),
+        std::make_shared<FloatFilter>(sphere),
+        std::make_shared<Render::ComplementFilter>(std::make_shared<FloatFilter>(sphere)),
         std::make_shared<Render::PolygonPrismFilter>(
             std::vector<Render::PolygonPrismFilter::Ring>{
                 {at(-0.4, -0.4), at(0.3, -0.35), at(0.0, 0.0), at(0.45, 0.4), at(-0.3, 0.2)}},
@@ -270,86 +292,207 @@ TEST_F(PointCloudQueryTest, OutsideTheRegionNothingIsRead) {
                  std::invalid_argument);
 }
 
-TEST_F(PointCloudQueryTest, ATimeLimitEndsACallThatHasAPointAndNoOther) {
-    // Nothing in the root and in all but the last of its children.
-    use(std::make_shared<SyntheticOctree>(TestSupport::SyntheticOctreeShape{
-        .depth = 2, .pointCount = [](OctreeNodeId id) { return id.code() < 15 ? 0U : 3U; }}));
-    auto hasty = query(nullptr, 21, 0.0f, nullptr, std::chrono::nanoseconds(1));
-    std::vector<QueryPoint> points(1000);
-    EXPECT_EQ(hasty.getNextPointChunk(points.data(), points.size()), 3U);
-    EXPECT_EQ(source->readCount(), 9U);
-    EXPECT_EQ(hasty.getNextPointChunk(points.data(), points.size()), 3U);
-    EXPECT_EQ(drain<QueryPoint>(hasty, 1000).size(), 63U * 3U);
-    auto patient = query(nullptr, 21, 0.0f, nullptr, std::chrono::hours(1));
-    EXPECT_EQ(patient.getNextPointChunk(points.data(), points.size()), 65U * 3U);
-}
-
-TEST_F(PointCloudQueryTest, AFailureTellsItsCauseAndCanBeTriedAgain) {
-    source->setReadHook([](OctreeNodeId id) {
-        if (id.level() == 1) {
-            throw Octree::StoreError("bad node");
-        }
-    });
-    const auto cache = PointCloudQuery::createOrGetSharedCache({}, 1.0, 1000, 10);
-    auto failing = query(nullptr, 1, 0.0f, cache);
-    VertexPosColor points[100];
-    try {
-        failing.getNextPointChunk(points, 100);
-        FAIL();
-    } catch (const std::runtime_error& error) {
-        EXPECT_EQ(Core::exceptionChain(error), "Querying node data failed: bad node");
+// Of so many points each a box that it is the corner of.
+void expectPointsOnFacesInside(const std::shared_ptr<Octree::Octree>& octree, const Eigen::Matrix4f& world,
+                               bool isAbsolute, std::size_t boxes) {
+    const auto query = [&](Render::IFilter* filter) {
+        PointCloudQuery result(octree, nullptr, world, filter, 21, 0.0f, {});
+        result.setAbsoluteCoordinates(isAbsolute);
+        return result;
+    };
+    auto everything = query(nullptr);
+    const std::vector<Row> all = drain<QueryPoint>(everything, 1000);
+    for (std::size_t n = 0; n < all.size(); n += all.size() / boxes) {
+        Render::BoxFilter box({{-1e9, all[n][1], -1e9}, {all[n][0], 1e9, 1e9}});
+        std::vector<Row> inside;
+        std::copy_if(all.begin(), all.end(), std::back_inserter(inside), [&](const Row& p) {
+            return box.contains({p[0], p[1], p[2]});
+        });
+        auto boxed = query(&box);
+        EXPECT_EQ(drain<QueryPoint>(boxed, 1000), inside) << all[n][0];
+        EXPECT_FALSE(inside.empty());
+        auto narrow = query(&box);
+        EXPECT_EQ(drain<VertexPosColor>(narrow, 1000).size(), inside.size());
     }
-    source->setReadHook(nullptr);
-    EXPECT_EQ(drain<VertexPosColor>(failing, 100).size(), 8u * 7u);
-    auto again = query(nullptr, 1, 0.0f, cache);
-    const std::size_t readsBefore = source->readCount();
-    EXPECT_EQ(drain<VertexPosColor>(again, 100).size(), 9u * 7u);
-    EXPECT_EQ(source->readCount(), readsBefore);
 }
 
-// Throws at the n-th test of each kind.
-class Thrower final : public Render::IFilter {
+// Its points lie in the corners of their nodes.
+class CornerOctree final : public SyntheticOctree {
 public:
-    bool testPosition(const Point<float, 3>&) override { return test(positionTests); }
-    BoxTestResult testBox(const Math::NBoundingBox<float, 3>&) override {
-        test(boxTests);
-        return BoxTestResult::Intersecting;
-    }
-    int positionTests = 5;
-    int boxTests = 5;
-
-private:
-    static bool test(int& left) {
-        if (--left == 0) {
-            throw std::runtime_error("enough");
+    using SyntheticOctree::SyntheticOctree;
+    bool readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,
+                  const std::stop_token&) override {
+        Math::NBoundingBox<double, 3> cube = storeFacts().boundingCube;
+        for (std::size_t shift = 3 * id.level(); shift > 0;) {
+            shift -= 3;
+            cube = Octree::childCube(cube, id.code() >> shift & 7);
         }
+        std::vector<Point<double, 3>> corners;
+        for (int i = 0; i < 8; ++i) {
+            corners.push_back((cube.corner(i) - storeFacts().referencePosition) * unitScale);
+        }
+        data.reset(corners.size());
+        data.setPositions(std::move(corners));
         return true;
     }
 };
 
-TEST_F(PointCloudQueryTest, AFilterThatThrowsLosesNoNode) {
-    Thrower thrower;
-    auto interrupted = query(&thrower);
-    std::size_t count = 0;
-    QueryPoint point;
-    for (int failures = 0;;) {
-        try {
-            const std::size_t got = interrupted.getNextPointChunk(&point, 1);
-            count += got;
-            if (got == 0) {
-                EXPECT_EQ(failures, 2);
-                break;
+TEST_F(PointCloudQueryTest, PointsOnAFaceAreInside) {
+    use(std::make_shared<CornerOctree>(TestSupport::SyntheticOctreeShape{.depth = 2, .edge = 16.1}));
+    Eigen::Matrix4f far = turned({0.3f, 0.3f, 0.3f});
+    far.topRightCorner<3, 1>() *= 1e4f;
+    for (const Eigen::Matrix4f& world : {Eigen::Matrix4f(Eigen::Matrix4f::Identity()), far}) {
+        expectPointsOnFacesInside(octree, world, false, 100);
+    }
+    octree->setUnitScale(0.3048);
+    expectPointsOnFacesInside(octree, far, true, 100);
+}
+
+TEST_F(PointCloudQueryTest, AbsoluteCoordinatesAreTheDecimalFractionsOfTheStore) {
+    const std::filesystem::path stores = TestSupport::realData();
+    if (!std::filesystem::exists(stores)) {
+        GTEST_SKIP() << "there are no stores in " << stores;
+    }
+    const std::pair<const char*, std::size_t> cases[] = {
+        {"potree/lion-brotli", 3}, {"potree/lone-star-brotli", 5}, {"potree/autzen-trim-brotli", 2},
+        {"ept/lion-laszip", 3},    {"ept/lone-star-laszip", 5},    {"ept/ellipsoid-binary", 2}};
+    for (const auto& [store, decimals] : cases) {
+        SCOPED_TRACE(store);
+        // Neither the unit nor the place in the world matters.
+        const auto real =
+            std::make_shared<Octree::Octree>(Octree::Location::fromPath(stores / store), 0.3048);
+        PointCloudQuery query(real, nullptr, turned({2, 2, 2}), nullptr, 1, 0.0f, {});
+        query.setAbsoluteCoordinates(true);
+        for (const Row& p : drain<QueryPoint>(query, 1000)) {
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                char text[64];
+                std::snprintf(text, sizeof text, "%.*f", static_cast<int>(decimals), p[axis]);
+                ASSERT_EQ(std::strtod(text, nullptr), p[axis]) << text;
             }
-        } catch (const std::runtime_error&) {
-            ++failures;
+        }
+        if (std::string_view(store).ends_with("lion-brotli")) {
+            expectPointsOnFacesInside(real, turned({2, 2, 2}), true, 5);
         }
     }
+    FloatFilter floats(nullptr);
+    auto narrow = query(&floats);
+    EXPECT_THROW(narrow.setAbsoluteCoordinates(true), std::invalid_argument);
+}
+
+TEST_F(PointCloudQueryTest, HiddenPointsComeWhenAskedFor) {
+    use(std::make_shared<HidingOctree>(
+        TestSupport::SyntheticOctreeShape{.depth = 2, .pointsPerNode = 7, .visibility = [](OctreeNodeId id) {
+                                              return id.code() % 7 == 0 ? 2 : 0;
+                                          }}));
+    auto visible = query(nullptr);
+    auto all = query(nullptr);
+    all.setIncludesHidden(true);
+    std::vector<QueryPoint> points(1000);
+    const std::size_t count = all.getNextPointChunk(points.data(), points.size());
     EXPECT_EQ(count, 73U * 7U);
+    EXPECT_EQ(static_cast<std::size_t>(std::count_if(points.begin(), points.end(),
+                                                     [](const QueryPoint& p) { return p.isHidden; })),
+              count - drain<VertexPosColor>(visible, 1000).size());
+}
+
+TEST_F(PointCloudQueryTest, AShortCallOrAStoppedOneLosesNothing) {
+    use(std::make_shared<SyntheticOctree>(
+        TestSupport::SyntheticOctreeShape{.depth = 1, .pointsPerNode = 1000}));
+    const std::vector<Row> all = bruteForce(*octree, {}).doubles;
+    auto patient = query(nullptr, 21, 0.0f, nullptr, std::chrono::hours(1));
+    EXPECT_EQ(drain<QueryPoint>(patient, 100000), all);
+
+    // A filter that rejects every point but no box: the time is up all the same.
+    class Nothing final : public Render::IFilter {
+        bool testPosition(const Point<float, 3>&) override { return false; }
+        BoxTestResult testBox(const Math::NBoundingBox<float, 3>&) override {
+            return BoxTestResult::Intersecting;
+        }
+    } nothing;
+    auto vain = query(&nothing, 21, 0.0f, nullptr, std::chrono::nanoseconds(1));
+    QueryPoint point;
+    const std::size_t readsBefore = source->readCount();
+    EXPECT_EQ(vain.getNextPointChunk(&point, 1), 0U);
+    EXPECT_EQ(source->readCount() - readsBefore, 1U);
+    EXPECT_FALSE(vain.isExhausted());
+    EXPECT_TRUE(drain<QueryPoint>(vain, 1).empty());
+    auto hasty = query(nullptr, 21, 0.0f, nullptr, std::chrono::nanoseconds(1));
+    EXPECT_EQ(drain<QueryPoint>(hasty, 100000), all);
+
+    // Stopped while the third node is read.
+    std::stop_source stopSource;
+    source->setReadHook([&](OctreeNodeId id) { id.code() == 9 ? stopSource.request_stop() : false; });
+    auto stopped = query(nullptr);
+    std::vector<QueryPoint> points(100000);
+    std::vector<Row> rows;
+    for (const std::stop_token& stop : {stopSource.get_token(), stopSource.get_token(), std::stop_token()}) {
+        const std::size_t count = stopped.getNextPointChunk(points.data(), points.size(), stop);
+        EXPECT_EQ(stopped.isExhausted(), !stop.stop_possible());
+        std::transform(points.begin(), points.begin() + static_cast<std::ptrdiff_t>(count),
+                       std::back_inserter(rows), [](const QueryPoint& p) { return row(p); });
+        EXPECT_EQ(rows.size(), stop.stop_possible() ? 2000U : 9000U);
+    }
+    EXPECT_EQ(rows, all);
+    EXPECT_EQ(stopped.getNextPointChunk(nullptr, 0), 0U);
+    EXPECT_THROW(stopped.getNextPointChunk(nullptr, 1), std::invalid_argument);
+}
+
+// What calls that go on whatever happens return and throw.
+std::string story(PointCloudQuery& query) {
+    std::string text;
+    std::vector<VertexPosColor> points(1000);
+    while (!query.isExhausted()) {
+        try {
+            text += std::to_string(query.getNextPointChunk(points.data(), points.size())) + "; ";
+        } catch (const std::runtime_error& error) {
+            text += Core::exceptionChain(error) + "; ";
+        }
+    }
+    return text;
+}
+
+TEST_F(PointCloudQueryTest, ADamagedNodeCostsItsOwnPointsOnly) {
+    // Of r1 only the points are damaged, of r5 the hierarchy too.
+    class Damaged final : public SyntheticOctree {
+    public:
+        using SyntheticOctree::SyntheticOctree;
+        bool nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) override {
+            return id.code() == 13 ? throw Octree::StoreError("bad facts")
+                                   : SyntheticOctree::nodeFacts(id, facts, stop);
+        }
+    };
+    use(std::make_shared<Damaged>(TestSupport::SyntheticOctreeShape{.depth = 2, .pointsPerNode = 7}));
+    source->setReadHook([](OctreeNodeId id) {
+        if (id.code() == 9) {
+            throw Octree::StoreError("bad node");
+        }
+    });
+    auto damaged = query(nullptr, 21, 0.0f, PointCloudQuery::createOrGetSharedCache({}, 1.0, 1000, 10));
+    EXPECT_EQ(story(damaged),
+              "14; Querying node data failed: bad node; 21; Querying node data failed: bad facts; 406; ");
+}
+
+TEST_F(PointCloudQueryTest, AFilterThatThrowsLosesNoPointButTheOneItThrewFor) {
+    // Throws at one test of each kind.
+    class Thrower final : public Render::IFilter {
+        bool testPosition(const Point<float, 3>&) override { return pass(mPositionTests, "point"); }
+        BoxTestResult testBox(const Math::NBoundingBox<float, 3>&) override {
+            pass(mBoxTests, "box");
+            return BoxTestResult::Intersecting;
+        }
+        static bool pass(int& left, const char* what) {
+            return --left != 0 ? true : throw std::runtime_error(what);
+        }
+        int mPositionTests = 5;
+        int mBoxTests = 12;
+    } thrower;
+    auto interrupted = query(&thrower);
+    EXPECT_EQ(story(interrupted), "4; point; 2; box; 504; ");
 }
 
 TEST_F(PointCloudQueryTest, QueriesOnManyThreadsShareACache) {
     const auto cache = std::make_shared<PointCloudQuery::Cache>(100, 10);
-    const auto filter = regions(Eigen::Matrix4f::Identity(), 16.0)[5];
+    const auto filter = regions(Eigen::Matrix4f::Identity(), 16.0).back();
     const std::vector<Row> expected = bruteForce(*octree, {.filter = filter}).doubles;
     std::array<std::vector<Row>, 3> found;
     std::vector<std::thread> threads;
