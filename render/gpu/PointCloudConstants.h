@@ -1,6 +1,7 @@
 #pragma once
 
-#include <Eigen/Core>
+#include <math/StoredMatrix.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -13,8 +14,7 @@ inline constexpr size_t maxClippingPlanes = 8;
 /// The constants of shaders/pointcloud.hlsl that change at most once a frame (cbPerFrame, register b0), byte
 /// for byte. Matrices are column-major, as both Eigen and the shader keep them. Flags are 0 or 1.
 struct PointCloudFrameConstants {
-    /// Takes 64 bytes whatever instruction set a host is built for; an Eigen::Matrix4f may need padding.
-    using Matrix = Eigen::Matrix<float, 4, 4, Eigen::DontAlign>;
+    using Matrix = Math::StoredMatrix4f;
 
     Matrix model = Matrix::Identity();
     Matrix invModel = Matrix::Identity();

@@ -133,7 +133,8 @@ std::size_t PointCloudQuery::takePoints(Point* out, std::size_t maxCount) {
                 place.exact = exactPosition(mCursor);
             }
             if (needsWorld) {
-                place.world = Math::transformPoint(mWorld, mPoints.position(mCursor).cast<float>());
+                place.world =
+                    Math::transformPoint(Eigen::Matrix4f(mWorld), mPoints.position(mCursor).cast<float>());
             }
             if (!isTested ||
                 (isTestedExactly ? mRegion->contains(place.exact) : mFilter.testPosition(place.world))) {
@@ -154,7 +155,8 @@ bool PointCloudQuery::isHidden(std::size_t index) const {
 }
 
 Math::Point<double, 3> PointCloudQuery::exactPosition(std::size_t index) const {
-    const Math::Point<double, 3> position = Math::transformPoint(mExactMatrix, mPoints.position(index));
+    const Math::Point<double, 3> position =
+        Math::transformPoint(Eigen::Matrix4d(mExactMatrix), mPoints.position(index));
     return mGrid ? mGrid->snapped(position) : position;
 }
 
@@ -222,8 +224,9 @@ void PointCloudQuery::considerChildren(const PendingNode& parent, const Octree::
 }
 
 BoxTestResult PointCloudQuery::testBox(Octree::OctreeNodeId id) const {
-    return mRegion != nullptr ? mRegion->classify(exactBounds(id))
-                              : mFilter.testBox(mOctree->pointBounds(id).transformed(mWorld));
+    return mRegion != nullptr
+               ? mRegion->classify(exactBounds(id))
+               : mFilter.testBox(mOctree->pointBounds(id).transformed(Eigen::Matrix4f(mWorld)));
 }
 
 // Around the exact positions of the node's points, which pointBounds() holds only as floats.
@@ -237,7 +240,7 @@ Math::NBoundingBox<double, 3> PointCloudQuery::exactBounds(Octree::OctreeNodeId 
         box.min[axis] = double{std::nextafter(narrow.min[axis], -FARTHEST)};
         box.max[axis] = double{std::nextafter(narrow.max[axis], FARTHEST)};
     }
-    Math::NBoundingBox<double, 3> result = box.transformed(mExactMatrix);
+    Math::NBoundingBox<double, 3> result = box.transformed(Eigen::Matrix4d(mExactMatrix));
     for (int row = 0; row < 3; ++row) {
         double margin = ROUNDING * std::abs(mExactMatrix(row, 3)) + (mGrid ? SNAP * mGrid->scale(row) : 0.0);
         for (int axis = 0; axis < 3; ++axis) {

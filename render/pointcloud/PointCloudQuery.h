@@ -2,6 +2,7 @@
 
 #include <core/Export.h>
 #include <math/NBoundingBox.h>
+#include <math/StoredMatrix.h>
 #include <octree/BoxTestResult.h>
 #include <octree/NodePointData.h>
 #include <octree/Octree.h>
@@ -139,10 +140,10 @@ private:
     const RegionFilter* mRegion;  ///< The same filter; null when it is none.
     bool mIncludesHidden = false;
     bool mIsAbsolute = false;
-    Eigen::Matrix4f mWorld = Eigen::Matrix4f::Identity();
+    Math::StoredMatrix4f mWorld = Math::StoredMatrix4f::Identity();
     float mWorldScale = 1.0f;
     /// From model coordinates to those of the region and of QueryPoints.
-    Eigen::Matrix4d mExactMatrix = Eigen::Matrix4d::Identity();
+    Math::StoredMatrix4d mExactMatrix = Math::StoredMatrix4d::Identity();
     std::optional<Octree::PositionGrid> mGrid;  ///< That those lie on.
     std::chrono::nanoseconds mTimeLimit;
 };

@@ -3,6 +3,7 @@
 #include <core/Export.h>
 #include <math/ConvexPolytope.h>
 #include <math/NBoundingBox.h>
+#include <math/StoredMatrix.h>
 #include <render/core/Camera.h>
 #include <render/core/Renderable.h>
 #include <render/gpu/CComPtr.h>
@@ -73,13 +74,10 @@ public:
     void setClippingVolume(const Math::ConvexPolytope<float, 3>& volume);
 
 private:
-    /// Of the same size whatever instructions a host is compiled for.
-    using StoredMatrix = Eigen::Matrix<float, 4, 4, Eigen::DontAlign>;
-
     /// As the shader's buffer.
     struct FrameConstants {
-        StoredMatrix modelMatrix = StoredMatrix::Identity();
-        StoredMatrix viewProjectionMatrix = StoredMatrix::Identity();
+        Math::StoredMatrix4f modelMatrix = Math::StoredMatrix4f::Identity();
+        Math::StoredMatrix4f viewProjectionMatrix = Math::StoredMatrix4f::Identity();
         float clippingPlanes[CLIPPING_PLANES_MAX_COUNT][4] = {};
         float unitScale = 1.0f;
         Math::Point<float, 3> cameraPosition;

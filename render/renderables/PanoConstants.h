@@ -1,6 +1,7 @@
 #pragma once
 
-#include <Eigen/Core>
+#include <math/StoredMatrix.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -20,8 +21,7 @@ struct PanoConstants {
         std::array<uint32_t, 3> padding{};
     };
     using Levels = std::array<Level, maxPanoTilesPerLevel>;
-    /// Of the same size whatever instructions a host is compiled for.
-    using Matrix = Eigen::Matrix<float, 4, 4, Eigen::DontAlign>;
+    using Matrix = Math::StoredMatrix4f;
 
     Matrix viewProjection = Matrix::Identity();
     Matrix inverseModelViewProjection = Matrix::Identity();
