@@ -145,7 +145,11 @@ size_t Scene::nodes() const {
 }
 
 bool Scene::isLoading() const {
-    return std::any_of(mClouds.begin(), mClouds.end(), [](const auto& cloud) { return cloud->isLoading(); });
+    return std::any_of(mClouds.begin(), mClouds.end(),
+                       [](const auto& cloud) { return cloud->isLoading(); }) ||
+           std::any_of(mPanoramas.begin(), mPanoramas.end(), [](const auto& panorama) {
+               return panorama->loadingState() == Core::JobState::Running;
+           });
 }
 
 std::optional<std::string> Scene::takeError() {
@@ -155,6 +159,9 @@ std::optional<std::string> Scene::takeError() {
     try {
         for (const auto& cloud : mClouds) {
             cloud->isAsyncReloadHealthy(true);
+        }
+        for (const auto& panorama : mPanoramas) {
+            panorama->isLoadingHealthy(true);
         }
     } catch (const std::exception& error) {
         mErrorTaken = true;

@@ -270,14 +270,17 @@ TEST_P(PanoPicture, APanoramaThatMovesIsRightInTheNextFrame) {
     group->add(frame.pano);
     frame.renderer.setScene(group);
     frame.load();
-    frame.look({0.2f, 1, 0.1f}, P(1, 2, 3));
     const auto expectTruthAtOnce = [&](const std::string& projection) {
         for (const float degrees : {100.0f, 180.0f}) {
+            group->setMatrix(placed({1, 2, 3}));
+            frame.look({1, 0, 0}, P(1, 2, 3));
+            frame.look({3, 0.2f, -1}, P(1, 2, 3));  // At right angles to the axis of the turns.
             group->setMatrix(placed({1, 2, 3}, degrees));
             EXPECT_TRUE(frame.pano->needsRedraw());
             frame.expectTruth(projection + " turned with its group");
-            frame.pano->setMatrix(placed({0.2f, 0.1f, 0}, -degrees / 3, 1.5f));
-            frame.expectTruth(projection + " turned, moved and scaled");
+            frame.pano->setMatrix(placed({0.2f, 0.1f, 0}, 30, 1.5f) *
+                                  Eigen::Vector4f(1, -1, 1, 1).asDiagonal());
+            frame.expectTruth(projection + " turned, moved, scaled and mirrored");
             frame.pano->setMatrix(Matrix4f(Matrix4f::Identity()));
         }
     };
