@@ -241,11 +241,16 @@ void Renderer::setBackgroundColor(const Math::Color& color) {
 }
 
 void Renderer::render() {
-    tellCamera();
-    viewport().set(mDeviceContext);
-    updateZRangeIfNeeded();
-    drawScene();
-    drawPostProcess();
+    try {
+        tellCamera();
+        viewport().set(mDeviceContext);
+        updateZRangeIfNeeded();
+        drawScene();
+        drawPostProcess();
+    } catch (...) {
+        mCamera->setNeedsRedraw(true);  // The scene may have cleared its own flag already.
+        throw;
+    }
     mCamera->setNeedsRedraw(false);
     resetPointChunkPosition();
 }

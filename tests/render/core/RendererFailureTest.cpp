@@ -67,6 +67,8 @@ TEST_F(RendererFailure, aFrameThatFailsIsFollowedByOneThatDraws) {
     const int failures = failEachTime(
         [&] {
             renderer.setBrightness(renderer.brightness() == 0.0f ? 0.5f : 0.0f);
+            renderer.camera()->setNeedsRedraw(false);
+            scene->setNeedsRedraw(true);
             renderer.render();
         },
         [&] {
