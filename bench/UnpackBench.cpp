@@ -68,6 +68,7 @@ void copyBytes(benchmark::State& state) {
 void unpackRecords(benchmark::State& state) {
     const PoTree::ColumnPlaces places(chunks().metadata);
     const PoTree::CoordinateGrid grid(chunks().metadata);
+    const PoTree::GridRange range = grid.rangeOf(chunks().metadata.boundingBox);
     const PoTree::ColorDepth depth = PoTree::colorDepthOf(chunks().metadata);
     for (auto _ : state) {
         for (const PoTree::PointChunk& chunk : chunks().nodes) {
@@ -75,7 +76,8 @@ void unpackRecords(benchmark::State& state) {
             std::vector<Math::Color> colors;
             std::vector<uint16_t> intensities;
             std::vector<uint8_t> classes;
-            PoTree::decodePositions(chunk.column(*places.position), chunk.pointCount, grid, 1.0, positions);
+            PoTree::decodePositions(chunk.column(*places.position), chunk.pointCount, grid, range, 1.0,
+                                    positions);
             PoTree::decodeColors(chunk.column(*places.color), chunk.pointCount, depth, colors);
             PoTree::copyColumns(chunk, places, {.intensities = &intensities, .classifications = &classes});
             benchmark::DoNotOptimize(positions.data());

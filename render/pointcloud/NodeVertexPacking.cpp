@@ -80,9 +80,12 @@ bool loadNodeVertices(const Octree::Octree& octree, Octree::OctreeNodeId id, Ver
         out.setPosition(i, position.x(), position.y(), position.z());
     }
     packAttributes(points, out);
-    // Set for every container: complete() frees the visibilities of those that have one set, and no other's.
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        out.setVisibility(i, points.has(Attribute::Visibility) ? points.visibility(i) : std::uint8_t{0});
+    if (points.has(Attribute::Visibility)) {
+        for (std::size_t i = 0; i < points.size(); ++i) {
+            out.setVisibility(i, points.visibility(i));
+        }
+    } else if (!points.empty()) {
+        out.setVisibility(0, 0);  // complete() frees the visibilities only where one was set
     }
     out.complete();
     return true;
