@@ -80,8 +80,9 @@ void bareDecode(benchmark::State& state) {
     state.SetItemsProcessed(points * state.iterations());
 }
 
+/// `absolute` is the same region in absolute coordinates; null for a query in model coordinates.
 template <class Vertex>
-void run(benchmark::State& state, Render::IFilter& filter) {
+void run(benchmark::State& state, Render::IFilter& filter, Render::IFilter* absolute = nullptr) {
     int64_t points = 0;
     for (const Octree::OctreeNodeId id : nodesOf(filter)) {
         points += static_cast<int64_t>(octree()->pointCount(id));
@@ -89,7 +90,9 @@ void run(benchmark::State& state, Render::IFilter& filter) {
     std::vector<Vertex> chunk(65536);
     size_t found = 0;
     for (auto _ : state) {
-        Render::PointCloudQuery query(octree(), nullptr, Eigen::Matrix4f::Identity(), &filter, 21, 0.0f, {});
+        Render::PointCloudQuery query(octree(), nullptr, Eigen::Matrix4f::Identity(),
+                                      absolute != nullptr ? absolute : &filter, 21, 0.0f, {});
+        query.setAbsoluteCoordinates(absolute != nullptr);
         found = 0;
         while (const size_t count = query.getNextPointChunk(chunk.data(), chunk.size())) {
             found += count;
@@ -105,6 +108,13 @@ template <class Vertex>
 void boxQuery(benchmark::State& state) {
     Render::BoxFilter filter(region());
     run<Vertex>(state, filter);
+}
+
+void absoluteQuery(benchmark::State& state) {
+    Render::BoxFilter filter(region());
+    const Math::Point<double, 3>& reference = octree()->referencePosition();
+    Render::BoxFilter absolute({region().min + reference, region().max + reference});
+    run<Render::QueryPoint>(state, filter, &absolute);
 }
 
 /// The same slab with 2000 corners on its sides.
@@ -126,6 +136,7 @@ void polygonQuery(benchmark::State& state) {
 BENCHMARK(bareDecode)->Name("query/bareDecode")->Unit(benchmark::kMillisecond);
 BENCHMARK(boxQuery<Render::VertexPosColor>)->Name("query/floats")->Unit(benchmark::kMillisecond);
 BENCHMARK(boxQuery<Render::QueryPoint>)->Name("query/doubles")->Unit(benchmark::kMillisecond);
+BENCHMARK(absoluteQuery)->Name("query/absolute")->Unit(benchmark::kMillisecond);
 BENCHMARK(polygonQuery)->Name("query/polygon2000")->Unit(benchmark::kMillisecond);
 
 }  // namespace
