@@ -3,6 +3,7 @@
 #include <Eigen/Geometry>
 #include <Eigen/LU>
 #include <cmath>
+#include <stdexcept>
 #include <utility>
 
 #if defined(_MSC_VER)
@@ -106,6 +107,9 @@ void Renderable::brightnessAndContrast(float, float, float& brightness, float& c
 void Renderable::setMatrix(const Eigen::Matrix4f& matrix) {
     if (matrix == mMatrix) {
         return;
+    }
+    if (!matrix.allFinite()) {
+        throw std::invalid_argument("Renderable: a matrix that is not finite");
     }
     mMatrix = matrix;
     invalidateWorldMatrix();

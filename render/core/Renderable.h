@@ -82,7 +82,8 @@ public:
     /// Bounds in the renderable's own coordinates.
     virtual Math::NBoundingBox<float, 3> boundingBox() = 0;
 
-    /// The transform relative to the parent. Nothing happens when it is set to its current value.
+    /// The transform relative to the parent. Nothing happens when it is set to its current value; one that is
+    /// not finite throws std::invalid_argument.
     virtual void setMatrix(const Eigen::Matrix4f& matrix);
     virtual Eigen::Matrix4f matrix();
     /// The parent's world matrix times matrix(), cached until invalidated.

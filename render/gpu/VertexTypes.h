@@ -11,7 +11,7 @@
 
 // The vertex records as the GPU reads them: the order, width and offset of every field is a wire format.
 // Positions and normals are 32-bit floats, colours four bytes read as B8G8R8A8_UNORM. Unless said otherwise a
-// default constructor leaves positions, normals and texture coordinates as they are.
+// default constructor sets positions, normals and texture coordinates to 0.
 
 namespace Render {
 

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/Geometry>
+#include <cmath>
 #include <memory>
+#include <stdexcept>
 
 namespace {
 
@@ -46,6 +48,10 @@ TEST(Renderable, onlyChangesAskForARedraw) {
     const Eigen::Matrix4f matrix = translation(1, 2, 3);
     EXPECT_TRUE(asks([&] { renderable.setMatrix(matrix); }));
     EXPECT_FALSE(asks([&] { renderable.setMatrix(matrix); }));
+    EXPECT_FALSE(asks([&] {
+        EXPECT_THROW(renderable.setMatrix(translation(0, std::nanf(""), 0)), std::invalid_argument);
+    }));
+    EXPECT_EQ(renderable.matrix(), matrix);
     EXPECT_TRUE(asks([&] { renderable.setVisible(false); }));
     EXPECT_FALSE(asks([&] { renderable.setVisible(false); }));
     EXPECT_TRUE(asks([&] { renderable.setSelected(true); }));
