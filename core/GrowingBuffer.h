@@ -17,7 +17,7 @@ public:
 
     GrowingBuffer(std::size_t limit, std::size_t inputSize)
         : mLimit(limit),
-          mCapacity(std::min(limit, FIRST_SIZE + EXPECTED_RATIO * inputSize)),
+          mCapacity((std::min)(limit, FIRST_SIZE + EXPECTED_RATIO * inputSize)),
           mBytes(std::make_unique_for_overwrite<std::byte[]>(mCapacity)) {}
 
     /// Where to write next and how much; nothing more once the limit is reached.
@@ -29,7 +29,7 @@ public:
             mBytes = std::move(bigger);
             mCapacity = capacity;
         }
-        available = std::min(OUTPUT_STEP, mCapacity - mUsed);
+        available = (std::min)(OUTPUT_STEP, mCapacity - mUsed);
         return mBytes.get() + mUsed;
     }
     void wrote(std::size_t count) { mUsed += count; }

@@ -35,7 +35,7 @@ public:
     /// Throws std::invalid_argument for a capacity of 0. expectedEntries sizes the hash table, and limits the
     /// entries of size 0 to as many, but not to less than one.
     LruCache(size_t capacity, size_t expectedEntries)
-        : mCapacity(capacity), mMaxEmptyEntries(std::max(expectedEntries, size_t{1})) {
+        : mCapacity(capacity), mMaxEmptyEntries((std::max)(expectedEntries, size_t{1})) {
         if (capacity == 0) {
             throw std::invalid_argument("Size of the cache should be non-zero");
         }

@@ -306,7 +306,7 @@ DISPLAY=:$(<"$work/display")
 export DISPLAY LIBGL_ALWAYS_SOFTWARE=1
 step "making a sample"
 "$wine_run" "$lumaro" make-sample "$work/sample" --points 20000 >/dev/null
-"$wine_run" "$lumaro" make-sample "$work/large" --points 300000 >/dev/null
+"$wine_run" "$lumaro" make-sample "$work/large" --points 2000000 >/dev/null
 mkdir "$work/bad"
 echo '{' >"$work/bad/metadata.json"
 echo 'f 1 2 3' >"$work/bad.obj"

@@ -1,6 +1,7 @@
 #include "layouts.h"
 
 #include <cstdio>
+#include <initializer_list>
 
 int main() {
     int differences = 0;
