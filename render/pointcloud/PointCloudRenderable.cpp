@@ -113,6 +113,9 @@ void PointCloudRenderable::render() {
 void PointCloudRenderable::skipRender() {
     followUnitScale();
     Renderable::skipRender();
+    if (mGpu && !visible() && mStreamer->acquirePublication()) {
+        mGpu->takeOver(mStreamer->publication());  // It is empty, which gives the points' memory back.
+    }
 }
 
 bool PointCloudRenderable::needsRedraw() const {

@@ -32,6 +32,24 @@ PointCloudStreamer::~PointCloudStreamer() {
     detach();
 }
 
+PointCloudStreamer::Walk::Walk(PointCloudStreamer& streamer, const std::stop_token& stop)
+    : mStreamer(streamer) {
+    std::unique_lock lock(mStreamer.mWalkMutex);
+    mHasBegun = mStreamer.mWalkEnded.wait(lock, stop, [this] { return !mStreamer.mIsWalking; });
+    mStreamer.mIsWalking = true;
+}
+
+PointCloudStreamer::Walk::~Walk() {
+    if (!mHasBegun) {
+        return;
+    }
+    {
+        const std::lock_guard lock(mStreamer.mWalkMutex);
+        mStreamer.mIsWalking = false;
+    }
+    mStreamer.mWalkEnded.notify_all();
+}
+
 void PointCloudStreamer::attach(std::size_t rendererId, std::size_t instanceId,
                                 std::shared_ptr<const Camera> camera, std::function<void()> onPublished) {
     mCamera = std::move(camera);
@@ -44,7 +62,7 @@ void PointCloudStreamer::attach(std::size_t rendererId, std::size_t instanceId,
 }
 
 void PointCloudStreamer::detach() {
-    mLoader.reset();
+    stopAsyncReload();
     if (mPrioritizer) {
         mPrioritizer->removeUser(mInstanceId);
         mPrioritizer.reset();
@@ -61,7 +79,10 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
     if (!isAttached()) {
         throw std::runtime_error("reloadingPoints is not allowed if PointCloudRenderable is not initialized");
     }
-    const std::lock_guard walking(mWalkMutex);
+    const Walk walk(*this, stop);
+    if (!walk.hasBegun()) {
+        return;
+    }
     if (updateCaches()) {
         mPrioritizer->clear(mInstanceId);
     }
@@ -79,31 +100,35 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
     // was stopped, through another point cloud, or just now.
     bool changed = mPrioritizer->hasUnpublishedChanges(mInstanceId);
 
-    auto lastPublication = std::chrono::steady_clock::now();
+    // A node that cannot be read costs that node and those below it; the rest is loaded and shown.
+    std::exception_ptr firstError;
     mHeap.clear();
     pushPending({{}, NodePriority::keep(), octree->boundingCube()});
     while (!mHeap.empty()) {
         if (stop.stop_requested()) {
             return;
         }
-        if (changed && std::chrono::steady_clock::now() - lastPublication > updateInterval()) {
+        if (changed && isPublicationDue()) {
             publish();
             if (onProgress) {
                 onProgress();
             }
-            lastPublication = std::chrono::steady_clock::now();
             changed = false;
         }
         const PendingNode node = popPending();
-        const NodePrioritizer::OfferResult offered =
-            mPrioritizer->offer({mInstanceId, node.id}, node.cube, node.priority, *this, stop, generation);
-        changed = changed || offered.changed;
-        if (stop.stop_requested()) {
-            return;
+        try {
+            const NodePrioritizer::OfferResult offered = mPrioritizer->offer(
+                {mInstanceId, node.id}, node.cube, node.priority, *this, stop, generation);
+            changed = changed || offered.changed;
+            if (offered.resident && node.id.level() < maxLevel && !stop.stop_requested()) {
+                pushChildren(*octree, parameters, node.id, stop);
+            }
+        } catch (...) {
+            firstError = firstError ? firstError : std::current_exception();
         }
-        if (offered.resident && node.id.level() < maxLevel) {
-            pushChildren(*octree, parameters, node.id, stop);
-        }
+    }
+    if (stop.stop_requested()) {
+        return;
     }
     if (changed) {
         publish();
@@ -111,6 +136,16 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
             onProgress();
         }
     }
+    if (firstError) {
+        std::rethrow_exception(firstError);
+    }
+}
+
+// The clock is the cloud's, not the walk's: a view that keeps changing restarts walks faster than any of them
+// could publish by a clock of its own. What shows nothing has nothing to wait for.
+bool PointCloudStreamer::isPublicationDue() const {
+    const std::lock_guard lock(mPublishMutex);
+    return mPublishedNodeCount == 0 || std::chrono::steady_clock::now() - mLastPublication > updateInterval();
 }
 
 // The root is offered unrated, so that a point cloud never vanishes altogether; it must not do so later
@@ -152,12 +187,14 @@ PointCloudStreamer::PendingNode PointCloudStreamer::popPending() {
     return node;
 }
 
-void PointCloudStreamer::publish() {
+void PointCloudStreamer::publish(bool keepsPicture) {
     {
         const std::lock_guard lock(mPublishMutex);
         const NodePrioritizer::Counts counts = mPrioritizer->updateBuffers(mInstanceId, false, *mBuffers);
         mPublishedNodeCount = counts.nodes;
         mPublishedPointCount = counts.points;
+        mLastPublication = std::chrono::steady_clock::now();
+        mKeepsPicture = keepsPicture;
     }
     if (mOnPublished) {
         mOnPublished();
@@ -242,6 +279,7 @@ void PointCloudStreamer::createLoader() {
 
 void PointCloudStreamer::stopAsyncReload() {
     mLoader.reset();
+    mOnProgress = nullptr;  // It may hold the owner of this.
 }
 
 void PointCloudStreamer::runLoader(const std::stop_token& stop) {
@@ -255,8 +293,10 @@ void PointCloudStreamer::runLoader(const std::stop_token& stop) {
     } catch (...) {
         error = std::current_exception();
     }
-    const std::lock_guard lock(mErrorMutex);
-    mError = error;
+    if (!stop.stop_requested()) {
+        const std::lock_guard lock(mErrorMutex);
+        mError = error;
+    }
 }
 
 bool PointCloudStreamer::isAsyncReloadHealthy(bool rethrow) const {

@@ -16,6 +16,7 @@
 #include <Eigen/Core>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <exception>
 #include <functional>
@@ -58,7 +59,8 @@ public:
 
     /// One walk on the calling thread, down to maxLevel; waits for a walk of the loader to end first. Returns
     /// quietly when `stop` is signalled. Throws std::runtime_error before attach() and "Error loading point
-    /// data", with the cause nested inside, for nodes that cannot be loaded.
+    /// data", with the cause nested inside, for the first node that cannot be loaded, after all others are
+    /// loaded and published.
     void reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop);
 
     /// The loader: walks now and after each restart. Nothing happens when there is one already.
@@ -66,7 +68,8 @@ public:
     /// Waits until the running walk has ended.
     void stopAsyncReload();
     bool isAsyncReloadActive() const { return mLoader != nullptr; }
-    /// False, or the stored error, while a loader exists whose last completed walk failed.
+    /// False, or the stored error, while a loader exists whose last completed walk failed. A walk that a
+    /// restart cut short leaves the answer as it is.
     bool isAsyncReloadHealthy(bool rethrow) const;
     /// Whether the loader walks or is about to.
     bool isLoading() const { return mLoader && mLoader->isRunning(); }
@@ -102,7 +105,7 @@ public:
     // Of the renderer's state.
     void onProjectionChanged();
     void onViewChanged();
-    /// Follows a new depth range without a restart: it may change with each frame.
+    /// May be called with each frame: restarts only when the depth range is another one.
     void onZRangeChanged();
     void setWorldMatrix(const Eigen::Matrix4f& world);
     void setRenderMode(RenderMode renderMode);
@@ -112,7 +115,8 @@ public:
     void setPlane(const Math::NPlane<float, 3>& plane);
     void setMesh(std::shared_ptr<const Math::TriangleMesh<float>> mesh);
 
-    /// Drops and publishes nothing, then restarts the loader.
+    /// Drops and publishes nothing, then restarts the loader. While there is a loader to bring new nodes, the
+    /// reader keeps what it has until then.
     void clearVisibleOctreeNodes();
     /// Has the loader walk again, if there is one and the point cloud is visible.
     void restart();
@@ -137,7 +141,7 @@ public:
 
     /// Takes over the newest publication; true when there was one that was not taken before. The reader may
     /// drop the vertices of the nodes in it.
-    bool acquirePublication() { return mBuffers->swapRead(); }
+    bool acquirePublication() { return !mKeepsPicture && mBuffers->swapRead(); }
     PublishedNodes& publication() { return mBuffers->readSlot(); }
 
 private:
@@ -148,6 +152,21 @@ private:
         std::shared_ptr<VertexContainerCache> vertices;
         std::shared_ptr<MeshDistanceCache> meshDistances;
         std::shared_ptr<PointDataCache> pointData;
+    };
+    /// Stands for a walk: there is one at a time, and the next waits for its end.
+    class Walk {
+    public:
+        Walk(PointCloudStreamer& streamer, const std::stop_token& stop);
+        ~Walk();
+        Walk(const Walk&) = delete;
+        Walk& operator=(const Walk&) = delete;
+
+        /// False when it was stopped while it waited.
+        bool hasBegun() const { return mHasBegun; }
+
+    private:
+        PointCloudStreamer& mStreamer;
+        bool mHasBegun = false;
     };
     struct PendingNode {
         Octree::OctreeNodeId id;
@@ -160,6 +179,7 @@ private:
     /// Takes other caches if the octree has changed; false when it has not.
     bool updateCaches();
     std::shared_ptr<const Octree::Octree> cachedOctree() const;
+    bool isPublicationDue() const;
     NodePriority rate(const WalkParameters& parameters, Octree::OctreeNodeId id,
                       const Math::NBoundingBox<float, 3>& cube) const;
     void pushChildren(const Octree::Octree& octree, const WalkParameters& parameters, Octree::OctreeNodeId id,
@@ -169,7 +189,8 @@ private:
 
     void createLoader();
     void runLoader(const std::stop_token& stop);
-    void publish();
+    /// With keepsPicture the reader goes on with what it has until the next publication.
+    void publish(bool keepsPicture = false);
 
     /// Applies a change to the parameters under their lock.
     template <class Change>
@@ -200,6 +221,7 @@ private:
     std::shared_ptr<NodePrioritizer> mPrioritizer;  ///< Changes only while no walk can run.
 
     std::atomic<bool> mVisible{true};
+    std::atomic<bool> mKeepsPicture{false};  ///< Until the next publication.
     std::atomic<Duration::rep> mUpdateInterval{5000000};
     std::atomic<std::size_t> mPublishedNodeCount{0};
     std::atomic<std::size_t> mPublishedPointCount{0};
@@ -208,11 +230,14 @@ private:
     WalkParameters mParameters;  ///< Written by the host's thread only, which reads without the lock.
     Caches mCaches;
 
-    std::mutex mPublishMutex;  ///< Held while the write slot of the buffers is in use.
+    mutable std::mutex mPublishMutex;  ///< Held while the write slot of the buffers is in use.
     std::unique_ptr<Core::TripleBuffer<PublishedNodes>> mBuffers;
+    std::chrono::steady_clock::time_point mLastPublication;  ///< Guarded by mPublishMutex.
 
-    std::mutex mWalkMutex;  ///< One walk at a time; guards the heap.
-    std::vector<PendingNode> mHeap;
+    std::mutex mWalkMutex;  ///< Guards mIsWalking.
+    std::condition_variable_any mWalkEnded;
+    bool mIsWalking = false;         ///< One walk at a time.
+    std::vector<PendingNode> mHeap;  ///< Of the walk that is under way.
 
     mutable std::mutex mErrorMutex;  ///< Guards mError.
     std::exception_ptr mError;

@@ -87,16 +87,16 @@ void PointCloudStreamer::setUnitScale(double unitScale) {
         throw std::invalid_argument("unitScale must be positive and finite");
     }
     const bool wasLoading = mLoader != nullptr;
-    mLoader.reset();
+    mLoader.reset();  // Its callback stays for the next one.
     {
-        const std::lock_guard walking(mWalkMutex);
+        const Walk noWalk(*this, {});
         const std::lock_guard lock(mParametersMutex);
         mCaches.vertices->clear();
         mCaches.meshDistances->clear();
         mOctree->setUnitScale(unitScale);
         mCaches = takeCaches();
     }
-    clearVisibleOctreeNodes();
+    clearVisibleOctreeNodes();  // There is no loader now: what is of another scale is not shown again.
     if (wasLoading) {
         createLoader();
     }
@@ -121,7 +121,11 @@ void PointCloudStreamer::onViewChanged() {
 }
 
 void PointCloudStreamer::onZRangeChanged() {
+    const Math::Frustum<float> before = mParameters.frustum;
     change([this](WalkParameters& parameters) { updateCamera(parameters); });
+    if (mParameters.frustum != before) {
+        restart();
+    }
 }
 
 void PointCloudStreamer::setWorldMatrix(const Eigen::Matrix4f& world) {
@@ -181,7 +185,7 @@ void PointCloudStreamer::clearVisibleOctreeNodes() {
         return;
     }
     mPrioritizer->clear(mInstanceId);
-    publish();
+    publish(mLoader && mVisible);
     restart();
 }
 

@@ -6,6 +6,7 @@
 #include <future>
 #include <limits>
 #include <stdexcept>
+#include <thread>
 
 namespace {
 
@@ -26,8 +27,8 @@ TEST_F(PointCloudStreamerTest, AWalkPublishesWhatIsWorthLoadingOnce) {
     streamer->reloadPoints([&] { ++progress; }, 21, {});
     EXPECT_EQ(published(*streamer).size(), 73u);
     EXPECT_EQ(streamer->publishedPointCount(), 730u);
-    EXPECT_EQ(publications, 1);
-    EXPECT_EQ(progress, 1);
+    EXPECT_EQ(publications, 2);  // The first change at once, the rest at the end.
+    EXPECT_EQ(progress, 2);
     const auto& node = streamer->publication().nodes[5];
     EXPECT_EQ(node.id.name(), "r4");
     EXPECT_EQ(node.vertices->vertices.size(), 10u);
@@ -37,7 +38,7 @@ TEST_F(PointCloudStreamerTest, AWalkPublishesWhatIsWorthLoadingOnce) {
     EXPECT_EQ(node.cube.min, (Math::Point<float, 3>(0, -8, -8)));
 
     streamer->reloadPoints([&] { ++progress; }, 21, {});  // Nothing new.
-    EXPECT_EQ(publications, 1);
+    EXPECT_EQ(publications, 2);
     EXPECT_EQ(source->readCount(), 73u);
 }
 
@@ -101,7 +102,7 @@ TEST_F(PointCloudStreamerTest, ARunningWalkPublishesItsProgressEachInterval) {
     EXPECT_EQ(counts.back(), 9u);
 }
 
-TEST_F(PointCloudStreamerTest, AStopEndsTheWalkWithinOneNodeAndPublishesNothing) {
+TEST_F(PointCloudStreamerTest, AStopEndsTheWalkWithinOneNodeWithoutPublishing) {
     const auto source = sourceOf({.depth = 3});
     const auto streamer = streamerOf(source);
     std::stop_source stop;
@@ -113,7 +114,8 @@ TEST_F(PointCloudStreamerTest, AStopEndsTheWalkWithinOneNodeAndPublishesNothing)
     publications = 0;
     streamer->reloadPoints(nullptr, 21, stop.get_token());
     EXPECT_EQ(source->readCount(), 20u);
-    EXPECT_EQ(publications, 0);
+    EXPECT_EQ(publications, 1);
+    EXPECT_EQ(published(*streamer), (Names{"r"}));
     // What it had loaded is published by the next walk, even when that finds nothing else to do.
     streamer->setMaxLevelToKeep(0);
     walk(*streamer);
@@ -177,11 +179,116 @@ TEST_F(PointCloudStreamerTest, AFailureIsStoredAndLeavesWhatWasPublished) {
         EXPECT_NE(Core::exceptionChain(error).find("is damaged"), std::string::npos);
     }
     EXPECT_EQ(published(*streamer), (Names{"r"}));
+    // One damaged node costs that node.
+    source->setReadHook([](OctreeNodeId id) {
+        if (id.name() == "r3") {
+            throw Octree::StoreError("damaged");
+        }
+    });
+    streamer->restart();
+    streamer->waitUntilIdle();
+    EXPECT_FALSE(streamer->isAsyncReloadHealthy(false));
+    EXPECT_EQ(published(*streamer), (Names{"r", "r0", "r1", "r2", "r4", "r5", "r6", "r7"}));
     source->setReadHook(nullptr);
     streamer->restart();
     streamer->waitUntilIdle();
     EXPECT_TRUE(streamer->isAsyncReloadHealthy(true));
     EXPECT_EQ(published(*streamer).size(), 9u);
+}
+
+TEST_F(PointCloudStreamerTest, AViewThatKeepsChangingStillBringsNews) {
+    const auto source = sourceOf({.depth = 3});
+    const auto streamer = streamerOf(source);
+    constexpr auto interval = std::chrono::milliseconds(20);
+    streamer->setUpdateInterval(interval);
+    std::size_t shown = 0;
+    for (int turn = 0; turn < 8; ++turn) {
+        // Each walk is cut short when it has read one node, long before the interval is over.
+        std::stop_source stop;
+        source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
+            if (++reads == 2) {
+                stop.request_stop();
+            }
+        });
+        std::this_thread::sleep_for(2 * interval);
+        streamer->reloadPoints(nullptr, 21, stop.get_token());
+        if (turn > 1) {
+            EXPECT_GT(streamer->publishedNodeCount(), shown) << turn;
+        }
+        shown = streamer->publishedNodeCount();
+    }
+}
+
+TEST_F(PointCloudStreamerTest, ANewDepthRangeLoadsWhatComesIntoView) {
+    const auto streamer = streamerOf(sourceOf({.depth = 1}));
+    camera->setPerspective(60.0f, 1.0f, 56.0f, 0.0f, 0.0f);
+    streamer->onProjectionChanged();
+    streamer->startAsyncReload(nullptr, 21);
+    streamer->waitUntilIdle();
+    EXPECT_EQ(published(*streamer).size(), 5u);
+    camera->setPerspective(60.0f, 1.0f, 100.0f, 0.0f, 0.0f);
+    streamer->onZRangeChanged();
+    streamer->waitUntilIdle();
+    EXPECT_EQ(published(*streamer).size(), 9u);
+}
+
+TEST_F(PointCloudStreamerTest, ADraggedCloudIsNeverEmpty) {
+    const auto source = sourceOf({.depth = 2});
+    const auto streamer = streamerOf(source);
+    streamer->startAsyncReload(nullptr, 21);
+    streamer->waitUntilIdle();
+    EXPECT_EQ(published(*streamer).size(), 73u);
+    Eigen::Matrix4f world = Eigen::Matrix4f::Identity();
+    for (int i = 1; i <= 50; ++i) {
+        world(0, 3) = 0.01f * static_cast<float>(i);
+        streamer->setWorldMatrix(world);
+        streamer->acquirePublication();
+        EXPECT_FALSE(streamer->publication().nodes.empty()) << i;
+    }
+    streamer->waitUntilIdle();
+    EXPECT_EQ(published(*streamer).size(), 73u);
+    // Without a loader nothing would come after.
+    streamer->stopAsyncReload();
+    streamer->clearVisibleOctreeNodes();
+    EXPECT_TRUE(published(*streamer).empty());
+}
+
+TEST_F(PointCloudStreamerTest, CallbacksGoWithTheLoader) {
+    const auto streamer = streamerOf(sourceOf({.depth = 1}));
+    const auto token = std::make_shared<int>();
+    for (const bool detaches : {false, true}) {
+        streamer->startAsyncReload([token] {}, 21);
+        streamer->waitUntilIdle();
+        if (detaches) {
+            streamer->detach();
+        } else {
+            streamer->stopAsyncReload();
+        }
+        EXPECT_EQ(token.use_count(), 1);
+    }
+}
+
+TEST_F(PointCloudStreamerTest, AWalkThatWaitsForAnotherCanBeStopped) {
+    const auto source = sourceOf({.depth = 1});
+    const auto streamer = streamerOf(source);
+    std::promise<void> reading;
+    std::promise<void> goOn;
+    source->setReadHook([&, isFirst = true](OctreeNodeId) mutable {
+        if (std::exchange(isFirst, false)) {
+            reading.set_value();
+            goOn.get_future().wait();
+        }
+    });
+    streamer->startAsyncReload(nullptr, 21);
+    reading.get_future().wait();
+    std::stop_source stop;
+    auto waiting =
+        std::async(std::launch::async, [&] { streamer->reloadPoints(nullptr, 0, stop.get_token()); });
+    stop.request_stop();
+    waiting.get();  // Although the loader's walk is stuck in its read.
+    EXPECT_EQ(source->readCount(), 1u);
+    goOn.set_value();
+    streamer->waitUntilIdle();
 }
 
 TEST_F(PointCloudStreamerTest, AWalkNeedsARenderer) {
