@@ -1,5 +1,6 @@
 set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     BrightnessAndContrast.cpp
+    BudgetListener.cpp
     LocationPalette.cpp
     MeshDistances.cpp
     NodeCaches.cpp
@@ -12,6 +13,7 @@ set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     PointCloudStreamerSettings.cpp
     PointPool.cpp
     PublishedNodes.cpp
+    ResidentNodes.cpp
     WalkParameters.cpp
     filters/BoxFilter.cpp
     filters/CombinedFilters.cpp
@@ -21,6 +23,7 @@ set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     filters/SphereFilter.cpp)
 set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     BrightnessAndContrast.h
+    BudgetListener.h
     IFilter.h
     LocationPalette.h
     MeshDistances.h
@@ -36,6 +39,7 @@ set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     PointPool.h
     PublishedNodes.h
     QueryPoint.h
+    ResidentNodes.h
     WalkParameters.h
     filters/BoxFilter.h
     filters/ComplementFilter.h
