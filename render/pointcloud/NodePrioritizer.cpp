@@ -357,17 +357,22 @@ bool NodePrioritizer::hasUnpublishedChanges(std::size_t instanceId) const {
 
 NodePrioritizer::Counts NodePrioritizer::updateBuffers(std::size_t instanceId, bool dropDeepestLevel,
                                                        Core::TripleBuffer<Buffer>& buffers) {
-    std::vector<PublishedNode> stale;
+    std::vector<std::shared_ptr<const NodeVertices>> stale;
     const std::lock_guard lock(mMutex);
     User& user = mUsers[instanceId];
     Buffer& buffer = buffers.writeSlot();
     user.nodes.publish(dropDeepestLevel, buffer);
     const Counts counts{buffer.nodes.size(), buffer.pointCount};
     buffers.swapWrite();
-    // What an earlier publication left in the slot that comes back must not outlive its nodes.
-    stale.swap(buffers.writeSlot().nodes);
     user.changed = false;
     user.knowsOfEviction = false;
+    // What an earlier publication left in the slot that comes back must not outlive its nodes.
+    for (PublishedNode& node : buffers.writeSlot().nodes) {
+        if (node.vertices) {
+            stale.push_back(std::move(node.vertices));
+        }
+    }
+    buffers.writeSlot().nodes.clear();
     return counts;
 }
 
