@@ -167,6 +167,14 @@ TEST_F(NodePrioritizerNewsTest, AUserThatDoesNotPublishHearsOfEvictionsOnce) {
         clouds[i].walk(prioritizer, 1.0f);
     }
     EXPECT_EQ(calls, 1);
+    clouds[0].publish(prioritizer);
+    prioritizer.clear();
+    clouds[0].publish(prioritizer);
+    calls = 0;
+    prioritizer.setUserBudget(9, 10);
+    prioritizer.offer({9, {}}, {}, at(5), clouds[0].source, {});
+    EXPECT_TRUE(prioritizer.offer({9, OctreeNodeId().child(1)}, {}, at(4), clouds[0].source, {}).changed);
+    EXPECT_EQ(calls, 0);  // It knows what its own offers evict.
 }
 
 TEST_F(NodePrioritizerNewsTest, ARemovedUserHearsNothingAnyMore) {

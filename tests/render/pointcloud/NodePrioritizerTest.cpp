@@ -448,16 +448,16 @@ TEST_F(NodePrioritizerTest, AnOfferThatRunsOutOfMemoryLeavesNodesAndCountsInStep
 TEST_F(NodePrioritizerTest, ClearingTakesTimeInProportionToTheNodes) {
     prioritizer.setTotalMaxPointCount(1000000);
     source.size = 1;
-    for (std::size_t i = 0; i < 10000; ++i) {
+    for (std::size_t i = 0; i < 12000; ++i) {
         const OctreeNodeId id = root.child(i & 7).child(i >> 3 & 7).child(i >> 6 & 7).child(i >> 9 & 7);
-        offer(id.child(i >> 12), at(1), i % 5);
+        offer(id.child(i >> 12), at(1), i % 3);
     }
     const std::clock_t start = std::clock();
-    for (std::uint64_t instance = 0; instance < 5; ++instance) {
+    for (std::uint64_t instance = 0; instance < 3; ++instance) {
         prioritizer.clear(instance);
     }
-    // Removing each by a search took well over a second here.
-    EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 0.2);
+    // Searching for each takes several times as long, even without a sanitizer.
+    EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 0.06);
     EXPECT_EQ(prioritizer.residentNodeCount(), 0u);
 }
 
