@@ -8,8 +8,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <memory>
+#include <random>
 #include <vector>
 
 namespace {
@@ -61,6 +64,13 @@ public:
         publish();
         takeOver();
     }
+
+    void offerAgain(size_t node) {
+        benchmark::DoNotOptimize(
+            mPrioritizer.offer({0, nodeNumber(node)}, {}, NodePriority::keep(), mSource, {}));
+    }
+
+    void clear() { mPrioritizer.clear(0); }
 
     void publish() { mPrioritizer.updateBuffers(0, false, mBuffers); }
 
@@ -125,6 +135,63 @@ void publication(benchmark::State& state) {
     }
 }
 
+/// Collects, sorts and copies all resident nodes, as a publication would without an order that is kept.
+void sortedAnew(benchmark::State& state) {
+    std::mt19937 random(1);
+    std::vector<std::unique_ptr<Render::PublishedNode>> entries;
+    for (size_t i = 0; i < static_cast<size_t>(state.range(0)); ++i) {
+        auto& entry = entries.emplace_back(std::make_unique<Render::PublishedNode>());
+        entry->id = nodeNumber(i);
+        entry->vertices = std::make_shared<Render::NodeVertices>();
+    }
+    std::shuffle(entries.begin(), entries.end(), random);
+    std::vector<const Render::PublishedNode*> drawn;
+    Render::PublishedNodes published;
+    for (auto _ : state) {
+        drawn.clear();
+        for (const auto& entry : entries) {
+            drawn.push_back(entry.get());
+        }
+        std::sort(drawn.begin(), drawn.end(), [](const auto* a, const auto* b) { return a->id < b->id; });
+        published.nodes.clear();
+        for (const auto* node : drawn) {
+            published.nodes.push_back(*node);
+        }
+        published.buildNodeTable();
+    }
+}
+
+/// What the prioritizer alone does after one of its nodes changed.
+void oneChange(benchmark::State& state) {
+    Scene scene(static_cast<size_t>(state.range(0)));
+    for (auto _ : state) {
+        scene.comingNodes(1);
+        const Timer timer;
+        scene.publish();
+        state.SetIterationTime(timer.seconds());
+        scene.dropComingNodes();
+    }
+}
+
+void offerOfResidentNode(benchmark::State& state) {
+    const auto nodes = static_cast<size_t>(state.range(0));
+    Scene scene(nodes);
+    size_t next = 0;
+    for (auto _ : state) {
+        next = (next + 1741) % nodes;
+        scene.offerAgain(next);
+    }
+}
+
+void clearing(benchmark::State& state) {
+    for (auto _ : state) {
+        Scene scene(static_cast<size_t>(state.range(0)));
+        const Timer timer;
+        scene.clear();
+        state.SetIterationTime(timer.seconds());
+    }
+}
+
 /// The same number of nodes, each from its own place in memory to one of many pages.
 void memcpyOfChanges(benchmark::State& state) {
     const auto changed = static_cast<size_t>(state.range(0));
@@ -149,6 +216,28 @@ BENCHMARK(publication)
     ->ArgNames({"resident", "changed"})
     ->ArgsProduct({{500, 3500}, {0, 20, 200}})
     ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(oneChange)
+    ->Name("publish/oneChange")
+    ->ArgName("resident")
+    ->Arg(500)
+    ->Arg(4000)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(sortedAnew)
+    ->Name("publish/sortedAnew")
+    ->ArgName("resident")
+    ->Arg(500)
+    ->Arg(4000)
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(offerOfResidentNode)->Name("publish/offerOfResidentNode")->ArgName("resident")->Arg(4000);
+BENCHMARK(clearing)
+    ->Name("publish/clearing")
+    ->ArgName("resident")
+    ->Arg(1000)
+    ->Arg(4000)
+    ->UseManualTime()
+    ->Iterations(10)
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK(memcpyOfChanges)
     ->Name("publish/memcpyOfChanges")

@@ -3,7 +3,6 @@
 #include <core/SharedResources.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <stdexcept>
 #include <utility>
@@ -16,9 +15,6 @@ std::uint64_t nextSerial() {
     static std::atomic<std::uint64_t> last{0};
     return ++last;
 }
-
-// Puts the least important entry at the front of a heap.
-constexpr auto moreImportant = [](const auto& a, const auto& b) { return a->priority > b->priority; };
 
 // Null when stopped.
 std::shared_ptr<NodeVertices> fetch(NodeVertexSource& source, Octree::OctreeNodeId id,
@@ -41,6 +37,19 @@ std::shared_ptr<NodeVertices> fetch(NodeVertexSource& source, Octree::OctreeNode
 
 }  // namespace
 
+/// What a change leaves to be done outside the lock: news to be told, nodes to be destroyed.
+struct NodePrioritizer::Aftermath {
+    void tell() const {
+        for (const auto& [listener, message] : news) {
+            listener->tell(message);
+        }
+    }
+
+    std::vector<ResidentNodes::Node> evicted;
+    std::vector<ResidentNodes> dropped;
+    std::vector<std::pair<std::shared_ptr<BudgetListener>, BudgetNews>> news;
+};
+
 NodePrioritizer::NodePrioritizer(std::size_t totalMaxPointCount) : mTotalMaxPointCount(totalMaxPointCount) {}
 
 NodePrioritizer::~NodePrioritizer() = default;
@@ -51,23 +60,62 @@ std::shared_ptr<NodePrioritizer> NodePrioritizer::shared(std::size_t rendererId,
                                     [budget] { return std::make_shared<NodePrioritizer>(budget); });
 }
 
-void NodePrioritizer::addUser(std::size_t instanceId, std::size_t budget) {
-    Entries evicted;
-    const std::lock_guard lock(mMutex);
-    mUsers[instanceId].budget = budget;
-    startGeneration(instanceId);
-    applyBudgets(evicted);
+void NodePrioritizer::addUser(std::size_t instanceId, std::size_t budget, BudgetListener::Callback onNews) {
+    Aftermath aftermath;
+    auto listener = onNews ? std::make_shared<BudgetListener>(std::move(onNews)) : nullptr;
+    {
+        const std::lock_guard lock(mMutex);
+        const std::size_t roomBefore = room();
+        User& user = mUsers[instanceId];
+        user.budget = budget;
+        user.listener.swap(listener);
+        startGeneration(user);
+        applyBudgets(aftermath);
+        collectNews(roomBefore, std::nullopt, aftermath);
+    }
+    if (listener) {
+        listener->close();
+    }
+    aftermath.tell();
+}
+
+void NodePrioritizer::setUserBudget(std::size_t instanceId, std::size_t budget) {
+    Aftermath aftermath;
+    {
+        const std::lock_guard lock(mMutex);
+        const std::size_t roomBefore = room();
+        User* const user = find(instanceId);
+        if (!user || !user->budget) {
+            return;
+        }
+        user->budget = budget;
+        applyBudgets(aftermath);
+        collectNews(roomBefore, std::nullopt, aftermath);
+    }
+    aftermath.tell();
 }
 
 void NodePrioritizer::removeUser(std::size_t instanceId) {
-    Entries evicted;
-    const std::lock_guard lock(mMutex);
-    removeEntries(instanceId, evicted);
-    mUsers.erase(instanceId);
-    applyBudgets(evicted);
+    Aftermath aftermath;
+    std::shared_ptr<BudgetListener> listener;
+    {
+        const std::lock_guard lock(mMutex);
+        const std::size_t roomBefore = room();
+        if (User* const user = find(instanceId)) {
+            drop(*user, aftermath);
+            listener = std::move(user->listener);
+            mUsers.erase(instanceId);
+        }
+        applyBudgets(aftermath);
+        collectNews(roomBefore, std::nullopt, aftermath);
+    }
+    if (listener) {
+        listener->close();
+    }
+    aftermath.tell();
 }
 
-void NodePrioritizer::applyBudgets(Entries& evicted) {
+void NodePrioritizer::applyBudgets(Aftermath& aftermath) {
     std::optional<std::size_t> smallest;
     for (const auto& [instanceId, user] : mUsers) {
         if (user.budget && (!smallest || *user.budget < *smallest)) {
@@ -76,15 +124,20 @@ void NodePrioritizer::applyBudgets(Entries& evicted) {
     }
     if (smallest) {
         mTotalMaxPointCount = *smallest;
-        evictUntilWithinBudget(evicted);
+        evictUntilThereIsRoomFor(0, aftermath);
     }
 }
 
 void NodePrioritizer::setTotalMaxPointCount(std::size_t count) {
-    Entries evicted;
-    const std::lock_guard lock(mMutex);
-    mTotalMaxPointCount = count;
-    evictUntilWithinBudget(evicted);
+    Aftermath aftermath;
+    {
+        const std::lock_guard lock(mMutex);
+        const std::size_t roomBefore = room();
+        mTotalMaxPointCount = count;
+        evictUntilThereIsRoomFor(0, aftermath);
+        collectNews(roomBefore, std::nullopt, aftermath);
+    }
+    aftermath.tell();
 }
 
 std::size_t NodePrioritizer::totalMaxPointCount() const {
@@ -99,28 +152,34 @@ std::size_t NodePrioritizer::totalUsedPointCount() const {
 
 std::size_t NodePrioritizer::residentNodeCount() const {
     const std::lock_guard lock(mMutex);
-    return mEntries.size();
+    std::size_t count = 0;
+    for (const auto& [instanceId, user] : mUsers) {
+        count += user.nodes.size();
+    }
+    return count;
 }
 
 NodePrioritizer::OfferResult NodePrioritizer::offer(const NodeId& id,
                                                     const Math::NBoundingBox<float, 3>& cube,
                                                     const NodePriority& priority, NodeVertexSource& source,
                                                     std::stop_token stop,
-                                                    std::optional<std::uint64_t> generation) {
+                                                    std::optional<std::uint64_t> generation,
+                                                    std::optional<std::size_t> knownPointCount) {
     {
         const std::lock_guard lock(mMutex);
-        if (!generation) {
-            const auto user = mUsers.find(id.instanceId);
-            generation = user == mUsers.end() ? 0 : user->second.generation;
-        }
-        if (isStale(id.instanceId, *generation)) {
+        const User* const user = find(id.instanceId);
+        generation = generation.value_or(generationOf(user));
+        if (*generation != generationOf(user)) {
             return {};
         }
-        if (mResident.contains(id)) {
+        if (user && user->nodes.contains(id.octreeNodeId)) {
             return {.resident = true};
         }
-        if (isRefused(priority)) {
+        if (isRefused(id, priority, (std::max)(knownPointCount.value_or(1), std::size_t{1}))) {
             return {};
+        }
+        if (knownPointCount == std::size_t{0}) {
+            return {.resident = true};
         }
     }
 
@@ -129,190 +188,199 @@ NodePrioritizer::OfferResult NodePrioritizer::offer(const NodeId& id,
         return {};
     }
     const std::size_t count = vertices->vertices.size();
-    auto entry = std::make_unique<PrioritizedNode>(PrioritizedNode{id, priority, cube, std::move(vertices)});
+    auto node = std::make_unique<PrioritizedNode>(PrioritizedNode{
+        .id = id, .priority = priority, .cube = cube, .pointCount = count, .vertices = std::move(vertices)});
 
-    Entries evicted;
-    const std::lock_guard lock(mMutex);
-    if (isStale(id.instanceId, *generation)) {
-        return {};
-    }
-    if (count == 0 || mResident.contains(id)) {
-        return {.resident = true};
-    }
-    if (isRefused(priority)) {
-        return {};
-    }
-    const bool fits = mTotalUsedPointCount + count < mTotalMaxPointCount;
-    append(std::move(entry));
-    if (fits) {
-        mIsHeap = false;
-    } else {
-        if (mIsHeap) {
-            std::push_heap(mEntries.begin(), mEntries.end(), moreImportant);
+    Aftermath aftermath;
+    {
+        const std::lock_guard lock(mMutex);
+        const User* const user = find(id.instanceId);
+        if (*generation != generationOf(user)) {
+            return {};
         }
-        evictUntilWithinBudget(evicted);
+        if (count == 0 || (user && user->nodes.contains(id.octreeNodeId))) {
+            return {.resident = true};
+        }
+        if (isRefused(id, priority, count)) {
+            return {};
+        }
+        admit(std::move(node), aftermath);
+        if (!aftermath.evicted.empty()) {
+            collectNews(room(), id.instanceId, aftermath);
+        }
     }
-    const bool stayed =
-        std::none_of(evicted.begin(), evicted.end(), [&](const auto& e) { return e->id == id; });
-    return {.resident = stayed, .changed = true};
+    aftermath.tell();
+    return {.resident = true, .changed = true};
+}
+
+// By the limit of the node's own point cloud, or because evicting all that is less important would not make
+// enough room. What is as important stays, so that walks come to rest.
+bool NodePrioritizer::isRefused(const NodeId& id, const NodePriority& priority, std::size_t pointCount) {
+    User* const user = find(id.instanceId);
+    if (user && user->nodes.size() >= Buffer::maxNodes) {
+        const PrioritizedNode* const leaf = user->nodes.leastImportantLeaf(id.octreeNodeId);
+        if (!leaf || !(leaf->priority < priority)) {
+            return true;
+        }
+    }
+    std::size_t lacking = pointCount - (std::min)(pointCount, room());
+    for (auto other = mUsers.begin(); lacking > 0 && other != mUsers.end(); ++other) {
+        lacking -= other->second.nodes.pointsBelow(priority, lacking);
+    }
+    if (lacking > 0 && user) {
+        user->lacksNodes = true;
+    }
+    return lacking > 0;
+}
+
+void NodePrioritizer::admit(ResidentNodes::Node node, Aftermath& aftermath) {
+    User& user = mUsers[node->id.instanceId];
+    if (user.nodes.size() >= Buffer::maxNodes) {
+        evict(user, *user.nodes.leastImportantLeaf(node->id.octreeNodeId), aftermath);
+    }
+    evictUntilThereIsRoomFor(node->pointCount, aftermath);
+    const std::size_t count = node->pointCount;
+    user.nodes.add(std::move(node));
+    mTotalUsedPointCount += count;
+    user.changed = true;
 }
 
 std::uint64_t NodePrioritizer::generation(std::size_t instanceId) const {
     const std::lock_guard lock(mMutex);
+    return generationOf(find(instanceId));
+}
+
+NodePrioritizer::User* NodePrioritizer::find(std::size_t instanceId) {
     const auto user = mUsers.find(instanceId);
-    return user == mUsers.end() ? 0 : user->second.generation;
+    return user == mUsers.end() ? nullptr : &user->second;
 }
 
-bool NodePrioritizer::isStale(std::size_t instanceId, std::uint64_t generation) const {
+const NodePrioritizer::User* NodePrioritizer::find(std::size_t instanceId) const {
     const auto user = mUsers.find(instanceId);
-    return generation != (user == mUsers.end() ? 0 : user->second.generation);
+    return user == mUsers.end() ? nullptr : &user->second;
 }
 
-void NodePrioritizer::ensureHeap() {
-    if (!mIsHeap) {
-        std::make_heap(mEntries.begin(), mEntries.end(), moreImportant);
-        mIsHeap = true;
+std::size_t NodePrioritizer::room() const {
+    return mTotalMaxPointCount - (std::min)(mTotalUsedPointCount, mTotalMaxPointCount);
+}
+
+NodePrioritizer::User* NodePrioritizer::ownerOfLeastImportant() {
+    User* owner = nullptr;
+    const PrioritizedNode* least = nullptr;
+    for (auto& [instanceId, user] : mUsers) {
+        const PrioritizedNode* const node = user.nodes.leastImportant();
+        if (node && (!least || node->priority < least->priority)) {
+            owner = &user;
+            least = node;
+        }
+    }
+    return owner;
+}
+
+void NodePrioritizer::evictUntilThereIsRoomFor(std::size_t pointCount, Aftermath& aftermath) {
+    while (mTotalUsedPointCount + pointCount > mTotalMaxPointCount) {
+        User& owner = *ownerOfLeastImportant();
+        evict(owner, *owner.nodes.leastImportant(), aftermath);
     }
 }
 
-bool NodePrioritizer::isRefused(const NodePriority& priority) {
-    if (mTotalUsedPointCount < mTotalMaxPointCount || mEntries.empty()) {
-        return false;
-    }
-    ensureHeap();
-    return !(mEntries.front()->priority < priority);
+void NodePrioritizer::evict(User& user, const PrioritizedNode& node, Aftermath& aftermath) {
+    aftermath.evicted.emplace_back();  // First, as it may fail.
+    mTotalUsedPointCount -= node.pointCount;
+    aftermath.evicted.back() = user.nodes.remove(node);
+    user.changed = true;
+    user.lacksNodes = true;
+    user.news.nodesEvicted = !user.knowsOfEviction;
 }
 
-void NodePrioritizer::append(std::unique_ptr<PrioritizedNode> entry) {
-    mTotalUsedPointCount += entry->pointCount();
-    markChanged(entry->id.instanceId);
-    mResident.emplace(entry->id, entry.get());
-    mEntries.push_back(std::move(entry));
-}
-
-void NodePrioritizer::evictUntilWithinBudget(Entries& evicted) {
-    while (mTotalUsedPointCount > mTotalMaxPointCount) {
-        ensureHeap();
-        std::pop_heap(mEntries.begin(), mEntries.end(), moreImportant);
-        std::unique_ptr<PrioritizedNode> least = std::move(mEntries.back());
-        mEntries.pop_back();
-        mTotalUsedPointCount -= least->pointCount();
-        mResident.erase(least->id);
-        markChanged(least->id.instanceId);
-        evicted.push_back(std::move(least));
+void NodePrioritizer::drop(User& user, Aftermath& aftermath) {
+    if (user.nodes.size() > 0) {
+        ResidentNodes& dropped = aftermath.dropped.emplace_back();
+        std::swap(user.nodes, dropped);
+        mTotalUsedPointCount -= dropped.pointCount();
+        user.changed = true;
     }
 }
 
-void NodePrioritizer::removeEntries(std::size_t instanceId, Entries& removed) {
-    const auto kept = std::partition(mEntries.begin(), mEntries.end(),
-                                     [&](const auto& entry) { return entry->id.instanceId != instanceId; });
-    if (kept == mEntries.end()) {
-        return;
+// The user that made the change hears nothing of it.
+void NodePrioritizer::collectNews(std::size_t roomBefore, std::optional<std::size_t> causer,
+                                  Aftermath& aftermath) {
+    const bool hasMoreRoom = room() > roomBefore;
+    aftermath.news.reserve(mUsers.size());
+    for (auto& [instanceId, user] : mUsers) {
+        BudgetNews news = std::exchange(user.news, {});
+        news.budgetFree = hasMoreRoom && user.lacksNodes;
+        if ((news.nodesEvicted || news.budgetFree) && user.listener && instanceId != causer) {
+            aftermath.news.emplace_back(user.listener, news);
+            user.knowsOfEviction = user.knowsOfEviction || news.nodesEvicted;
+            user.lacksNodes = user.lacksNodes && !news.budgetFree;
+        }
     }
-    for (auto entry = kept; entry != mEntries.end(); ++entry) {
-        mTotalUsedPointCount -= (*entry)->pointCount();
-        mResident.erase((*entry)->id);
-        removed.push_back(std::move(*entry));
-    }
-    mEntries.erase(kept, mEntries.end());
-    mIsHeap = false;
-    markChanged(instanceId);
 }
 
 void NodePrioritizer::clear(std::size_t instanceId) {
-    Entries removed;
-    const std::lock_guard lock(mMutex);
-    removeEntries(instanceId, removed);
-    startGeneration(instanceId);
+    Aftermath aftermath;
+    {
+        const std::lock_guard lock(mMutex);
+        const std::size_t roomBefore = room();
+        User& user = mUsers[instanceId];
+        drop(user, aftermath);
+        user.lacksNodes = false;
+        startGeneration(user);
+        collectNews(roomBefore, instanceId, aftermath);
+    }
+    aftermath.tell();
 }
 
 void NodePrioritizer::clear() {
-    Entries removed;
-    const std::lock_guard lock(mMutex);
-    mResident.clear();
-    mEntries.swap(removed);
-    mTotalUsedPointCount = 0;
-    for (const auto& entry : removed) {
-        markChanged(entry->id.instanceId);
+    Aftermath aftermath;
+    {
+        const std::lock_guard lock(mMutex);
+        const std::size_t roomBefore = room();
+        for (auto& [instanceId, user] : mUsers) {
+            const bool hadNodes = user.nodes.size() > 0;
+            drop(user, aftermath);
+            startGeneration(user);
+            user.lacksNodes = user.lacksNodes || hadNodes;
+            user.news.nodesEvicted = user.news.nodesEvicted || (hadNodes && !user.knowsOfEviction);
+        }
+        collectNews(roomBefore, std::nullopt, aftermath);
     }
-    for (auto& [instanceId, user] : mUsers) {
-        user.generation = ++mLastGeneration;
-    }
+    aftermath.tell();
 }
 
 bool NodePrioritizer::hasUnpublishedChanges(std::size_t instanceId) const {
     const std::lock_guard lock(mMutex);
-    const auto user = mUsers.find(instanceId);
-    return user != mUsers.end() && user->second.changed;
+    const User* const user = find(instanceId);
+    return user && user->changed;
 }
 
 NodePrioritizer::Counts NodePrioritizer::updateBuffers(std::size_t instanceId, bool dropDeepestLevel,
                                                        Core::TripleBuffer<Buffer>& buffers) {
-    std::vector<PublishedNode> stale;
+    std::vector<std::shared_ptr<const NodeVertices>> stale;
     const std::lock_guard lock(mMutex);
-    collectDrawn(instanceId, dropDeepestLevel);
+    User& user = mUsers[instanceId];
     Buffer& buffer = buffers.writeSlot();
-    updateVertexBuffer(buffer);
-    updateOctreeTextureData(buffer);
+    user.nodes.publish(dropDeepestLevel, buffer);
     const Counts counts{buffer.nodes.size(), buffer.pointCount};
     buffers.swapWrite();
+    user.changed = false;
+    user.knowsOfEviction = false;
     // What an earlier publication left in the slot that comes back must not outlive its nodes.
-    stale.swap(buffers.writeSlot().nodes);
-    mDrawn.clear();
-    mUsers[instanceId].changed = false;
-    return counts;
-}
-
-void NodePrioritizer::collectDrawn(std::size_t instanceId, bool dropDeepestLevel) {
-    std::array<std::size_t, Octree::OctreeNodeId::MAX_REPRESENTABLE_LEVEL + 1> nodesOfLevel{};
-    mDrawn.clear();
-    for (const auto& entry : mEntries) {
-        if (entry->id.instanceId == instanceId && !entry->priority.isDiscarded()) {
-            mDrawn.push_back(entry.get());
-            ++nodesOfLevel[entry->id.octreeNodeId.level()];
-            if (mDrawn.size() == Buffer::maxNodes) {
-                break;
-            }
+    for (PublishedNode& node : buffers.writeSlot().nodes) {
+        if (node.vertices) {
+            stale.push_back(std::move(node.vertices));
         }
     }
-    if (dropDeepestLevel) {
-        const auto gap = std::find(nodesOfLevel.begin(), nodesOfLevel.end(), std::size_t{0});
-        const auto levelCount = static_cast<std::size_t>(gap - nodesOfLevel.begin());
-        const std::size_t kept = levelCount > 0 ? levelCount - 1 : 0;
-        std::erase_if(mDrawn, [&](const auto* entry) { return entry->id.octreeNodeId.level() >= kept; });
-    }
-    std::sort(mDrawn.begin(), mDrawn.end(),
-              [](const auto* a, const auto* b) { return a->id.octreeNodeId < b->id.octreeNodeId; });
-}
-
-void NodePrioritizer::updateOctreeTextureData(Buffer& buffer) const {
-    buffer.buildNodeTable();
-}
-
-void NodePrioritizer::updateVertexBuffer(Buffer& buffer) const {
-    buffer.nodes.clear();
-    buffer.nodes.reserve(mDrawn.size());
-    buffer.pointCount = 0;
-    for (const PrioritizedNode* entry : mDrawn) {
-        buffer.nodes.push_back({.id = entry->id.octreeNodeId,
-                                .cube = entry->cube,
-                                .pointCount = entry->pointCount(),
-                                .serial = entry->vertices->serial,
-                                .vertices = entry->vertices});
-        buffer.pointCount += entry->pointCount();
-    }
+    buffers.writeSlot().nodes.clear();
+    return counts;
 }
 
 std::vector<std::shared_ptr<const NodeVertices>> NodePrioritizer::residentVertices(
     std::size_t instanceId) const {
     const std::lock_guard lock(mMutex);
-    std::vector<std::shared_ptr<const NodeVertices>> result;
-    for (const auto& entry : mEntries) {
-        if (entry->id.instanceId == instanceId) {
-            result.push_back(entry->vertices);
-        }
-    }
-    return result;
+    const User* const user = find(instanceId);
+    return user ? user->nodes.vertices() : std::vector<std::shared_ptr<const NodeVertices>>();
 }
 
 }  // namespace Render

@@ -2,10 +2,12 @@
 
 #include <core/TripleBuffer.h>
 #include <math/NBoundingBox.h>
+#include <render/pointcloud/BudgetListener.h>
 #include <render/pointcloud/NodeId.h>
 #include <render/pointcloud/NodePriority.h>
 #include <render/pointcloud/NodeVertexSource.h>
 #include <render/pointcloud/PublishedNodes.h>
+#include <render/pointcloud/ResidentNodes.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -21,15 +23,23 @@ namespace Render {
 /// Keeps the nodes that are worth drawing, of all point clouds of one renderer, under a common budget in
 /// points.
 ///
-/// A node is offered with its priority. While the budget is not used up it becomes resident; after that it
-/// has to be more important than the least important resident node, which makes room for it. Without eviction
-/// the sum of points stays strictly below the budget; eviction stops as soon as the sum is at or below it.
+/// A node is offered with its priority. While the budget is not used up it becomes resident; after that, less
+/// important resident nodes make room for it, the least important first, or it is refused and evicts nothing.
+/// Eviction stops as soon as the sum of points is at or below the budget.
+///
+/// A publication holds 4096 nodes, so no point cloud has more than that resident: beyond, a new node takes
+/// the place of the least important one of the same cloud that has no children there, or is refused.
 ///
 /// The point clouds that share a prioritizer register with their own budgets; the smallest of these holds.
-/// Nodes of one point cloud are told from those of others by its instance id.
+/// Nodes of one point cloud are told from those of others by its instance id. A user that registers with a
+/// callback hears, until it publishes, when its nodes were evicted by others' offers or by a smaller budget;
+/// and, when it was refused a node or lost one since its last walk began, when a clear, a user that leaves or
+/// a larger budget makes room. Offers make no such news of room, so point clouds that walk whenever they hear
+/// of room come to rest.
 ///
-/// Every member may be called from any thread. Vertices are fetched, and evicted ones destroyed, outside the
-/// lock.
+/// Every member may be called from any thread. Vertices are fetched, evicted ones destroyed, and callbacks
+/// called outside the lock. Callbacks run on the thread that made the change, perhaps several at once, and
+/// may call every member.
 class NodePrioritizer {
 public:
     using Buffer = PublishedNodes;
@@ -52,8 +62,13 @@ public:
     /// The prioritizer of a renderer, made with the given budget by the first who asks.
     static std::shared_ptr<NodePrioritizer> shared(std::size_t rendererId, std::size_t budget);
 
-    /// The budget becomes the smallest of all users. A user that leaves takes its nodes along.
-    void addUser(std::size_t instanceId, std::size_t budget);
+    /// The budget becomes the smallest of all users.
+    void addUser(std::size_t instanceId, std::size_t budget, BudgetListener::Callback onNews = nullptr);
+    /// Does nothing for one that is not registered.
+    void setUserBudget(std::size_t instanceId, std::size_t budget);
+    /// The user takes its nodes along. Its callback is not called any more after this: waits for calls under
+    /// way on other threads, so the caller holds no lock that the callback takes, and no two callbacks remove
+    /// each other's users.
     void removeUser(std::size_t instanceId);
 
     /// Evicts the least important nodes at once when they no longer fit.
@@ -66,15 +81,20 @@ public:
     /// the offer is refused when clear() has been called for this point cloud since that generation was asked
     /// for; a clear() during the fetch refuses it in any case. A stop is quiet; other failures to fetch throw
     /// std::runtime_error "Error loading point data" with the cause nested inside.
+    ///
+    /// With knownPointCount, a node that would not fit even in place of all that is less important is not
+    /// fetched. A number that is too large, as of a node with hidden points, may keep out a node that would
+    /// have fitted; fewer points of the budget than that number then stay unused.
     OfferResult offer(const NodeId& id, const Math::NBoundingBox<float, 3>& cube,
                       const NodePriority& priority, NodeVertexSource& source, std::stop_token stop,
-                      std::optional<std::uint64_t> generation = std::nullopt);
+                      std::optional<std::uint64_t> generation = std::nullopt,
+                      std::optional<std::size_t> knownPointCount = std::nullopt);
 
     /// Changes with every clear() of the point cloud.
     std::uint64_t generation(std::size_t instanceId) const;
 
-    /// Gives each resident node of the point cloud the priority `rate(Octree::OctreeNodeId, cube)`; runs
-    /// under the lock and ends early when `stop` is signalled.
+    /// Begins a walk: gives each resident node of the point cloud the priority `rate(Octree::OctreeNodeId,
+    /// cube)`; runs under the lock and ends early when `stop` is signalled.
     template <class Rate>
     void rerate(std::size_t instanceId, std::stop_token stop, Rate&& rate);
 
@@ -85,72 +105,54 @@ public:
     /// True when the nodes to draw may differ from the last publication, whoever caused it.
     bool hasUnpublishedChanges(std::size_t instanceId) const;
 
-    /// Publishes the point cloud's resident nodes except discarded ones, 4096 at most, and returns how many
-    /// there are. With dropDeepestLevel only those above the last of the consecutive levels that begin at the
-    /// root.
+    /// Publishes the point cloud's resident nodes except discarded ones and returns how many there are. With
+    /// dropDeepestLevel only those above the last of the consecutive levels that begin at the root.
     Counts updateBuffers(std::size_t instanceId, bool dropDeepestLevel, Core::TripleBuffer<Buffer>& buffers);
 
     /// The vertices of all resident nodes of one point cloud.
     std::vector<std::shared_ptr<const NodeVertices>> residentVertices(std::size_t instanceId) const;
 
 private:
-    struct PrioritizedNode {
-        NodeId id;
-        NodePriority priority;
-        Math::NBoundingBox<float, 3> cube;
-        std::shared_ptr<const NodeVertices> vertices;
-
-        std::size_t pointCount() const { return vertices->vertices.size(); }
-    };
-    using Entries = std::vector<std::unique_ptr<PrioritizedNode>>;
-
     struct User {
         std::optional<std::size_t> budget;  ///< None while it is not registered.
         std::uint64_t generation = 0;       ///< Never used twice.
         bool changed = false;               ///< Since its last publication.
+        bool lacksNodes = false;            ///< Refused or evicted since its last walk began or clear().
+        bool knowsOfEviction = false;       ///< Was told since its last publication.
+        BudgetNews news;                    ///< To be told.
+        std::shared_ptr<BudgetListener> listener;
+        ResidentNodes nodes;
     };
+    struct Aftermath;
 
     // All of these expect the lock to be held.
-    void ensureHeap();
-    bool isRefused(const NodePriority& priority);
-    bool isStale(std::size_t instanceId, std::uint64_t generation) const;
-    void append(std::unique_ptr<PrioritizedNode> entry);  ///< The caller sees to the heap.
-    void evictUntilWithinBudget(Entries& evicted);
-    void removeEntries(std::size_t instanceId, Entries& removed);
-    void markChanged(std::size_t instanceId) { mUsers[instanceId].changed = true; }
-    void applyBudgets(Entries& evicted);
-    void startGeneration(std::size_t instanceId) { mUsers[instanceId].generation = ++mLastGeneration; }
-    void collectDrawn(std::size_t instanceId, bool dropDeepestLevel);
-    void updateOctreeTextureData(Buffer& buffer) const;
-    void updateVertexBuffer(Buffer& buffer) const;
+    User* find(std::size_t instanceId);
+    const User* find(std::size_t instanceId) const;
+    std::uint64_t generationOf(const User* user) const { return user ? user->generation : 0; }
+    std::size_t room() const;
+    User* ownerOfLeastImportant();
+    bool isRefused(const NodeId& id, const NodePriority& priority, std::size_t pointCount);
+    void admit(ResidentNodes::Node node, Aftermath& aftermath);
+    void evict(User& user, const PrioritizedNode& node, Aftermath& aftermath);
+    void evictUntilThereIsRoomFor(std::size_t pointCount, Aftermath& aftermath);
+    void drop(User& user, Aftermath& aftermath);
+    void applyBudgets(Aftermath& aftermath);
+    void collectNews(std::size_t roomBefore, std::optional<std::size_t> causer, Aftermath& aftermath);
+    void startGeneration(User& user) { user.generation = ++mLastGeneration; }
 
     mutable std::mutex mMutex;  ///< Guards all below.
-    Entries mEntries;
-    bool mIsHeap = false;  ///< The least important entry is the first.
-    std::unordered_map<NodeId, PrioritizedNode*> mResident{8};
     std::size_t mTotalUsedPointCount = 0;
     std::size_t mTotalMaxPointCount;
-    std::unordered_map<std::size_t, User> mUsers;  ///< By instance id.
+    std::unordered_map<std::size_t, User> mUsers;  ///< By instance id, registered or not.
     std::uint64_t mLastGeneration = 0;
-    std::vector<const PrioritizedNode*> mDrawn;  ///< Scratch space of a publication.
 };
 
 template <class Rate>
 void NodePrioritizer::rerate(std::size_t instanceId, std::stop_token stop, Rate&& rate) {
     const std::lock_guard lock(mMutex);
-    mIsHeap = false;
-    for (const auto& entry : mEntries) {
-        if (stop.stop_requested()) {
-            return;
-        }
-        if (entry->id.instanceId != instanceId) {
-            continue;
-        }
-        const bool wasDiscarded = entry->priority.isDiscarded();
-        entry->priority = rate(entry->id.octreeNodeId, entry->cube);
-        if (entry->priority.isDiscarded() != wasDiscarded) {
-            markChanged(instanceId);
-        }
+    if (User* const user = find(instanceId)) {
+        user->lacksNodes = false;
+        user->changed = user->nodes.rerate(stop, rate) || user->changed;
     }
 }
 

@@ -1,47 +1,152 @@
 #include <render/pointcloud/PointPool.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace Render {
 
-void PointPool::update(const std::vector<PublishedNode>& nodes) {
-    ++mUpdateCount;
+void PointPool::update(const std::vector<PublishedNode>& nodes, std::size_t maxUploadPoints) {
     mUploads.clear();
-    mRanges.assign(nodes.size(), Range{});
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        const auto placed = mPlaced.find(nodes[i].id);
-        if (placed != mPlaced.end() && placed->second.serial == nodes[i].serial) {
-            placed->second.update = mUpdateCount;
-            mRanges[i] = placed->second.range;
-        } else if (nodes[i].pointCount > 0) {
-            mUploads.push_back(i);
-        }
-    }
-    std::erase_if(mPlaced, [this](const auto& entry) {
-        const Placed& placed = entry.second;
-        if (placed.update == mUpdateCount) {
-            return false;
-        }
-        release(placed.range, placed.count);
-        return true;
-    });
-    for (const std::size_t i : mUploads) {
-        mRanges[i] = allocate(nodes[i].pointCount);
-        mPlaced[nodes[i].id] = {mRanges[i], nodes[i].pointCount, nodes[i].serial, mUpdateCount};
+    mPending.clear();
+    mHasMovesLeft = false;
+    keepPlaces(nodes);
+    placeNew(nodes, maxUploadPoints);
+    if (mPending.empty()) {
+        moveOutOfSparsePages(nodes, maxUploadPoints);
     }
     // Only now, so that what was freed could be used by what is new.
     for (Page& page : mPages) {
-        if (page.capacity > 0 && !page.gaps.empty() && page.gaps.begin()->second == page.capacity) {
+        if (page.used == 0) {
             page = Page();
         }
+    }
+    mRanges.clear();
+    for (const Placed& placed : mPlaced) {
+        mRanges.push_back(placed.range);
     }
 }
 
 void PointPool::clear() {
+    mPointCount = 0;
     mPages.clear();
     mPlaced.clear();
     mRanges.clear();
     mUploads.clear();
+    mPending.clear();
+    mHasMovesLeft = false;
+}
+
+// Both lists are in order, so one sweep over each finds what stays.
+void PointPool::keepPlaces(const std::vector<PublishedNode>& nodes) {
+    std::vector<Placed> kept;
+    kept.reserve(nodes.size());
+    auto old = mPlaced.begin();
+    for (const PublishedNode& node : nodes) {
+        for (; old != mPlaced.end() && old->id < node.id; ++old) {
+            release(*old);
+        }
+        kept.push_back({.id = node.id, .serial = node.serial, .range = {}, .count = 0});
+        if (old != mPlaced.end() && old->id == node.id) {
+            if (old->serial == node.serial) {
+                kept.back() = *old;
+            } else {
+                release(*old);
+            }
+            ++old;
+        }
+    }
+    for (; old != mPlaced.end(); ++old) {
+        release(*old);
+    }
+    mPlaced.swap(kept);
+    mPointCount = 0;
+    for (const Page& page : mPages) {
+        mPointCount += page.used;
+    }
+}
+
+void PointPool::placeNew(const std::vector<PublishedNode>& nodes, std::size_t maxPoints) {
+    std::size_t points = 0;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if (nodes[i].pointCount == 0 || mPlaced[i].count > 0) {
+            continue;
+        }
+        if (mPending.empty() && (mUploads.empty() || points + nodes[i].pointCount <= maxPoints)) {
+            mUploads.push_back(i);
+            points += nodes[i].pointCount;
+        } else {
+            mPending.push_back(i);
+        }
+    }
+    mPointCount += points;
+    for (const std::size_t i : mUploads) {
+        mPlaced[i].count = nodes[i].pointCount;
+        mPlaced[i].range = allocate(nodes[i].pointCount);
+    }
+}
+
+void PointPool::moveOutOfSparsePages(const std::vector<PublishedNode>& nodes, std::size_t maxPoints) {
+    const auto newCount = static_cast<std::ptrdiff_t>(mUploads.size());
+    std::size_t points = 0;
+    for (const std::size_t i : mUploads) {
+        points += nodes[i].pointCount;
+    }
+    maxPoints = (std::min)(maxPoints, points + mPointsPerPage / 4);
+    while (isSparse()) {
+        const std::size_t source = sparsestPage();
+        if (source == mPages.size()) {
+            return;
+        }
+        for (std::size_t i = 0; i < mPlaced.size(); ++i) {
+            Placed& placed = mPlaced[i];
+            if (placed.count == 0 || placed.range.page != source || !nodes[i].vertices) {
+                continue;
+            }
+            const bool isNew = std::binary_search(mUploads.begin(), mUploads.begin() + newCount, i);
+            if (isNew || (!mUploads.empty() && points + placed.count > maxPoints)) {
+                mHasMovesLeft = true;
+                continue;
+            }
+            const Range target = allocateForMove(placed.count);
+            release(placed);
+            placed.range = target;
+            mUploads.push_back(i);
+            points += placed.count;
+        }
+        if (mPages[source].used > 0) {
+            return;
+        }
+    }
+}
+
+bool PointPool::isSparse() const {
+    std::size_t capacity = 0;
+    for (const Page& page : mPages) {
+        capacity += page.used > 0 ? page.capacity : 0;
+    }
+    return capacity > 2 * mPointCount;
+}
+
+// Not those that moved nodes go to: each move then takes a node to where it stays.
+bool PointPool::mayBeEmptied(const Page& page) const {
+    return page.used > 0 && (page.hasLostNodes || page.capacity > 2 * mPointCount);
+}
+
+std::size_t PointPool::sparsestPage() const {
+    std::size_t sparsest = mPages.size();
+    double least = 1.0;
+    for (std::size_t i = 0; i < mPages.size(); ++i) {
+        const Page& page = mPages[i];
+        if (!mayBeEmptied(page)) {
+            continue;
+        }
+        const double share = static_cast<double>(page.used) / static_cast<double>(page.capacity);
+        if (share < least) {
+            sparsest = i;
+            least = share;
+        }
+    }
+    return sparsest;
 }
 
 PointPool::Range PointPool::allocate(std::size_t count) {
@@ -51,14 +156,33 @@ PointPool::Range PointPool::allocate(std::size_t count) {
             return range;
         }
     }
+    // A pool with few points gets small pages.
+    return addPage(count, (std::min)(mPointsPerPage, mPointCount));
+}
+
+PointPool::Range PointPool::allocateForMove(std::size_t count) {
+    Range range;
+    std::size_t toMove = 0;
+    for (range.page = 0; range.page < mPages.size(); ++range.page) {
+        if (mayBeEmptied(mPages[range.page])) {
+            toMove += mPages[range.page].used;
+        } else if (mPages[range.page].used > 0 && takeGap(mPages[range.page], count, range.first)) {
+            return range;
+        }
+    }
+    return addPage(count, (std::min)(mPointsPerPage, toMove));
+}
+
+PointPool::Range PointPool::addPage(std::size_t count, std::size_t capacity) {
     const auto unused =
         std::find_if(mPages.begin(), mPages.end(), [](const Page& page) { return page.capacity == 0; });
+    Range range;
     range.page = static_cast<std::size_t>(unused - mPages.begin());
     if (unused == mPages.end()) {
         mPages.emplace_back();
     }
     Page& page = mPages[range.page];
-    page.capacity = (std::max)(mPointsPerPage, count);
+    page.capacity = (std::max)(capacity, count);
     page.gaps.emplace(0, page.capacity);
     takeGap(page, count, range.first);
     return range;
@@ -76,22 +200,28 @@ bool PointPool::takeGap(Page& page, std::size_t count, std::size_t& first) {
     if (rest > 0) {
         page.gaps.emplace(first + count, rest);
     }
+    page.used += count;
     return true;
 }
 
-void PointPool::release(const Range& range, std::size_t count) {
-    auto& gaps = mPages[range.page].gaps;
-    auto gap = gaps.emplace(range.first, count).first;
-    const auto next = std::next(gap);
-    if (next != gaps.end() && gap->first + gap->second == next->first) {
-        gap->second += next->second;
-        gaps.erase(next);
+void PointPool::release(const Placed& placed) {
+    if (placed.count == 0) {
+        return;
     }
-    if (gap != gaps.begin()) {
+    Page& page = mPages[placed.range.page];
+    page.used -= placed.count;
+    page.hasLostNodes = page.used > 0;
+    auto gap = page.gaps.emplace(placed.range.first, placed.count).first;
+    const auto next = std::next(gap);
+    if (next != page.gaps.end() && gap->first + gap->second == next->first) {
+        gap->second += next->second;
+        page.gaps.erase(next);
+    }
+    if (gap != page.gaps.begin()) {
         const auto previous = std::prev(gap);
         if (previous->first + previous->second == gap->first) {
             previous->second += gap->second;
-            gaps.erase(gap);
+            page.gaps.erase(gap);
         }
     }
 }

@@ -5,8 +5,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <map>
-#include <unordered_map>
 #include <vector>
 
 namespace Render {
@@ -17,9 +17,13 @@ namespace Render {
 ///
 /// A node keeps its place as long as it is published with the same vertices. New nodes go into the first gap
 /// that is large enough; a node larger than a page gets one of its own; a page without nodes is given up at
-/// once.
+/// once. While the pages hold more than twice the points that are in them, each update moves some nodes out
+/// of the pages with the most gaps. Such a node is one of the uploads. It needs its vertices for that and
+/// stays where it is without them.
 class PointPool {
 public:
+    static constexpr std::size_t noLimit = (std::numeric_limits<std::size_t>::max)();
+
     struct Range {
         std::size_t page = 0;
         std::size_t first = 0;  ///< Point within the page.
@@ -27,14 +31,20 @@ public:
 
     explicit PointPool(std::size_t pointsPerPage) : mPointsPerPage(pointsPerPage) {}
 
-    /// Makes room for these nodes and drops all others.
-    void update(const std::vector<PublishedNode>& nodes);
+    /// Makes room for these nodes, which are in the order of a publication, and drops all others. The uploads
+    /// have at most maxUploadPoints points, if more than one node, and are the first ones that are missing;
+    /// call it again with the same nodes for the next ones.
+    void update(const std::vector<PublishedNode>& nodes, std::size_t maxUploadPoints = noLimit);
     void clear();
 
-    /// The place of each node of the last update; meaningless for a node without points.
+    /// The place of each node of the last update; meaningless for a node without points and a pending one.
     const std::vector<Range>& ranges() const { return mRanges; }
-    /// Indices of the nodes of the last update whose points are not in their place yet.
+    /// Indices of the nodes of the last update whose points are to be sent to their places now.
     const std::vector<std::size_t>& uploads() const { return mUploads; }
+    /// Indices of the nodes of the last update that have no place yet, for want of upload points.
+    const std::vector<std::size_t>& pending() const { return mPending; }
+    /// Whether another update with the same nodes would have nothing to upload.
+    bool isSettled() const { return mPending.empty() && !mHasMovesLeft; }
 
     /// Pages are numbered from 0; those given up stay in the count until their number is used again.
     std::size_t pageCount() const { return mPages.size(); }
@@ -44,25 +54,37 @@ public:
 private:
     struct Page {
         std::size_t capacity = 0;
+        std::size_t used = 0;
+        bool hasLostNodes = false;                ///< Since it was made.
         std::map<std::size_t, std::size_t> gaps;  ///< First point to count; never side by side.
     };
     struct Placed {
-        Range range;
-        std::size_t count = 0;
+        Octree::OctreeNodeId id;
         std::uint64_t serial = 0;
-        std::uint64_t update = 0;  ///< The last one that had this node.
+        Range range;
+        std::size_t count = 0;  ///< 0 while it has no place.
     };
 
+    void keepPlaces(const std::vector<PublishedNode>& nodes);
+    void placeNew(const std::vector<PublishedNode>& nodes, std::size_t maxPoints);
+    void moveOutOfSparsePages(const std::vector<PublishedNode>& nodes, std::size_t maxPoints);
+    bool isSparse() const;
+    bool mayBeEmptied(const Page& page) const;
+    std::size_t sparsestPage() const;
     Range allocate(std::size_t count);
+    Range allocateForMove(std::size_t count);
+    Range addPage(std::size_t count, std::size_t capacity);
     static bool takeGap(Page& page, std::size_t count, std::size_t& first);
-    void release(const Range& range, std::size_t count);
+    void release(const Placed& placed);
 
     std::size_t mPointsPerPage;
-    std::uint64_t mUpdateCount = 0;
+    std::size_t mPointCount = 0;  ///< In all pages.
     std::vector<Page> mPages;
-    std::unordered_map<Octree::OctreeNodeId, Placed> mPlaced;
+    std::vector<Placed> mPlaced;  ///< Of the nodes of the last update.
     std::vector<Range> mRanges;
     std::vector<std::size_t> mUploads;
+    std::vector<std::size_t> mPending;
+    bool mHasMovesLeft = false;
 };
 
 }  // namespace Render

@@ -1,5 +1,6 @@
 set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     BrightnessAndContrast.cpp
+    BudgetListener.cpp
     LocationPalette.cpp
     MeshDistances.cpp
     ModelMesh.cpp
@@ -13,6 +14,7 @@ set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     PointCloudStreamerSettings.cpp
     PointPool.cpp
     PublishedNodes.cpp
+    ResidentNodes.cpp
     WalkParameters.cpp
     filters/BoxFilter.cpp
     filters/CombinedFilters.cpp
@@ -22,6 +24,7 @@ set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     filters/SphereFilter.cpp)
 set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     BrightnessAndContrast.h
+    BudgetListener.h
     IFilter.h
     LocationPalette.h
     MeshDistances.h
@@ -38,6 +41,7 @@ set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     PointPool.h
     PublishedNodes.h
     QueryPoint.h
+    ResidentNodes.h
     WalkParameters.h
     filters/BoxFilter.h
     filters/CombinedFilter.h

@@ -2,9 +2,15 @@
 #include <gtest/gtest.h>
 #include <render/pointcloud/BrightnessAndContrast.h>
 #include <render/pointcloud/NodePrioritizer.h>
+#include <tests/support/FailingAllocation.h>
 
+#include <algorithm>
+#include <cmath>
+#include <ctime>
 #include <functional>
+#include <iterator>
 #include <map>
+#include <random>
 #include <set>
 #include <stdexcept>
 
@@ -240,15 +246,221 @@ TEST_F(NodePrioritizerTest, TheDeepestOfTheConsecutiveLevelsCanBeLeftOut) {
     EXPECT_TRUE(published(5, true).empty());
 }
 
-TEST_F(NodePrioritizerTest, APublicationHoldsAtMost4096Nodes) {
+// A random tree, walked from the root as a point cloud is: the most important node first, children once their
+// parent is resident. No two nodes are as important.
+class RankedTree {
+public:
+    void grow(std::size_t nodes, std::mt19937& random) {
+        std::vector<OctreeNodeId> ids{OctreeNodeId()};
+        points[ids[0]] = 1 + random() % 150;
+        while (ids.size() < nodes) {
+            const OctreeNodeId id = ids[random() % ids.size()].child(random() % 8);
+            if (id.level() < 9 && points.emplace(id, 1 + random() % 150).second) {
+                ids.push_back(id);
+            }
+        }
+    }
+
+    // A new view. Children are less important than their parents unless `anyOrder`.
+    void rank(std::mt19937& random, bool anyOrder = false) {
+        std::vector<OctreeNodeId> open{OctreeNodeId()};
+        if (anyOrder) {
+            open.clear();
+            std::transform(points.begin(), points.end(), std::back_inserter(open),
+                           [](const auto& node) { return node.first; });
+        }
+        for (int rank = static_cast<int>(points.size()); !open.empty(); --rank) {
+            std::swap(open[random() % open.size()], open.back());
+            const OctreeNodeId id = open.back();
+            open.pop_back();
+            ranks[id] = rank;
+            for (std::size_t i = 0; i < 8 && !anyOrder; ++i) {
+                if (points.contains(id.child(i))) {
+                    open.push_back(id.child(i));
+                }
+            }
+        }
+        ranks[OctreeNodeId()] = static_cast<int>(points.size()) + 1;
+    }
+
+    NodePriority priority(OctreeNodeId id) const {
+        const float half = 1.0f / std::sqrt(3.0f);
+        return NodePriority::perspective({{-half, -half, -half}, {half, half, half}}, {}, {}, {1, 0, 0},
+                                         static_cast<float>(ranks.at(id)), Render::Viewport(2, 2),
+                                         3.14159265f / 2.0f, 0.0f);
+    }
+
+    template <class Offer>
+    void walk(Offer&& offer) const {
+        std::set<std::pair<int, OctreeNodeId>> open{{ranks.at(OctreeNodeId()), OctreeNodeId()}};
+        while (!open.empty()) {
+            const OctreeNodeId id = std::prev(open.end())->second;
+            open.erase(std::prev(open.end()));
+            const bool isResident = offer(id);
+            for (std::size_t i = 0; isResident && i < 8; ++i) {
+                if (points.contains(id.child(i))) {
+                    open.emplace(ranks.at(id.child(i)), id.child(i));
+                }
+            }
+        }
+    }
+
+    std::map<OctreeNodeId, std::size_t> points;
+    std::map<OctreeNodeId, int> ranks;
+};
+
+// Admission and eviction in their plainest form.
+class PlainModel {
+public:
+    PlainModel(const RankedTree& tree, std::size_t budget) : mTree(tree), mBudget(budget) {}
+
+    bool offer(OctreeNodeId id) {
+        if (!resident.contains(id)) {
+            resident.insert(id);
+            mUsed += mTree.points.at(id);
+            while (mUsed > mBudget) {
+                const auto least = std::min_element(resident.begin(), resident.end(), [&](auto a, auto b) {
+                    return mTree.ranks.at(a) < mTree.ranks.at(b);
+                });
+                mUsed -= mTree.points.at(*least);
+                resident.erase(least);
+            }
+        }
+        return resident.contains(id);
+    }
+
+    std::set<OctreeNodeId> resident;
+
+private:
+    const RankedTree& mTree;
+    std::size_t mBudget;
+    std::size_t mUsed = 0;
+};
+
+class NodePrioritizerWalkTest : public NodePrioritizerTest {
+protected:
+    // Returns whether the walk changed anything.
+    bool walk(bool tellsPointCounts) {
+        bool changed = false;
+        prioritizer.rerate(0, {}, [&](OctreeNodeId id, const auto&) { return tree.priority(id); });
+        tree.walk([&](OctreeNodeId id) {
+            const auto result = prioritizer.offer(
+                {0, id}, {}, tree.priority(id), source, {}, std::nullopt,
+                tellsPointCounts ? std::optional<std::size_t>(tree.points.at(id)) : std::nullopt);
+            changed = changed || result.changed;
+            return result.resident;
+        });
+        return changed;
+    }
+
+    std::set<OctreeNodeId> publishedIds() {
+        published();
+        std::set<OctreeNodeId> ids;
+        for (const Render::PublishedNode& node : buffers.readSlot().nodes) {
+            ids.insert(node.id);
+        }
+        return ids;
+    }
+
+    std::mt19937 random{17};
+    RankedTree tree;
+};
+
+TEST_F(NodePrioritizerWalkTest, KnownPointCountsSaveFetchesAndLeaveTheSameNodes) {
+    tree.grow(400, random);
+    source.sizes = tree.points;
+    for (const std::size_t budget : {10u, 500u, 3000u, 9000u, 100000u}) {
+        for (const bool tellsPointCounts : {false, true}) {
+            prioritizer.clear();
+            prioritizer.setTotalMaxPointCount(budget);
+            PlainModel model(tree, budget);
+            for (int view = 0; view < 12; ++view) {
+                tree.rank(random);
+                source.fetches = 0;
+                walk(tellsPointCounts);
+                tree.walk([&](OctreeNodeId id) { return model.offer(id); });
+                const auto resident = publishedIds();
+                ASSERT_EQ(resident, model.resident) << "budget " << budget << ", view " << view;
+                if (tellsPointCounts && view == 0) {
+                    EXPECT_EQ(source.fetches, static_cast<int>(resident.size()));
+                }
+                source.fetches = 0;
+                EXPECT_FALSE(walk(tellsPointCounts));
+                EXPECT_TRUE(source.fetches == 0 || !tellsPointCounts);
+            }
+        }
+    }
+}
+
+TEST_F(NodePrioritizerWalkTest, NoMoreThanAPublicationHoldsBecomeResidentAndNoneWithoutItsParent) {
+    prioritizer.setTotalMaxPointCount(1000000);
+    tree.grow(4600, random);
+    source.size = 1;
+    for (int view = 0; view < 4; ++view) {
+        tree.rank(random, view == 2);
+        walk(view % 2 == 0);
+        const auto resident = publishedIds();
+        ASSERT_EQ(resident.size(), Render::PublishedNodes::maxNodes);
+        EXPECT_EQ(prioritizer.residentNodeCount(), Render::PublishedNodes::maxNodes);
+        for (const OctreeNodeId id : resident) {
+            ASSERT_TRUE(resident.contains(id.parent())) << id.name();
+        }
+        if (view != 2) {
+            for (const OctreeNodeId id : resident) {
+                ASSERT_GT(tree.ranks.at(id), 4600 - 4096) << id.name();
+            }
+        }
+    }
+}
+
+TEST_F(NodePrioritizerTest, AnOfferOfAResidentNodeAllocatesNothing) {
+    offer(root, at(1));
+    const std::size_t before = TestSupport::FailingAllocation::count();
+    EXPECT_TRUE(offer(root, at(1)).resident);
+    EXPECT_EQ(TestSupport::FailingAllocation::count(), before);
+}
+
+TEST_F(NodePrioritizerTest, AnOfferThatRunsOutOfMemoryLeavesNodesAndCountsInStep) {
+    prioritizer.setTotalMaxPointCount(100);
+    long failing = 0;
+    for (bool failed = true; failed; ++failing) {
+        source.sizes[root] = 10;
+        prioritizer.clear();
+        for (std::size_t i = 0; i < 7; ++i) {
+            offer(root.child(i), at(static_cast<float>(i + 2)));
+        }
+        source.sizes[root] = 60;
+        failed = false;
+        TestSupport::FailingAllocation::failAfter(failing);
+        try {
+            offer(root, at(1));
+        } catch (const std::exception&) {
+            failed = true;
+        }
+        TestSupport::FailingAllocation::failAfter(-1);
+        published();
+        EXPECT_EQ(buffers.readSlot().nodes.size(), prioritizer.residentNodeCount());
+        EXPECT_EQ(buffers.readSlot().pointCount, prioritizer.totalUsedPointCount());
+    }
+    EXPECT_GT(failing, 5);
+    EXPECT_TRUE(offer(root, at(1)).resident);
+    EXPECT_LE(prioritizer.totalUsedPointCount(), 100u);
+}
+
+TEST_F(NodePrioritizerTest, ClearingTakesTimeInProportionToTheNodes) {
     prioritizer.setTotalMaxPointCount(1000000);
     source.size = 1;
-    for (std::size_t i = 0; i < 4100; ++i) {
-        offer(root.child(i & 7).child(i >> 3 & 7).child(i >> 6 & 7).child(i >> 9 & 7).child(i >> 12), at(1));
+    for (std::size_t i = 0; i < 20000; ++i) {
+        const OctreeNodeId id = root.child(i & 7).child(i >> 3 & 7).child(i >> 6 & 7).child(i >> 9 & 7);
+        offer(id.child(i >> 12), at(1), i % 5);
     }
-    EXPECT_EQ(prioritizer.residentNodeCount(), 4100u);
-    EXPECT_EQ(published().size(), 4096u);
-    EXPECT_EQ(buffers.readSlot().pointCount, 4096u);
+    const std::clock_t start = std::clock();
+    for (std::uint64_t instance = 0; instance < 5; ++instance) {
+        prioritizer.clear(instance);
+    }
+    // Searching for each takes several times as long, even without a sanitizer.
+    EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 0.05);
+    EXPECT_EQ(prioritizer.residentNodeCount(), 0u);
 }
 
 TEST_F(NodePrioritizerTest, VerticesAreFreedOnceNoPublicationOnItsWayNeedsThem) {

@@ -15,14 +15,29 @@ PublishedNode node(std::size_t child, std::size_t points, std::uint64_t serial) 
     result.id = Octree::OctreeNodeId().child(child & 7).child(child >> 3 & 7).child(child >> 6 & 7);
     result.pointCount = points;
     result.serial = serial;
+    static const auto vertices = std::make_shared<Render::NodeVertices>();
+    result.vertices = vertices;
     return result;
+}
+
+std::size_t capacityOf(const PointPool& pool) {
+    std::size_t capacity = 0;
+    for (std::size_t page = 0; page < pool.pageCount(); ++page) {
+        capacity += pool.pageCapacity(page);
+    }
+    return capacity;
+}
+
+void sort(std::vector<PublishedNode>& nodes) {
+    std::sort(nodes.begin(), nodes.end(), [](const auto& a, const auto& b) { return a.id < b.id; });
 }
 
 // No two nodes overlap and each lies within its page.
 void expectDisjoint(const PointPool& pool, const std::vector<PublishedNode>& nodes) {
     std::vector<std::tuple<std::size_t, std::size_t, std::size_t>> taken;
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if (nodes[i].pointCount > 0) {
+        const auto& pending = pool.pending();
+        if (nodes[i].pointCount > 0 && std::find(pending.begin(), pending.end(), i) == pending.end()) {
             const PointPool::Range& range = pool.ranges()[i];
             taken.emplace_back(range.page, range.first, range.first + nodes[i].pointCount);
             ASSERT_LE(range.first + nodes[i].pointCount, pool.pageCapacity(range.page));
@@ -84,10 +99,9 @@ TEST(PointPoolTest, RandomPublicationsNeverOverlap) {
     for (std::size_t i = 0; i < 200; ++i) {
         all.push_back(node(i, random() % 300, i));
     }
-    std::size_t points = 0;
+    sort(all);
     for (int round = 0; round < 300; ++round) {
         std::vector<PublishedNode> nodes;
-        points = 0;
         for (PublishedNode& each : all) {
             if (random() % 20 == 0) {
                 each.serial += 1000;
@@ -95,17 +109,81 @@ TEST(PointPoolTest, RandomPublicationsNeverOverlap) {
             }
             if (random() % 3 != 0) {
                 nodes.push_back(each);
+            }
+        }
+        pool.update(nodes, round % 2 == 0 ? PointPool::noLimit : 2000);
+        expectDisjoint(pool, nodes);
+    }
+}
+
+TEST(PointPoolTest, PagesOfAPublicationThatShrankAreGivenBackLittleByLittle) {
+    constexpr std::size_t page = 1000;
+    std::mt19937 random(5);
+    PointPool pool(page);
+    std::vector<PublishedNode> all;
+    for (std::size_t i = 0; i < 400; ++i) {
+        all.push_back(node(i, 1 + random() % 100, i));
+    }
+    sort(all);
+    pool.update(all);
+    int furtherUpdates = 0;
+    for (const std::size_t keepsOneOf : {2u, 20u, 3u, 40u, 400u}) {
+        std::vector<PublishedNode> nodes;
+        std::size_t points = 0;
+        for (const PublishedNode& each : all) {
+            if (random() % keepsOneOf == 0) {
+                nodes.push_back(each);
                 points += each.pointCount;
             }
         }
         pool.update(nodes);
-        expectDisjoint(pool, nodes);
+        while (!pool.isSettled()) {
+            ASSERT_LT(++furtherUpdates, 200);
+            pool.update(nodes);
+            std::size_t moved = 0;
+            for (const std::size_t i : pool.uploads()) {
+                moved += nodes[i].pointCount;
+            }
+            EXPECT_LE(moved, page / 4);
+            expectDisjoint(pool, nodes);
+        }
+        EXPECT_LE(capacityOf(pool), 2 * points) << "one of " << keepsOneOf;
+        pool.update(nodes);
+        EXPECT_TRUE(pool.uploads().empty());
     }
-    std::size_t capacity = 0;
-    for (std::size_t page = 0; page < pool.pageCount(); ++page) {
-        capacity += pool.pageCapacity(page);
-    }
-    EXPECT_LT(capacity, 3 * points);
+    EXPECT_GT(furtherUpdates, 3);
+}
+
+TEST(PointPoolTest, NodesWithoutVerticesStayInSparsePages) {
+    PointPool pool(100);
+    std::vector<PublishedNode> nodes{node(0, 90, 1), node(1, 10, 2)};
+    pool.update(nodes);
+    nodes.erase(nodes.begin());
+    nodes[0].vertices.reset();
+    pool.update(nodes);
+    EXPECT_TRUE(pool.uploads().empty());
+    EXPECT_TRUE(pool.isSettled());
+    EXPECT_EQ(pool.ranges()[0].first, 90u);
+}
+
+TEST(PointPoolTest, LimitedUploadsArriveCoarsestFirst) {
+    PointPool pool(100);
+    const std::vector<PublishedNode> nodes{node(0, 30, 1), node(1, 0, 2), node(2, 30, 3), node(3, 50, 4),
+                                           node(4, 5, 5)};
+    pool.update(nodes, 66);
+    EXPECT_EQ(pool.uploads(), (std::vector<std::size_t>{0, 2}));
+    EXPECT_EQ(pool.pending(), (std::vector<std::size_t>{3, 4}));  // The last would fit but is less important.
+    EXPECT_FALSE(pool.isSettled());
+    pool.update(nodes, 10);
+    EXPECT_EQ(pool.uploads(), (std::vector<std::size_t>{3}));  // One always comes through.
+    pool.update(nodes, 10);
+    EXPECT_EQ(pool.uploads(), (std::vector<std::size_t>{4}));
+    EXPECT_TRUE(pool.isSettled());
+    expectDisjoint(pool, nodes);
+    // A pending node that leaves has taken no place.
+    pool.update({node(0, 30, 1), node(5, 500, 6), node(6, 500, 7)}, 100);
+    pool.update({node(0, 30, 1)}, 100);
+    EXPECT_LE(capacityOf(pool), 60u);
 }
 
 }  // namespace
