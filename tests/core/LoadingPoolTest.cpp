@@ -100,13 +100,16 @@ TEST(LoadingPoolTest, AQueueThatGoesDropsStopsAndWaits) {
     std::atomic<bool> ended = false;
     int dropped = 0;
     std::promise<void> begun;
+    const auto pool =
+        std::make_shared<LoadingPool>(1);  // Outlives the queue, so that it does not do the waiting.
     {
-        LoadingQueue queue(std::make_shared<LoadingPool>(1));
+        LoadingQueue queue(pool);
         queue.submit({.run = [&](std::stop_token stop) {
             begun.set_value();
             while (!stop.stop_requested()) {
                 std::this_thread::sleep_for(1ms);
             }
+            std::this_thread::sleep_for(20ms);
             ended = true;
         }});
         begun.get_future().wait();
