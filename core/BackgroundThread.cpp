@@ -3,24 +3,40 @@
 #include <core/ExceptionChain.h>
 #include <core/Log.h>
 
+#include <condition_variable>
 #include <exception>
+#include <mutex>
 #include <utility>
 
 namespace Core {
 
-BackgroundThread::BackgroundThread(std::function<void(std::stop_token)> function)
-    : mFunction(std::move(function)), mThread([this] { work(); }) {}
+/// What the thread needs. It outlives the BackgroundThread that is destroyed by its own function.
+class BackgroundThread::Worker {
+public:
+    explicit Worker(std::function<void(std::stop_token)> function) : mFunction(std::move(function)) {}
 
-BackgroundThread::~BackgroundThread() {
-    signal(mQuit);
-    mThread.join();
-}
+    void work();
+    void restart() { signal(mRunDue); }
+    void quit() { signal(mQuit); }
+    bool isRunning() const;
+    void waitUntilIdle();
 
-void BackgroundThread::restart() {
-    signal(mRunDue);
-}
+private:
+    void signal(bool& flag);  ///< Sets one of the flags below and stops the current run.
+    void runOnce(std::stop_token stop) const;
 
-void BackgroundThread::signal(bool& flag) {
+    const std::function<void(std::stop_token)> mFunction;
+
+    mutable std::mutex mMutex;  ///< Guards all below; held for flag changes only, never during a run.
+    std::condition_variable mWake;
+    std::condition_variable mIdle;
+    std::stop_source mStop{std::nostopstate};  ///< Of the current run.
+    bool mRunDue = true;
+    bool mInRun = false;
+    bool mQuit = false;
+};
+
+void BackgroundThread::Worker::signal(bool& flag) {
     std::unique_lock lock(mMutex);
     flag = true;
     std::stop_source stop = mStop;
@@ -29,17 +45,17 @@ void BackgroundThread::signal(bool& flag) {
     stop.request_stop();  // Runs the function's stop callbacks, hence outside the lock.
 }
 
-bool BackgroundThread::isRunning() const {
+bool BackgroundThread::Worker::isRunning() const {
     const std::lock_guard lock(mMutex);
     return mInRun || mRunDue;
 }
 
-void BackgroundThread::waitUntilIdle() {
+void BackgroundThread::Worker::waitUntilIdle() {
     std::unique_lock lock(mMutex);
     mIdle.wait(lock, [this] { return !mInRun && !mRunDue; });
 }
 
-void BackgroundThread::work() {
+void BackgroundThread::Worker::work() {
     std::unique_lock lock(mMutex);
     for (;;) {
         mWake.wait(lock, [this] { return mRunDue || mQuit; });
@@ -62,7 +78,7 @@ void BackgroundThread::work() {
     }
 }
 
-void BackgroundThread::runOnce(std::stop_token stop) const {
+void BackgroundThread::Worker::runOnce(std::stop_token stop) const {
     try {
         mFunction(std::move(stop));
     } catch (const std::exception& exception) {
@@ -70,6 +86,31 @@ void BackgroundThread::runOnce(std::stop_token stop) const {
     } catch (...) {
         Log::error("A background thread's function failed: unknown exception");
     }
+}
+
+BackgroundThread::BackgroundThread(std::function<void(std::stop_token)> function)
+    : mWorker(std::make_shared<Worker>(std::move(function))),
+      mThread([worker = mWorker] { worker->work(); }) {}
+
+BackgroundThread::~BackgroundThread() {
+    mWorker->quit();
+    if (mThread.get_id() == std::this_thread::get_id()) {
+        mThread.detach();
+    } else {
+        mThread.join();
+    }
+}
+
+void BackgroundThread::restart() {
+    mWorker->restart();
+}
+
+bool BackgroundThread::isRunning() const {
+    return mWorker->isRunning();
+}
+
+void BackgroundThread::waitUntilIdle() {
+    mWorker->waitUntilIdle();
 }
 
 }  // namespace Core

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <condition_variable>
 #include <functional>
-#include <mutex>
+#include <memory>
 #include <stop_token>
 #include <thread>
 
@@ -14,14 +13,17 @@ namespace Core {
  * The function starts with the construction. It should look at its stop token often: that is how fast a
  * restart or the destructor takes effect. An exception that leaves it is logged and ends that run only.
  *
- * Every member may be called from any thread. The function itself may call restart() and isRunning(), but
- * must neither wait for its own thread nor destroy it.
+ * Every member may be called from any thread. The function itself may call restart() and isRunning(), and it
+ * may destroy the object, for instance by dropping the last reference to its owner; it must not wait for its
+ * own thread.
  */
 class BackgroundThread {
 public:
     explicit BackgroundThread(std::function<void(std::stop_token)> function);
 
-    /// Signals the running function's stop token, drops a run that has not begun, and joins.
+    /// Signals the running function's stop token, drops a run that has not begun, and joins. Called by the
+    /// function itself, it returns without joining: the function lives on until it returns, then the thread
+    /// ends. What the function touches after that must not belong to the owner.
     ~BackgroundThread();
 
     BackgroundThread(const BackgroundThread&) = delete;
@@ -38,21 +40,10 @@ public:
     void waitUntilIdle();
 
 private:
-    void signal(bool& flag);  ///< Sets one of the flags below and stops the current run.
-    void work();
-    void runOnce(std::stop_token stop) const;
+    class Worker;
 
-    const std::function<void(std::stop_token)> mFunction;
-
-    mutable std::mutex mMutex;  ///< Guards the five below; held for flag changes only, never during a run.
-    std::condition_variable mWake;
-    std::condition_variable mIdle;
-    std::stop_source mStop{std::nostopstate};  ///< Of the current run.
-    bool mRunDue = true;
-    bool mInRun = false;
-    bool mQuit = false;
-
-    std::thread mThread;  ///< Last: starts when all above is ready.
+    const std::shared_ptr<Worker> mWorker;  ///< Shared with the thread.
+    std::thread mThread;
 };
 
 }  // namespace Core

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <iterator>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <unordered_map>
@@ -14,7 +15,7 @@ namespace Core {
  * Keeps the most recently used values by group and key; a whole group can be dropped at once. The capacity
  * counts entries over all groups, whatever their size. A key already present keeps its value.
  *
- * Every member may be called from any thread. Values are copied out.
+ * Every member may be called from any thread. Values are copied out, and destroyed, outside the lock.
  */
 template <class Key, class Value, class Group>
 class GroupedLruCache {
@@ -32,25 +33,18 @@ public:
     /// Copies the value into out and makes it the most recently used; false, and out stays, when it is
     /// absent.
     bool get(const Group& group, const Key& key, Value& out) {
-        const std::lock_guard lock(mMutex);
-        const auto inGroup = mByGroup.find(group);
-        if (inGroup == mByGroup.end()) {
-            return false;
+        const std::shared_ptr<const Value> present = use(group, key);
+        if (present) {
+            out = *present;
         }
-        const auto found = inGroup->second.find(key);
-        if (found == inGroup->second.end()) {
-            return false;
-        }
-        mEntries.splice(mEntries.begin(), mEntries, found->second);
-        out = found->second->value;
-        return true;
+        return present != nullptr;
     }
 
     /// Inserts as the most recently used; the least recently used entry leaves when the cache is full.
     void insert(const Group& group, const Key& key, Value value) {
         Entries entry;  // Outlives the lock, as does what is evicted.
         Entries evicted;
-        entry.push_back(Entry{group, key, std::move(value)});
+        entry.push_back(Entry{group, key, std::make_shared<const Value>(std::move(value))});
 
         const std::lock_guard lock(mMutex);
         const auto [position, isNew] = mByGroup[group].try_emplace(key, entry.begin());
@@ -102,9 +96,24 @@ private:
     struct Entry {
         Group group;
         Key key;
-        Value value;
+        std::shared_ptr<const Value> value;
     };
     using Entries = std::list<Entry>;
+
+    /// Makes a value the most recently used; null when it is absent.
+    std::shared_ptr<const Value> use(const Group& group, const Key& key) {
+        const std::lock_guard lock(mMutex);
+        const auto inGroup = mByGroup.find(group);
+        if (inGroup == mByGroup.end()) {
+            return nullptr;
+        }
+        const auto found = inGroup->second.find(key);
+        if (found == inGroup->second.end()) {
+            return nullptr;
+        }
+        mEntries.splice(mEntries.begin(), mEntries, found->second);
+        return found->second->value;
+    }
 
     const size_t mCapacity;
 

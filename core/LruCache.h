@@ -1,13 +1,16 @@
 #pragma once
 
+#include <core/BlockingSection.h>
 #include <core/CacheEntrySizeCount.h>
 
-#include <algorithm>
+#include <condition_variable>
 #include <cstddef>
 #include <iterator>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <stop_token>
 #include <unordered_map>
 #include <utility>
 
@@ -20,22 +23,19 @@ namespace Core {
  * Make room, then insert: least recently used entries leave until the new one fits. A value larger than the
  * whole capacity empties the cache and is inserted all the same, so usedSize() may exceed capacity() until
  * the next insertion evicts it. A value counts as a function of its key: a key already present keeps its
- * value.
+ * value. So that values of little or no size leave as well, there are never more entries than `capacity`, or
+ * than 64 times the expected ones.
  *
- * Entries of size 0 take no room from the others, so they are counted: of more than expectedEntries, the
- * least recently used leave.
- *
- * Every member may be called from any thread. Values are loaded and evicted values destroyed outside the
- * lock, and each eviction takes the lock by itself. Values are copied out, so an eviction never affects a
+ * Every member may be called from any thread. Values are loaded, copied and destroyed outside the lock, and
+ * each eviction takes the lock by itself. Values are copied out or shared, so an eviction never affects a
  * caller.
  */
 template <class Key, class Value, class SizeOf = CacheEntrySizeCount<Value>>
 class LruCache {
 public:
-    /// Throws std::invalid_argument for a capacity of 0. expectedEntries sizes the hash table, and limits the
-    /// entries of size 0 to as many, but not to less than one.
+    /// Throws std::invalid_argument for a capacity of 0. With expectedEntries 0 nothing is known about them.
     LruCache(size_t capacity, size_t expectedEntries)
-        : mCapacity(capacity), mMaxEmptyEntries((std::max)(expectedEntries, size_t{1})) {
+        : mCapacity(capacity), mMaxEntries(maxEntries(capacity, expectedEntries)) {
         if (capacity == 0) {
             throw std::invalid_argument("Size of the cache should be non-zero");
         }
@@ -54,44 +54,68 @@ public:
     /// A copy of the value, which becomes the most recently used. Throws std::invalid_argument for an absent
     /// key.
     Value get(const Key& key) {
-        const std::lock_guard lock(mMutex);
-        return use(key).value;
+        if (const Shared present = use(key)) {
+            return *present;
+        }
+        throw std::invalid_argument("Error: Key is not in cache");
     }
 
     /// Inserts as the most recently used.
-    void insert(const Key& key, Value value) { insertOrUse(makeEntry(key, std::move(value)), nullptr); }
+    void insert(const Key& key, Value value) {
+        insertOrUse(key, std::make_shared<const Value>(std::move(value)));
+    }
 
     /**
      * Copies the value of the key into out, loading it on a miss. `bool load(Value&)` fills a default value
-     * without the lock, perhaps in several threads for one key at once: the first one done decides the value
-     * for all. Returns false, with nothing inserted and out unchanged, when load does; what load throws
-     * passes through.
+     * without the lock; it must not ask this cache for the same key. Returns false, with nothing inserted and
+     * out unchanged, when load does; what load throws passes through.
+     *
+     * While one caller loads a key, others who want it wait and get the same value. When that load fails,
+     * each of them loads for itself, one after another. A wait ends, with false, when its own stop token is
+     * signalled; load sees to its own stop.
      */
     template <class Load>
-    bool getOrLoad(const Key& key, Value& out, Load&& load) {
-        {
-            const std::lock_guard lock(mMutex);
-            if (contains(key)) {
-                out = get(key);
-                return true;
+    bool getOrLoad(const Key& key, Value& out, Load&& load, const std::stop_token& stop = {}) {
+        const Shared value = getOrLoadShared(key, std::forward<Load>(load), stop);
+        if (value) {
+            out = *value;
+        }
+        return value != nullptr;
+    }
+
+    /// As getOrLoad(), without a copy; null instead of false.
+    template <class Load>
+    std::shared_ptr<const Value> getOrLoadShared(const Key& key, Load&& load,
+                                                 const std::stop_token& stop = {}) {
+        for (;;) {
+            typename Loading::Pointer loading;
+            bool isMine = false;
+            {
+                const std::lock_guard lock(mMutex);
+                if (Shared present = use(key)) {
+                    return present;
+                }
+                loading = startOrJoinLoading(key, isMine);
+            }
+            if (isMine) {
+                const EndOfLoading end(*this, key, *loading);
+                return loading->value = loadAndInsert(key, load);
+            }
+            if (loading->wait(stop)) {
+                return loading->value;
+            }
+            if (stop.stop_requested()) {
+                return nullptr;
             }
         }
-        Value loaded{};
-        if (!std::forward<Load>(load)(loaded)) {
-            return false;
-        }
-        out = loaded;
-        insertOrUse(makeEntry(key, std::move(loaded)), &out);
-        return true;
     }
 
     void clear() {
         Entries dropped;
-        Entries droppedEmpty;
+        ByKey droppedKeys;
         const std::lock_guard lock(mMutex);
-        mByKey.clear();
+        mByKey.swap(droppedKeys);
         mEntries.swap(dropped);
-        mEmptyEntries.swap(droppedEmpty);
         mUsedSize = 0;
     }
 
@@ -109,81 +133,133 @@ public:
     }
 
 private:
+    using Shared = std::shared_ptr<const Value>;
+
     struct Entry {
         Key key;
-        Value value;
+        Shared value;
         size_t size;
     };
     using Entries = std::list<Entry>;
+    using ByKey = std::unordered_map<Key, typename Entries::iterator>;
 
-    static Entries makeEntry(const Key& key, Value&& value) {
-        Entries entry;
-        const size_t size = SizeOf()(value);
-        entry.push_back(Entry{key, std::move(value), size});
-        return entry;
+    /// A load under way. The value belongs to the loading caller until the end, then to nobody.
+    struct Loading {
+        using Pointer = std::shared_ptr<Loading>;
+
+        Shared value;  ///< Null after a failure.
+
+        /// For the end of the load; false when it failed or the wait was stopped.
+        bool wait(const std::stop_token& stop) {
+            const BlockingSection waiting;
+            std::unique_lock lock(mMutex);
+            return mEnded.wait(lock, stop, [this] { return mHasEnded; }) && value != nullptr;
+        }
+        void end() {
+            {
+                const std::lock_guard lock(mMutex);
+                mHasEnded = true;
+            }
+            mEnded.notify_all();
+        }
+
+    private:
+        std::mutex mMutex;  ///< Guards mHasEnded.
+        std::condition_variable_any mEnded;
+        bool mHasEnded = false;
+    };
+
+    /// However a load ends, those that wait for it are told, after the cache has what was loaded.
+    class EndOfLoading {
+    public:
+        EndOfLoading(LruCache& cache, const Key& key, Loading& loading)
+            : mCache(cache), mKey(key), mLoading(loading) {}
+        ~EndOfLoading() {
+            {
+                const std::lock_guard lock(mCache.mMutex);
+                mCache.mLoadings.erase(mKey);
+            }
+            mLoading.end();
+        }
+        EndOfLoading(const EndOfLoading&) = delete;
+        EndOfLoading& operator=(const EndOfLoading&) = delete;
+
+    private:
+        LruCache& mCache;
+        const Key& mKey;
+        Loading& mLoading;
+    };
+
+    static size_t maxEntries(size_t capacity, size_t expectedEntries) {
+        constexpr size_t FACTOR = 64;
+        return expectedEntries == 0 || expectedEntries > capacity / FACTOR ? capacity
+                                                                           : expectedEntries * FACTOR;
     }
 
-    /// Under the lock. The list that entries of this size are in.
-    Entries& entriesOf(size_t size) { return size == 0 ? mEmptyEntries : mEntries; }
-
-    /// Under the lock.
-    Entry& use(const Key& key) {
+    /// Makes the value of a key the most recently used; null for an absent key.
+    Shared use(const Key& key) {
+        const std::lock_guard lock(mMutex);
         const auto found = mByKey.find(key);
         if (found == mByKey.end()) {
-            throw std::invalid_argument("Error: Key is not in cache");
+            return nullptr;
         }
-        Entries& entries = entriesOf(found->second->size);
-        entries.splice(entries.begin(), entries, found->second);
-        return *found->second;
+        mEntries.splice(mEntries.begin(), mEntries, found->second);
+        return found->second->value;
     }
 
-    /// Inserts the one entry of the list; when its key has come in meanwhile, uses that and copies it to
-    /// other.
-    void insertOrUse(Entries entry, Value* other) {
-        while (evictOneFor(entry.front().size)) {
+    /// Under the lock.
+    typename Loading::Pointer startOrJoinLoading(const Key& key, bool& isMine) {
+        const auto found = mLoadings.find(key);
+        isMine = found == mLoadings.end();
+        return isMine ? mLoadings.emplace(key, std::make_shared<Loading>()).first->second : found->second;
+    }
+
+    template <class Load>
+    Shared loadAndInsert(const Key& key, Load& load) {
+        auto loaded = std::make_shared<Value>();
+        return load(*loaded) ? insertOrUse(key, std::move(loaded)) : nullptr;
+    }
+
+    /// Inserts the value, or uses the one that has come in meanwhile. Returns the one that is in the cache.
+    Shared insertOrUse(const Key& key, Shared value) {
+        const size_t size = SizeOf()(*value);
+        Entries entry;
+        entry.push_back(Entry{key, value, size});
+        while (evictOneFor(size)) {
         }
         const std::lock_guard lock(mMutex);
-        const auto [position, isNew] = mByKey.try_emplace(entry.front().key, entry.begin());
-        if (isNew) {
-            mUsedSize += entry.front().size;
-            Entries& entries = entriesOf(entry.front().size);
-            entries.splice(entries.begin(), entry);
-        } else {
-            const Entry& present = use(position->first);
-            if (other != nullptr) {
-                *other = present.value;
-            }
+        if (!mByKey.try_emplace(key, entry.begin()).second) {
+            return use(key);
         }
+        mUsedSize += size;
+        mEntries.splice(mEntries.begin(), entry);
+        return value;
     }
 
-    /// Drops the least recently used entry unless one of this size fits already; true when one was dropped.
+    /// Drops the least recently used entry unless one of `size` units fits already; true when one was
+    /// dropped.
     bool evictOneFor(size_t size) {
         Entries evicted;
         const std::lock_guard lock(mMutex);
         const bool fits = mUsedSize <= mCapacity && mCapacity - mUsedSize >= size;
-        const bool isFullOfEmpty = size == 0 && mEmptyEntries.size() >= mMaxEmptyEntries;
-        if (fits && !isFullOfEmpty) {
+        if ((fits && mEntries.size() < mMaxEntries) || mEntries.empty()) {
             return false;
         }
-        Entries& entries = fits || mEntries.empty() ? mEmptyEntries : mEntries;
-        if (entries.empty()) {
-            return false;
-        }
-        const auto last = std::prev(entries.end());
+        const auto last = std::prev(mEntries.end());
         mUsedSize -= last->size;
         mByKey.erase(last->key);
-        evicted.splice(evicted.begin(), entries, last);
+        evicted.splice(evicted.begin(), mEntries, last);
         return true;
     }
 
     const size_t mCapacity;
-    const size_t mMaxEmptyEntries;
+    const size_t mMaxEntries;
 
     mutable std::recursive_mutex mMutex;  ///< Guards the four below.
     size_t mUsedSize = 0;                 ///< Sum of the entries' sizes.
-    Entries mEntries;                     ///< Most recently used first; without those of size 0.
-    Entries mEmptyEntries;                ///< Those of size 0, likewise.
-    std::unordered_map<Key, typename Entries::iterator> mByKey;
+    Entries mEntries;                     ///< Most recently used first.
+    ByKey mByKey;
+    std::unordered_map<Key, typename Loading::Pointer> mLoadings;
 };
 
 }  // namespace Core

@@ -14,6 +14,9 @@ namespace Core {
  * again.
  *
  * One reader thread. Several writers must exclude each other by a lock of their own.
+ *
+ * A writer may set a sequentially consistent atomic flag after swapWrite() and the reader clear it before
+ * swapRead(): no publication is then missed with the flag cleared, on any processor.
  */
 template <class T>
 class TripleBuffer {
@@ -22,14 +25,14 @@ public:
     T& writeSlot() { return mSlots[mWrite]; }
 
     /// Publishes the write slot and takes another one, which holds some earlier value.
-    void swapWrite() { mWrite = mReady.exchange(mWrite | NEWER, std::memory_order_acq_rel) & INDEX; }
+    void swapWrite() { mWrite = mReady.exchange(mWrite | NEWER) & INDEX; }
 
     /// Takes the newest published slot; false, and the read slot stays, when nothing was published since.
     bool swapRead() {
-        if ((mReady.load(std::memory_order_relaxed) & NEWER) == 0) {
+        if ((mReady.load() & NEWER) == 0) {
             return false;
         }
-        mRead = mReady.exchange(mRead, std::memory_order_acq_rel) & INDEX;
+        mRead = mReady.exchange(mRead) & INDEX;
         return true;
     }
 
@@ -42,9 +45,11 @@ private:
     static constexpr unsigned NEWER = 4;  ///< Set in mReady while the reader has not seen that slot.
 
     std::array<T, 3> mSlots{};
-    unsigned mWrite = 0;              ///< Writer only.
-    std::atomic<unsigned> mReady{1};  ///< Slot on its way, with NEWER; the only word both threads touch.
-    unsigned mRead = 2;               ///< Reader only.
+    unsigned mWrite = 0;  ///< Writer only.
+    /// Slot on its way, with NEWER; the only word both threads touch. Sequentially consistent for the flags
+    /// that are promised above.
+    std::atomic<unsigned> mReady{1};
+    unsigned mRead = 2;  ///< Reader only.
 };
 
 }  // namespace Core

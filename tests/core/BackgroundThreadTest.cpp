@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -94,6 +95,32 @@ TEST(BackgroundThreadTest, DestructionStopsTheRunAndDropsOneThatIsDue) {
         thread.restart();
     }
     EXPECT_EQ(runs, 1);
+}
+
+TEST(BackgroundThreadTest, ItsOwnFunctionMayDestroyIt) {
+    struct Owner {
+        std::unique_ptr<BackgroundThread> thread;
+    };
+    auto owner = std::make_shared<Owner>();
+    auto captured = std::make_shared<int>();
+    const std::weak_ptr<int> capturedByTheFunction = captured;
+    std::promise<void> held;
+    std::promise<void> released;
+    owner->thread = std::make_unique<BackgroundThread>(
+        [&, weak = std::weak_ptr(owner), captured = std::move(captured)](std::stop_token stop) {
+            std::shared_ptr<Owner> last = weak.lock();
+            held.set_value();
+            released.get_future().wait();
+            last.reset();
+            EXPECT_TRUE(stop.stop_requested());
+            EXPECT_EQ(captured.use_count(), 1) << "the function lives until it returns";
+        });
+    held.get_future().wait();
+    owner.reset();
+    released.set_value();
+    while (!capturedByTheFunction.expired()) {  // For ever, if the thread did not end by itself.
+        std::this_thread::sleep_for(1ms);
+    }
 }
 
 TEST(BackgroundThreadTest, AnEscapingExceptionIsLoggedAndEndsOneRunOnly) {

@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <vector>
@@ -67,22 +71,16 @@ TEST(LruCacheTest, AValueLargerThanTheCapacityEmptiesTheCacheAndStaysUntilTheNex
     EXPECT_EQ(cache.usedSize(), 0u);
 }
 
-TEST(LruCacheTest, ValuesWithoutASizeLeaveTooAndCrowdOutNoOthers) {
-    Cache cache(10, 3);
-    cache.insert(0, "full");
-    for (int key = 1; key <= 1000; ++key) {
-        cache.insert(key, "");
-        EXPECT_TRUE(cache.contains(key));
-        EXPECT_EQ(cache.get(1), "");  // In use all the time.
+TEST(LruCacheTest, EmptyValuesLeaveToo) {
+    Cache few(3, 100);
+    Cache expectingOne(1000, 1);
+    for (int key = 0; key < 200; ++key) {
+        few.insert(key, "");
+        expectingOne.insert(key, "");
     }
-    EXPECT_EQ(cache.size(), 4u);
-    EXPECT_TRUE(cache.contains(0));
-    EXPECT_TRUE(cache.contains(999));
-    cache.insert(2000, "more than there is room for");
-    EXPECT_EQ(cache.size(), 1u);
-    cache.insert(2001, "");
-    cache.clear();
-    EXPECT_EQ(cache.size(), 0u);
+    EXPECT_EQ(few.size(), 3u);
+    EXPECT_TRUE(few.contains(199));
+    EXPECT_EQ(expectingOne.size(), 64u);
 }
 
 TEST(LruCacheTest, GetOrLoadLoadsOnceAndCountsAsAUse) {
@@ -126,6 +124,81 @@ TEST(LruCacheTest, ALoadRunsWithoutTheLockAndAnotherThreadsInsertWins) {
     EXPECT_EQ(cache.get(1), "theirs");
     EXPECT_EQ(cache.usedSize(), 6u);
     EXPECT_EQ(cache.size(), 1u);
+}
+
+/// A first caller of key 1 that is loading while the test goes on, until it is told how its load ends.
+class FirstCaller {
+public:
+    explicit FirstCaller(Cache& cache) {
+        mResult = std::async(std::launch::async, [this, &cache] {
+            std::string out = "untouched";
+            const bool loaded = cache.getOrLoad(1, out, [this](std::string& value) {
+                mBegun.set_value();
+                value = mEnd.get_future().get();
+                return !value.empty();
+            });
+            return loaded ? out : "failed";
+        });
+        mBegun.get_future().wait();
+    }
+
+    /// Lets the load end after a while, in which others can begin to wait for it.
+    void endSoon(std::string value) {
+        mEnding = std::async(std::launch::async, [this, value = std::move(value)] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            value == "throw" ? mEnd.set_exception(std::make_exception_ptr(std::runtime_error("io")))
+                             : mEnd.set_value(value);
+        });
+    }
+    std::string result() { return mResult.get(); }
+
+private:
+    std::promise<void> mBegun;
+    std::promise<std::string> mEnd;
+    std::future<std::string> mResult;
+    std::future<void> mEnding;
+};
+
+TEST(LruCacheTest, CallersOfOneKeyLoadItOnceThoughItDoesNotStay) {
+    Cache cache(1, 1);
+    FirstCaller first(cache);
+    first.endSoon("much larger than the cache");
+    std::string out;
+    EXPECT_TRUE(cache.getOrLoad(1, out, unexpectedLoad));
+    EXPECT_EQ(out, "much larger than the cache");
+    EXPECT_EQ(first.result(), out);
+}
+
+TEST(LruCacheTest, AWaitingCallerLoadsItselfWhenTheFirstOneIsStoppedOrFails) {
+    for (const char* end : {"", "throw"}) {
+        Cache cache(10, 1);
+        FirstCaller first(cache);
+        first.endSoon(end);
+        std::string out;
+        EXPECT_TRUE(cache.getOrLoad(1, out, [](std::string& value) { return value = "second", true; }));
+        EXPECT_EQ(out, "second");
+        if (*end == 0) {
+            EXPECT_EQ(first.result(), "failed");
+        } else {
+            EXPECT_THROW(first.result(), std::runtime_error);
+        }
+    }
+}
+
+TEST(LruCacheTest, AWaitEndsWithItsStopToken) {
+    Cache cache(10, 1);
+    FirstCaller first(cache);
+    std::stop_source stop;
+    std::thread stopping([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        stop.request_stop();
+    });
+    std::string out = "kept";
+    EXPECT_FALSE(cache.getOrLoad(1, out, unexpectedLoad, stop.get_token()));
+    EXPECT_EQ(out, "kept");
+    stopping.join();
+    first.endSoon("first");
+    EXPECT_EQ(first.result(), "first");
 }
 
 TEST(LruCacheTest, ManyThreadsSeeWholeValuesAndTheSumStaysExact) {

@@ -1,8 +1,13 @@
+#include <bench/AllocationCounter.h>
+#include <core/LruCache.h>
 #include <render/gpu/VertexContainer.h>
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <limits>
+#include <thread>
+#include <utility>
 #include <vector>
 
 using Render::VertexContainer;
@@ -78,4 +83,63 @@ TEST(VertexContainer, CompleteDoesNothingWhenVisibilitiesNoLongerMatch) {
     EXPECT_EQ(numbers(vertices), (std::vector<int>{0, 3}));
     vertices.complete();
     EXPECT_EQ(numbers(vertices), (std::vector<int>{0, 3}));
+}
+
+TEST(VertexContainer, CopiesShareTheVerticesUntilOneIsWritten) {
+    VertexContainer original = numbered(2);
+    const VertexContainer copy = original;
+    VertexContainer written = original;
+    EXPECT_EQ(copy.data(), std::as_const(original).data());
+    written.setScanIndex(0, 7);
+    original.setVisibility(0, 1);
+    original.complete();
+    EXPECT_EQ(numbers(written), (std::vector<int>{7, 1}));
+    EXPECT_EQ(numbers(original), (std::vector<int>{1}));
+    EXPECT_EQ(numbers(copy), (std::vector<int>{0, 1}));
+
+    // A pointer that was got for writing writes to its own container only.
+    VertexContainer::Vertex* const pointer = written.data();
+    VertexContainer later = written;
+    pointer[1].scanIndex = 8;
+    EXPECT_EQ(numbers(written), (std::vector<int>{7, 8}));
+    EXPECT_EQ(numbers(later), (std::vector<int>{7, 1}));
+    written.complete();
+    later = written;
+    EXPECT_EQ(std::as_const(later).data(), std::as_const(written).data());
+}
+
+TEST(VertexContainer, ACopyOnAnotherThreadIsThroughBeforeItsVerticesAreWritten) {
+    VertexContainer mine = numbered(1000);
+    std::atomic<bool> gone = false;
+    std::thread other([&gone, copy = mine]() mutable {
+        EXPECT_EQ(numbers(std::exchange(copy, VertexContainer())).back(), 999);
+        gone.store(true, std::memory_order_relaxed);  // Orders nothing: that is the container's part.
+    });
+    while (!gone.load(std::memory_order_relaxed)) {
+        std::this_thread::yield();
+    }
+    mine.setScanIndex(999, 0);
+    other.join();
+}
+
+// What a cache, a resident set and a publication hold of the same nodes.
+TEST(VertexContainer, APointHeldInThreePlacesTakes24BytesOfMemoryAndLittleMore) {
+    constexpr size_t NODES = 20;
+    constexpr size_t POINTS = 5000;
+    std::vector<VertexContainer> resident(NODES);
+    std::vector<VertexContainer> published(NODES);
+    const size_t before = allocatedBytes();
+    Core::LruCache<size_t, VertexContainer> cache(NODES * POINTS, NODES);
+    for (size_t node = 0; node < NODES; ++node) {
+        cache.getOrLoad(node, resident[node], [](VertexContainer& loaded) {
+            loaded = numbered(POINTS);
+            loaded.setVisibility(0, 0);
+            loaded.complete();
+            return true;
+        });
+        published[node] = resident[node];
+    }
+    const double bytesPerPoint = static_cast<double>(allocatedBytes() - before) / (NODES * POINTS);
+    EXPECT_GE(bytesPerPoint, 24.0);
+    EXPECT_LE(bytesPerPoint, 24.0 * 1.05);
 }
