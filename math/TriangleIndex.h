@@ -43,18 +43,40 @@ public:
 
 private:
     using Vector = Point<Real, 3>;
+    using Box = NBoundingBox<T, 3>;
 
-    static constexpr uint32_t LEAF_SIZE = 4;
+    // Children of a node, and triangles of a leaf.
+    static constexpr uint32_t WIDTH = 8;
+
+    // How many triangles are few enough that they face about the same way.
+    static constexpr size_t PATCH = WIDTH * WIDTH * WIDTH;
+
+    // What a coordinate along a node's axis is wrong by at most, per distance from the node's origin: twice
+    // the sum of all roundings on the way to it.
+    static constexpr T ROUNDING = T(16) * std::numeric_limits<T>::epsilon();
 
     struct Entry {
         std::array<Point<T, 3>, 3> corners;  // In ascending order.
         uint32_t triangle;
     };
 
+    // The children's boxes stand along axes of the node's own: one of them is the normal of a patch, so that
+    // boxes are thin and a far point is as near to few of them as to the nearest triangle.
     struct Node {
-        NBoundingBox<T, 3> box;
-        uint32_t first = 0;  // The leaf's first entry, or the first of two neighbouring children.
-        uint32_t count = 0;  // Entries of a leaf; 0 for other nodes.
+        Point<T, 3> origin;
+        std::array<Point<T, 3>, 3> axes{Point<T, 3>(1, 0, 0), Point<T, 3>(0, 1, 0), Point<T, 3>(0, 0, 1)};
+        T center[3][WIDTH]{};
+        T half[3][WIDTH]{};
+        uint32_t first = 0;  // The first of neighbouring entries of a leaf, or else of neighbouring nodes.
+        uint16_t count = 0;
+        bool leaf = false;
+    };
+
+    // A node while the tree is built, and the entries below it.
+    struct Range {
+        size_t begin;
+        size_t end;
+        Box box;
     };
 
     struct Item {
@@ -62,13 +84,30 @@ private:
         uint32_t triangle;
     };
 
+    struct Pending {
+        T squaredGap;
+        uint32_t node;
+    };
+
     static bool isFinite(const Point<T, 3>& p) {
         return std::isfinite(p[0]) && std::isfinite(p[1]) && std::isfinite(p[2]);
     }
+    static T reach(const Point<T, 3>& d) { return std::abs(d[0]) + std::abs(d[1]) + std::abs(d[2]); }
 
-    static void split(std::vector<Item>& items, std::vector<Node>& nodes);
+    static std::vector<Range> split(std::vector<Item>& items, std::vector<Node>& nodes);
+    static void divide(std::vector<Item>& items, size_t begin, size_t end, size_t share);
     static int widestAxis(const std::vector<Item>& items, size_t begin, size_t end);
-    static Real squaredGap(const NBoundingBox<T, 3>& box, const Vector& p);
+
+    void turnLeaf(Node& node) const;
+    void turnPatch(Node& node) const;
+    static void turn(Node& node, const Vector& normal, const Vector& along);
+    void boundTriangles(Node& node, uint32_t child, size_t begin, size_t end) const;
+    static void setBox(Node& node, uint32_t child, const Box& box, T reach);
+
+    static T limit(Real squaredDistance);
+    static std::array<T, WIDTH> squaredGaps(const Node& node, const Point<T, 3>& p);
+    void searchLeaf(const Node& leaf, const std::array<T, WIDTH>& gaps, const Vector& p,
+                    Nearest& nearest) const;
 
     // The point nearest to the origin.
     static Vector nearestOnTriangle(const Vector& a, const Vector& b, const Vector& c);
@@ -95,7 +134,7 @@ TriangleIndex<T>::TriangleIndex(const std::vector<Point<T, 3>>& vertices,
             items.push_back({a / T(3) + b / T(3) + c / T(3), static_cast<uint32_t>(i)});
         }
     }
-    split(items, mNodes);
+    std::vector<Range> ranges = split(items, mNodes);
 
     // Sorted corners make the distance independent of the order in which a triangle names them: back to back
     // triangles, and neighbours at their common edge, come out equally near to the last bit.
@@ -110,57 +149,84 @@ TriangleIndex<T>::TriangleIndex(const std::vector<Point<T, 3>>& vertices,
     }
     for (size_t i = mNodes.size(); i-- > 0;) {
         Node& node = mNodes[i];
-        for (uint32_t j = node.first; j < node.first + node.count; ++j) {
-            for (const Point<T, 3>& corner : mEntries[j].corners) {
-                node.box.extend(corner);
-            }
+        Range& range = ranges[i];
+        node.origin = mEntries[range.begin].corners[0];
+        if (node.leaf) {
+            turnLeaf(node);
+        } else if (range.end - range.begin <= PATCH) {
+            turnPatch(node);
         }
-        if (node.count == 0) {
-            node.box.extend(mNodes[node.first].box);
-            node.box.extend(mNodes[node.first + 1].box);
+        for (uint32_t child = 0; child < node.count; ++child) {
+            if (node.leaf) {
+                boundTriangles(node, child, range.begin + child, range.begin + child + 1);
+                for (const Point<T, 3>& corner : mEntries[range.begin + child].corners) {
+                    range.box.extend(corner);
+                }
+                continue;
+            }
+            const Range& below = ranges[node.first + child];
+            range.box.extend(below.box);
+            if (range.end - range.begin <= PATCH) {
+                boundTriangles(node, child, below.begin, below.end);
+            } else {
+                const Box box(below.box.min - node.origin, below.box.max - node.origin);
+                setBox(node, child, box, reach(box.min) + reach(box.max));
+            }
         }
     }
 }
 
-// Halves by number, so that no input makes the tree deep.
+// All children but a node's last are full, so that nodes waste no room and no input makes the tree deep.
 template <class T>
-void TriangleIndex<T>::split(std::vector<Item>& items, std::vector<Node>& nodes) {
-    struct Range {
-        size_t node;
-        size_t begin;
-        size_t end;
-    };
-    if (items.empty()) {
-        return;
+std::vector<typename TriangleIndex<T>::Range> TriangleIndex<T>::split(std::vector<Item>& items,
+                                                                      std::vector<Node>& nodes) {
+    std::vector<Range> ranges;
+    if (!items.empty()) {
+        ranges.push_back({0, items.size(), Box()});
     }
-    nodes.emplace_back();
-    std::vector<Range> ranges{{0, 0, items.size()}};
-    while (!ranges.empty()) {
-        const Range range = ranges.back();
-        ranges.pop_back();
-        const size_t count = range.end - range.begin;
-        if (count <= LEAF_SIZE) {
-            nodes[range.node].first = static_cast<uint32_t>(range.begin);
-            nodes[range.node].count = static_cast<uint32_t>(count);
+    for (size_t i = 0; i < ranges.size(); ++i) {
+        const size_t begin = ranges[i].begin;
+        const size_t end = ranges[i].end;
+        Node& node = nodes.emplace_back();
+        node.leaf = end - begin <= WIDTH;
+        if (node.leaf) {
+            node.first = static_cast<uint32_t>(begin);
+            node.count = static_cast<uint16_t>(end - begin);
             continue;
         }
-        const size_t middle = range.begin + count / 2;
-        const auto at = [&](size_t i) { return items.begin() + static_cast<std::ptrdiff_t>(i); };
-        std::nth_element(at(range.begin), at(middle), at(range.end),
-                         [axis = widestAxis(items, range.begin, range.end)](const Item& a, const Item& b) {
-                             return a.center[axis] < b.center[axis];
-                         });
-        const size_t child = nodes.size();
-        nodes[range.node].first = static_cast<uint32_t>(child);
-        nodes.resize(child + 2);
-        ranges.push_back({child, range.begin, middle});
-        ranges.push_back({child + 1, middle, range.end});
+        size_t share = WIDTH;
+        while (share * WIDTH < end - begin) {
+            share *= WIDTH;
+        }
+        divide(items, begin, end, share);
+        node.first = static_cast<uint32_t>(ranges.size());
+        for (size_t next = begin; next < end; next += share) {
+            ranges.push_back({next, (std::min)(next + share, end), Box()});
+            ++node.count;
+        }
     }
+    return ranges;
+}
+
+// Orders the items so that each run of `share` lies together.
+template <class T>
+void TriangleIndex<T>::divide(std::vector<Item>& items, size_t begin, size_t end, size_t share) {
+    if (end - begin <= share) {
+        return;
+    }
+    const size_t middle = begin + (end - begin + share - 1) / share / 2 * share;
+    const auto at = [&](size_t i) { return items.begin() + static_cast<std::ptrdiff_t>(i); };
+    std::nth_element(at(begin), at(middle), at(end),
+                     [axis = widestAxis(items, begin, end)](const Item& a, const Item& b) {
+                         return a.center[axis] < b.center[axis];
+                     });
+    divide(items, begin, middle, share);
+    divide(items, middle, end, share);
 }
 
 template <class T>
 int TriangleIndex<T>::widestAxis(const std::vector<Item>& items, size_t begin, size_t end) {
-    NBoundingBox<T, 3> centers;
+    Box centers;
     for (size_t i = begin; i < end; ++i) {
         centers.extend(items[i].center);
     }
@@ -169,63 +235,172 @@ int TriangleIndex<T>::widestAxis(const std::vector<Item>& items, size_t begin, s
     return size[2] > size[axis] ? 2 : axis;
 }
 
+// A box along a triangle's longest edge is the tightest in its plane.
+template <class T>
+void TriangleIndex<T>::turnLeaf(Node& node) const {
+    Vector normal;
+    Vector longest;
+    for (uint32_t i = node.first; i < node.first + node.count; ++i) {
+        const Vector a = mEntries[i].corners[0].template cast<Real>();
+        const Vector ab = mEntries[i].corners[1].template cast<Real>() - a;
+        const Vector ac = mEntries[i].corners[2].template cast<Real>() - a;
+        const Vector own = ab.cross(ac);
+        normal += normal.dot(own) < Real(0) ? -own : own;
+        longest = ac.squaredLength() > longest.squaredLength() ? ac : longest;
+    }
+    turn(node, normal, longest);
+}
+
+// Items are divided along the axes of the world, so boxes overlap least near to these.
+template <class T>
+void TriangleIndex<T>::turnPatch(Node& node) const {
+    Vector normal;
+    for (uint32_t i = node.first; i < node.first + node.count; ++i) {
+        const Vector own = mNodes[i].axes[2].template cast<Real>();
+        normal += normal.dot(own) < Real(0) ? -own : own;
+    }
+    int flattest = 0;
+    for (int k = 1; k < 3; ++k) {
+        flattest = std::abs(normal[k]) < std::abs(normal[flattest]) ? k : flattest;
+    }
+    Vector along;
+    along[flattest] = Real(1);
+    turn(node, normal, along);
+}
+
+// Leaves the axes as they are where the normal or the direction are nothing.
+template <class T>
+void TriangleIndex<T>::turn(Node& node, const Vector& normal, const Vector& along) {
+    const Vector up = normal / normal.length();
+    const Vector across = up.cross(along);
+    const Vector aside = across / across.length();
+    const std::array<Point<T, 3>, 3> axes{aside.cross(up).template cast<T>(), aside.template cast<T>(),
+                                          up.template cast<T>()};
+    if (isFinite(axes[0]) && isFinite(axes[1]) && isFinite(axes[2])) {
+        node.axes = axes;
+    }
+}
+
+template <class T>
+void TriangleIndex<T>::boundTriangles(Node& node, uint32_t child, size_t begin, size_t end) const {
+    Box box;
+    T farthest = T(0);
+    for (size_t i = begin; i < end; ++i) {
+        for (const Point<T, 3>& corner : mEntries[i].corners) {
+            const Point<T, 3> d = corner - node.origin;
+            box.extend({node.axes[0].dot(d), node.axes[1].dot(d), node.axes[2].dot(d)});
+            farthest = reach(d) > farthest ? reach(d) : farthest;
+        }
+    }
+    setBox(node, child, box, farthest);
+}
+
+// A box that reaches too far for its distances to be squared is taken as endless.
+template <class T>
+void TriangleIndex<T>::setBox(Node& node, uint32_t child, const Box& box, T reach) {
+    constexpr T ENDLESS = std::numeric_limits<T>::infinity();
+    const bool bounded = reach * reach < ENDLESS;
+    for (int k = 0; k < 3; ++k) {
+        node.center[k][child] = bounded ? (box.min[k] + box.max[k]) / T(2) : T(0);
+        node.half[k][child] = bounded ? (box.max[k] - box.min[k]) / T(2) + ROUNDING * reach : ENDLESS;
+    }
+}
+
 template <class T>
 typename TriangleIndex<T>::Nearest TriangleIndex<T>::nearest(const Point<T, 3>& p) const {
-    struct Pending {
-        uint32_t node;
-        Real squaredGap;
-    };
     Nearest nearest;
     if (mNodes.empty() || !isFinite(p)) {
         return nearest;
     }
     const Vector center = p.template cast<Real>();
-    std::array<Pending, 32>
-        stack;  // One more than the tree's levels above the leaves: 2^32 triangles have 30.
+    std::array<Pending, 96> stack;  // 2^32 triangles make 11 levels, each of which leaves 7 children behind.
     size_t size = 0;
-    stack[size++] = {0, Real(0)};
+    stack[size++] = {T(0), 0};
     while (size > 0) {
         const Pending pending = stack[--size];
-        if (pending.squaredGap > nearest.squaredDistance) {
+        const T most = limit(nearest.squaredDistance);
+        if (pending.squaredGap > most) {
             continue;
         }
         const Node& node = mNodes[pending.node];
-        if (node.count == 0) {
-            Pending nearer{node.first, squaredGap(mNodes[node.first].box, center)};
-            Pending farther{node.first + 1, squaredGap(mNodes[node.first + 1].box, center)};
-            if (farther.squaredGap < nearer.squaredGap) {
-                std::swap(nearer, farther);
-            }
-            stack[size++] = farther;
-            stack[size++] = nearer;
+        const std::array<T, WIDTH> gaps = squaredGaps(node, p);
+        if (node.leaf) {
+            searchLeaf(node, gaps, center, nearest);
+            continue;
         }
-        for (uint32_t i = node.first; i < node.first + node.count; ++i) {
-            const Entry& entry = mEntries[i];
-            const Vector offset = nearestOnTriangle(entry.corners[0].template cast<Real>() - center,
-                                                    entry.corners[1].template cast<Real>() - center,
-                                                    entry.corners[2].template cast<Real>() - center);
-            const Real squared = offset.squaredLength();
-            if (squared < nearest.squaredDistance ||
-                (squared == nearest.squaredDistance && entry.triangle < nearest.triangle)) {
-                nearest = {offset, squared, entry.triangle};
-            }
+        const size_t begin = size;
+        size_t closest = size;
+        for (uint32_t i = 0; i < node.count; ++i) {
+            stack[size] = {gaps[i], node.first + i};
+            closest = gaps[i] < stack[closest].squaredGap ? size : closest;
+            size += gaps[i] > most ? 0u : 1u;
+        }
+        if (size > begin) {
+            std::swap(stack[closest], stack[size - 1]);
         }
     }
     return nearest;
 }
 
-// Never more than the squared distance found for a triangle in the box, to the last bit: that one's offset is
-// clamped to the offsets of its corners, and no step from there to the result makes a greater value smaller.
 template <class T>
-typename TriangleIndex<T>::Real TriangleIndex<T>::squaredGap(const NBoundingBox<T, 3>& box, const Vector& p) {
-    Vector gap;
-    for (int i = 0; i < 3; ++i) {
-        const Real below = static_cast<Real>(box.min[i]) - p[i];
-        const Real above = p[i] - static_cast<Real>(box.max[i]);
-        const Real outside = below > above ? below : above;
-        gap[i] = outside > Real(0) ? outside : Real(0);
+void TriangleIndex<T>::searchLeaf(const Node& leaf, const std::array<T, WIDTH>& gaps, const Vector& p,
+                                  Nearest& nearest) const {
+    std::array<uint32_t, WIDTH> within;
+    size_t count = 0;
+    T most = limit(nearest.squaredDistance);
+    for (uint32_t i = 0; i < leaf.count; ++i) {
+        within[count] = i;
+        count += gaps[i] > most ? 0u : 1u;
     }
-    return gap.squaredLength();
+    while (count > 0) {
+        size_t closest = 0;
+        for (size_t i = 1; i < count; ++i) {
+            closest = gaps[within[i]] < gaps[within[closest]] ? i : closest;
+        }
+        const uint32_t child = within[closest];
+        within[closest] = within[--count];
+        if (gaps[child] > most) {
+            continue;
+        }
+        const Entry& entry = mEntries[leaf.first + child];
+        const Vector offset = nearestOnTriangle(entry.corners[0].template cast<Real>() - p,
+                                                entry.corners[1].template cast<Real>() - p,
+                                                entry.corners[2].template cast<Real>() - p);
+        const Real squared = offset.squaredLength();
+        if (squared < nearest.squaredDistance ||
+            (squared == nearest.squaredDistance && entry.triangle < nearest.triangle)) {
+            nearest = {offset, squared, entry.triangle};
+            most = limit(squared);
+        }
+    }
+}
+
+// No triangle in a box whose squared gap is greater can be as near, however either was rounded.
+template <class T>
+T TriangleIndex<T>::limit(Real squaredDistance) {
+    const Real raised = squaredDistance * (Real(1) + Real(ROUNDING)) + Real((std::numeric_limits<T>::min)());
+    return raised < Real((std::numeric_limits<T>::max)()) ? static_cast<T>(raised)
+                                                          : std::numeric_limits<T>::infinity();
+}
+
+// Without a branch or a comparison, as compilers turn such loops into vector instructions: x + |x| is twice x
+// or 0. Not a number, which is above no limit, where an endless box is involved.
+template <class T>
+std::array<T, TriangleIndex<T>::WIDTH> TriangleIndex<T>::squaredGaps(const Node& node, const Point<T, 3>& p) {
+    const Point<T, 3> d = p - node.origin;
+    const T rounding = ROUNDING * reach(d);
+    const Point<T, 3> along(node.axes[0].dot(d), node.axes[1].dot(d), node.axes[2].dot(d));
+    std::array<T, WIDTH> result;
+    for (size_t i = 0; i < WIDTH; ++i) {
+        const T x = std::abs(along[0] - node.center[0][i]) - node.half[0][i] - rounding;
+        const T y = std::abs(along[1] - node.center[1][i]) - node.half[1][i] - rounding;
+        const T z = std::abs(along[2] - node.center[2][i]) - node.half[2][i] - rounding;
+        const T twiceX = x + std::abs(x);
+        const T twiceY = y + std::abs(y);
+        const T twiceZ = z + std::abs(z);
+        result[i] = (twiceX * twiceX + twiceY * twiceY + twiceZ * twiceZ) / T(4);
+    }
+    return result;
 }
 
 // Above the inside, the foot of the perpendicular; everywhere else, and for triangles without area, the
