@@ -58,13 +58,14 @@ void PointCloudStreamer::attach(std::size_t rendererId, std::size_t instanceId,
     mBuffers = std::make_unique<Core::TripleBuffer<PublishedNodes>>();
     change([this](WalkParameters& parameters) { updateCamera(parameters); });
     mPrioritizer = NodePrioritizer::shared(rendererId, mBudget);
-    mPrioritizer->addUser(mInstanceId, mBudget);
+    // What others evict, and room that others leave, is for a walk to see to.
+    mPrioritizer->addUser(mInstanceId, mBudget, [this](const BudgetNews&) { restartFromAnyThread(); });
 }
 
 void PointCloudStreamer::detach() {
     stopAsyncReload();
     if (mPrioritizer) {
-        mPrioritizer->removeUser(mInstanceId);
+        mPrioritizer->removeUser(mInstanceId);  // No news comes after this.
         mPrioritizer.reset();
     }
     mCamera.reset();
@@ -117,8 +118,9 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
         }
         const PendingNode node = popPending();
         try {
-            const NodePrioritizer::OfferResult offered = mPrioritizer->offer(
-                {mInstanceId, node.id}, node.cube, node.priority, *this, stop, generation);
+            const NodePrioritizer::OfferResult offered =
+                mPrioritizer->offer({mInstanceId, node.id}, node.cube, node.priority, *this, stop, generation,
+                                    knownPointCount(*octree, node.id, stop));
             changed = changed || offered.changed;
             if (offered.resident && node.id.level() < maxLevel && !stop.stop_requested()) {
                 pushChildren(*octree, parameters, node.id, stop);
@@ -159,7 +161,7 @@ void PointCloudStreamer::pushChildren(const Octree::Octree& octree, const WalkPa
                                       Octree::OctreeNodeId id, const std::stop_token& stop) {
     try {
         for (const Octree::OctreeNodeId child : octree.children(id, stop)) {
-            if (octree.nodeVisibility(child) == hidden) {
+            if (octree.nodeVisibility(child, stop) == hidden) {
                 continue;
             }
             const Math::NBoundingBox<float, 3> cube = octree.boundingCube(child);
@@ -173,6 +175,23 @@ void PointCloudStreamer::pushChildren(const Octree::Octree& octree, const WalkPa
             std::throw_with_nested(std::runtime_error("Error loading point data"));
         }
     }
+}
+
+// Hidden points make it an upper bound. A host's source need not say it.
+std::optional<std::size_t> PointCloudStreamer::knownPointCount(const Octree::Octree& octree,
+                                                               Octree::OctreeNodeId id,
+                                                               const std::stop_token& stop) {
+    Octree::NodeFacts facts;
+    try {
+        if (octree.nodeFacts(id, facts, stop) && facts.pointCount > 0) {
+            return static_cast<std::size_t>(facts.pointCount);
+        }
+    } catch (...) {
+        if (!stop.stop_requested()) {
+            std::throw_with_nested(std::runtime_error("Error loading point data"));
+        }
+    }
+    return std::nullopt;
 }
 
 void PointCloudStreamer::pushPending(const PendingNode& node) {
@@ -273,13 +292,30 @@ void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std:
 }
 
 void PointCloudStreamer::createLoader() {
-    mLoader =
+    auto loader =
         std::make_unique<Core::BackgroundThread>([this](const std::stop_token& stop) { runLoader(stop); });
+    const std::lock_guard lock(mLoaderMutex);
+    mLoader = std::move(loader);
 }
 
 void PointCloudStreamer::stopAsyncReload() {
-    mLoader.reset();
+    destroyLoader();
     mOnProgress = nullptr;  // It may hold the owner of this.
+}
+
+void PointCloudStreamer::destroyLoader() {
+    std::unique_ptr<Core::BackgroundThread> loader;
+    {
+        const std::lock_guard lock(mLoaderMutex);
+        loader.swap(mLoader);
+    }
+}
+
+void PointCloudStreamer::restartFromAnyThread() {
+    const std::lock_guard lock(mLoaderMutex);
+    if (mLoader && mVisible) {
+        mLoader->restart();
+    }
 }
 
 void PointCloudStreamer::runLoader(const std::stop_token& stop) {

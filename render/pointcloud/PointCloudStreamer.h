@@ -22,6 +22,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 #include <vector>
 
@@ -184,10 +185,14 @@ private:
                       const Math::NBoundingBox<float, 3>& cube) const;
     void pushChildren(const Octree::Octree& octree, const WalkParameters& parameters, Octree::OctreeNodeId id,
                       const std::stop_token& stop);
+    static std::optional<std::size_t> knownPointCount(const Octree::Octree& octree, Octree::OctreeNodeId id,
+                                                      const std::stop_token& stop);
     void pushPending(const PendingNode& node);
     PendingNode popPending();
 
     void createLoader();
+    void destroyLoader();
+    void restartFromAnyThread();
     void runLoader(const std::stop_token& stop);
     /// With keepsPicture the reader goes on with what it has until the next publication.
     void publish(bool keepsPicture = false);
@@ -242,6 +247,7 @@ private:
     mutable std::mutex mErrorMutex;  ///< Guards mError.
     std::exception_ptr mError;
 
+    std::mutex mLoaderMutex;  ///< Held to change mLoader, and by other threads to look at it.
     std::unique_ptr<Core::BackgroundThread> mLoader;  ///< Last: joins before anything else goes.
 };
 

@@ -87,7 +87,7 @@ void PointCloudStreamer::setUnitScale(double unitScale) {
         throw std::invalid_argument("unitScale must be positive and finite");
     }
     const bool wasLoading = mLoader != nullptr;
-    mLoader.reset();  // Its callback stays for the next one.
+    destroyLoader();  // Its callback stays for the next one.
     {
         const Walk noWalk(*this, {});
         const std::lock_guard lock(mParametersMutex);
