@@ -1,6 +1,7 @@
 // Distances to a closed mesh with its index, and by looking at every triangle.
 
 #include <math/TriangleMesh.h>
+#include <render/pointcloud/MeshDistances.h>
 
 #include <benchmark/benchmark.h>
 
@@ -60,11 +61,11 @@ const Parts& parts(int64_t triangles) {
 }
 
 /// Points within `away` along each axis of the mesh's vertices.
-std::vector<P> pointsAbout(const Parts& mesh, float away) {
+std::vector<P> pointsAbout(const Parts& mesh, float away, size_t count = 4096) {
     std::mt19937 random(3);
     std::uniform_int_distribution<size_t> vertex(0, mesh.vertices.size() - 1);
     std::uniform_real_distribution<float> offset(-away, away);
-    std::vector<P> points(4096);
+    std::vector<P> points(count);
     for (P& p : points) {
         p = mesh.vertices[vertex(random)] + P(offset(random), offset(random), offset(random));
     }
@@ -118,6 +119,34 @@ void withIndex(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations());
 }
 
+/// A node of 20,000 points in an eighth of the space, in rows of cells or shuffled.
+void ofANode(benchmark::State& state) {
+    const Parts& ofMesh = parts(state.range(0));
+    const Mesh mesh(ofMesh.vertices, ofMesh.triangles);
+    std::vector<P> points;
+    for (const P& p : pointsAbout(ofMesh, static_cast<float>(state.range(1)) / 100, 200'000)) {
+        if (p[0] > 0 && p[1] > 0 && p[2] > 0 && points.size() < 20'000) {
+            points.push_back(p);
+        }
+    }
+    if (state.range(2) == 0) {
+        const auto cell = [](const P& p) {
+            return std::floor(p[0] * 4) * 4096 + std::floor(p[1] * 4) * 64 + p[2];
+        };
+        std::sort(points.begin(), points.end(), [&](const P& a, const P& b) { return cell(a) < cell(b); });
+    }
+    Render::VertexContainer vertices;
+    vertices.resize(points.size());
+    for (size_t i = 0; i < points.size(); ++i) {
+        vertices.setPosition(i, double(points[i][0]), double(points[i][1]), double(points[i][2]));
+    }
+    Render::MeshDistanceCache cache(1);
+    for (auto _ : state) {
+        Render::updateMeshDistances({}, vertices, mesh, 1, Render::nextMeshDistanceGroup(), cache, {});
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(points.size()));
+}
+
 void everyTriangle(benchmark::State& state) {
     const Parts& mesh = parts(state.range(0));
     const std::vector<P> points = pointsAbout(mesh, 0.1f);
@@ -146,6 +175,11 @@ BENCHMARK(withIndex)
     ->ArgNames({"triangles", "within"})
     ->ArgsProduct({{14'000, 1'000'000}, {1, 10, 100, 1000}})
     ->Unit(benchmark::kMicrosecond);
+BENCHMARK(ofANode)
+    ->Name("nearest/node")
+    ->ArgNames({"triangles", "within", "shuffled"})
+    ->ArgsProduct({{14'000, 1'000'000}, {10, 1000}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(everyTriangle)
     ->Name("nearest/everyTriangle")
     ->ArgName("triangles")

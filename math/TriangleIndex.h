@@ -375,12 +375,13 @@ void TriangleIndex<T>::searchLeaf(const Node& leaf, const std::array<T, WIDTH>& 
     }
 }
 
-// No triangle in a box whose squared gap is greater can be as near, however either was rounded.
+// No triangle in a box whose squared gap is greater can be as near, however either was rounded. Without limit
+// where squared gaps come near to overflowing.
 template <class T>
 T TriangleIndex<T>::limit(Real squaredDistance) {
     const Real raised = squaredDistance * (Real(1) + Real(ROUNDING)) + Real((std::numeric_limits<T>::min)());
-    return raised < Real((std::numeric_limits<T>::max)()) ? static_cast<T>(raised)
-                                                          : std::numeric_limits<T>::infinity();
+    const Real largest = Real((std::numeric_limits<T>::max)()) / Real(8);
+    return raised < largest ? static_cast<T>(raised) : std::numeric_limits<T>::infinity();
 }
 
 // Without a branch or a comparison, as compilers turn such loops into vector instructions: x + |x| is twice x

@@ -68,6 +68,11 @@ protected:
         return {vertices, triangles};
     }
 
+    /// As one look at every triangle finds, to the last bit.
+    template <class T>
+    void expectTheSameAtManyPoints(const std::vector<Math::Point<T, 3>>& vertices,
+                                   const Triangles& triangles);
+
     std::mt19937 random{11};
 };
 
@@ -204,39 +209,152 @@ TEST_F(TriangleIndexTest, OfEquallyNearTrianglesTheFirstCounts) {
             << "spine";
         EXPECT_EQ(book.nearestPoint(P(any(-9, -3), any(-0.2f, 0.2f), any(-9, -5))).triangle, 1u) << "its end";
     }
+}
 
-    // On a grid with many triangles twice, in one order or another: as one after the other, each compared
-    // alone.
-    using D = Math::Point<double, 3>;
-    std::vector<D> vertices;
-    for (const double x : {0.0, 1.0, 2.0}) {
-        for (const double y : {0.0, 1.0, 2.0}) {
-            vertices.insert(vertices.end(), {D(x, y, 0), D(x, y, 1), D(x, y, 2)});
+namespace Plain {
+
+// What the index computes for a triangle, step by step as it does.
+using D = Math::Point<double, 3>;
+
+D clamped(const D& v, std::initializer_list<D> corners) {
+    Math::NBoundingBox<double, 3> box;
+    for (const D& corner : corners) {
+        box.extend(corner);
+    }
+    return {std::clamp(v[0], box.min[0], box.max[0]), std::clamp(v[1], box.min[1], box.max[1]),
+            std::clamp(v[2], box.min[2], box.max[2])};
+}
+
+D onEdge(const D& a, const D& b) {
+    const double along = -(b - a).dot(a);
+    const double whole = (b - a).squaredLength();
+    return !(along > 0) ? a : !(along < whole) ? b : clamped(a + (b - a) * (along / whole), {a, b});
+}
+
+D onTriangle(const D& a, const D& b, const D& c) {
+    const D ab = b - a;
+    const D ac = c - a;
+    const D normal = ab.cross(ac);
+    const double whole = normal.squaredLength();
+    const double s = normal.dot(ac.cross(a));
+    const double t = normal.dot(a.cross(ab));
+    D nearest = a;
+    if (s > 0 && t > 0 && s + t < whole) {
+        nearest = clamped(a + ab * (s / whole) + ac * (t / whole), {a, b, c});
+        if (whole > 1e-12 * ab.squaredLength() * ac.squaredLength()) {
+            return nearest;
         }
     }
-    Triangles triangles;
-    std::vector<TriangleMesh<double>> alone;
-    for (int i = 0; i < 300; ++i) {
-        triangles.push_back({uint32_t(random() % 27), uint32_t(random() % 27), uint32_t(random() % 27)});
-        if (i % 3 == 2) {
-            triangles.back() = triangles[random() % triangles.size()];
-            std::shuffle(triangles.back().begin(), triangles.back().end(), random);
-        }
-        alone.emplace_back(vertices, Triangles{triangles.back()});
+    for (const D& candidate : {onEdge(a, b), onEdge(b, c), onEdge(a, c)}) {
+        nearest = candidate.squaredLength() < nearest.squaredLength() ? candidate : nearest;
     }
-    const TriangleMesh<double> mesh(vertices, triangles);
-    for (int query = 0; query < 500; ++query) {
-        const D p(any(-1, 3), query % 2 == 0 ? 0.25 * double(random() % 12) : -1.0, any(-1, 3));
-        size_t first = 0;
-        double nearest = std::numeric_limits<double>::infinity();
-        for (size_t i = 0; i < alone.size(); ++i) {
-            if (alone[i].nearestPoint(p).squaredDistance < nearest) {
-                nearest = alone[i].nearestPoint(p).squaredDistance;
-                first = i;
+    return nearest;
+}
+
+template <class T>
+typename Math::TriangleIndex<T>::Nearest nearest(const std::vector<Math::Point<T, 3>>& vertices,
+                                                 const Triangles& triangles, const Math::Point<T, 3>& p) {
+    using Corner = Math::Point<T, 3>;
+    typename Math::TriangleIndex<T>::Nearest result;
+    for (uint32_t i = 0; i < triangles.size(); ++i) {
+        std::array<Corner, 3> corners;
+        bool finite = true;
+        for (size_t k = 0; k < 3; ++k) {
+            corners[k] = vertices[triangles[i][k]];
+            finite = finite && std::isfinite(corners[k].x() + corners[k].y() + corners[k].z());
+        }
+        if (finite) {
+            std::sort(corners.begin(), corners.end(), [](const Corner& a, const Corner& b) {
+                return std::lexicographical_compare(a.values, a.values + 3, b.values, b.values + 3);
+            });
+            const auto from = [&](const Corner& corner) {
+                return corner.template cast<double>() - p.template cast<double>();
+            };
+            const D offset = onTriangle(from(corners[0]), from(corners[1]), from(corners[2]));
+            if (offset.squaredLength() < result.squaredDistance) {
+                result = {offset, offset.squaredLength(), i};
             }
         }
-        EXPECT_EQ(mesh.nearestPoint(p).triangle, first);
-        EXPECT_EQ(mesh.nearestPoint(p).squaredDistance, nearest);
+    }
+    return result;
+}
+
+}  // namespace Plain
+
+template <class T>
+void TriangleIndexTest::expectTheSameAtManyPoints(const std::vector<Math::Point<T, 3>>& vertices,
+                                                  const Triangles& triangles) {
+    using Corner = Math::Point<T, 3>;
+    const Math::TriangleIndex<T> index(vertices, triangles);
+    for (int query = 0; query < 600; ++query) {
+        // On a corner, an edge, a face, or anywhere up to very far away.
+        const auto& triangle = triangles[random() % triangles.size()];
+        const Corner& a = vertices[triangle[0]];
+        const Corner onEdge = query % 4 < 1 ? a : (a + vertices[triangle[1]]) / 2;
+        const Corner onFace =
+            query % 4 < 2 ? onEdge : onEdge + (vertices[triangle[2]] - onEdge) * T(any(0, 1));
+        const float away = query % 4 < 3 ? 0 : std::pow(10.0f, any(-6, query % 8 < 4 ? 3 : 37));
+        const Corner p = onFace + anyPoint(away).cast<T>();
+        if (!std::isfinite(p.x() + p.y() + p.z())) {
+            continue;
+        }
+        const auto expected = Plain::nearest(vertices, triangles, p);
+        const auto found = index.nearest(p);
+        ASSERT_EQ(found.triangle, expected.triangle) << p.x() << ' ' << p.y() << ' ' << p.z();
+        ASSERT_EQ(found.squaredDistance, expected.squaredDistance);
+        ASSERT_EQ(found.offset, expected.offset);
+    }
+}
+
+TEST_F(TriangleIndexTest, FindsToTheLastBitWhatALookAtEveryTriangleFinds) {
+    std::vector<P> grid;
+    for (int i = 0; i < 64; ++i) {
+        grid.emplace_back(float(i % 4), float(i / 4 % 4), float(i / 16));
+    }
+    Triangles ties;  // With degenerate ones, and many more than once, in one order or another.
+    for (int i = 0; i < 900; ++i) {
+        ties.push_back({uint32_t(random() % 64), uint32_t(random() % 64), uint32_t(random() % 64)});
+        if (i % 3 == 2) {
+            ties.back() = ties[random() % ties.size()];
+            std::shuffle(ties.back().begin(), ties.back().end(), random);
+        }
+    }
+    std::vector<P> needles;
+    for (int i = 0; i < 200; ++i) {
+        const P from = anyPoint(10);
+        const P along = anyPoint(10);
+        needles.insert(needles.end(), {from, from + along, from + along * any(0, 1) + anyPoint(1e-6f)});
+    }
+    std::vector<P> broken = soup(600, 2).vertices();
+    for (size_t i = 0; i < broken.size(); i += 1 + random() % 12) {
+        const float values[] = {NOTHING, ENDLESS, 1e25f, 1e-40f, -3e18f};
+        broken[i][int(random() % 3)] = values[random() % 5];
+    }
+    const auto changed = [](std::vector<P> points, float factor, const P& by) {
+        for (P& p : points) {
+            p = p * factor + by;
+        }
+        return points;
+    };
+    const TriangleMesh<float> ball = sphere(P(), 8);
+    const std::vector<std::pair<std::vector<P>, Triangles>> meshes = {
+        {grid, ties},
+        {needles, threeByThree(600)},
+        {broken, threeByThree(broken.size())},
+        {ball.vertices(), ball.triangles()},
+        {changed(ball.vertices(), 0.1f, P(1e6f, -1e6f, 1e6f)), ball.triangles()},
+        {changed(soup(600, 1).vertices(), 1, P(1e6f, 2e6f, 0)), threeByThree(1800)},
+        {changed(ball.vertices(), 1e-30f, P()), ball.triangles()},
+        {changed(ball.vertices(), 1e30f, P()), ball.triangles()}};
+    for (size_t m = 0; m < meshes.size(); ++m) {
+        SCOPED_TRACE(m);
+        const auto& [vertices, triangles] = meshes[m];
+        expectTheSameAtManyPoints(vertices, triangles);
+        std::vector<Math::Point<double, 3>> thirds;
+        for (const P& vertex : vertices) {
+            thirds.push_back(vertex.cast<double>() / 3.0);
+        }
+        expectTheSameAtManyPoints(thirds, triangles);
     }
 }
 
