@@ -1,7 +1,5 @@
 #pragma once
 
-#include <core/Export.h>
-
 #include <cstddef>
 #include <memory>
 
@@ -21,7 +19,7 @@ class LoadingWorkers;
  * Threads start when there is work for them and end with the pool. Every member may be called from any
  * thread.
  */
-class LUMARO_API LoadingPool {
+class LoadingPool {
 public:
     static constexpr size_t MAX_WAITING_TASKS = 16;
 

@@ -3,10 +3,12 @@
 
 #include <tests/render/pointcloud/StreamerFixture.h>
 
+#include <algorithm>
 #include <future>
 #include <limits>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -436,6 +438,38 @@ TEST_F(PointCloudStreamerTest, CloudsOfOneRendererShareTheBudget) {
     near->detach();
     walk(*far);
     EXPECT_EQ(published(*far).size(), 9u);
+}
+
+TEST_F(PointCloudStreamerTest, LoadersThatShareABudgetComeToRestWithinItAndTakeWhatOthersLeave) {
+    const std::size_t renderer = nextId();
+    std::vector<std::unique_ptr<Streamer>> clouds;
+    for (int i = 0; i < 4; ++i) {
+        clouds.push_back(streamerOf(sourceOf({.depth = 2, .pointsPerNode = 10}), 1000, renderer));
+        Eigen::Matrix4f world = Eigen::Matrix4f::Identity();
+        world(2, 3) = -20.0f * static_cast<float>(i);
+        clouds.back()->setWorldMatrix(world);
+        clouds.back()->startAsyncReload(nullptr, 21);
+    }
+    const auto drawnAtRest = [&] {
+        while (
+            std::any_of(clouds.begin(), clouds.end(), [](const auto& cloud) { return cloud->isLoading(); })) {
+            for (const auto& cloud : clouds) {
+                cloud->waitUntilIdle();
+            }
+        }
+        std::size_t points = 0;
+        for (const auto& cloud : clouds) {
+            points += cloud->publishedPointCount();
+        }
+        return points;
+    };
+    EXPECT_LE(drawnAtRest(), 1000u);
+    EXPECT_GT(drawnAtRest(), 900u);
+    const std::size_t before = clouds[3]->publishedPointCount();
+    clouds[0]->setVisible(false);
+    clouds[1]->detach();
+    EXPECT_LE(drawnAtRest(), 1000u);
+    EXPECT_GT(clouds[3]->publishedPointCount(), before);
 }
 
 TEST_F(PointCloudStreamerTest, ClippingAndColorRangesDecideWhatIsLoaded) {
