@@ -37,7 +37,7 @@ PointCloudRenderable::PointCloudRenderable(Private, std::shared_ptr<Octree::Octr
       mOctree(std::move(octree)),
       mUniformColor(LocationPalette::instance().color(mOctree->location())),
       mUnitScale(mOctree->unitScale()),
-      mStreamer(std::make_unique<PointCloudStreamer>(mOctree, budget)) {
+      mStreamer(std::make_shared<PointCloudStreamer>(mOctree, budget)) {
     const WalkParameters parameters = mStreamer->parameters();
     mConstants.uniformColor = mUniformColor.toFloats();
     mConstants.tomographicColor = Math::Color::black(255).toFloats();

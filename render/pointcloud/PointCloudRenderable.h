@@ -50,7 +50,7 @@ class PointCloudStreamer;
 ///
 /// All members belong to the rendering thread except where noted. onProgress callbacks run on the thread of
 /// the walk, under no lock; they may read counts and ask for redraws but must not start, stop or deinitialise
-/// anything.
+/// anything. They may drop the last reference to the point cloud.
 class LUMARO_API PointCloudRenderable : public Renderable,
                                         public std::enable_shared_from_this<PointCloudRenderable> {
     struct Private {
@@ -238,7 +238,7 @@ private:
     bool mConstantsDirty = true;
     bool mPublicationPending = false;  ///< One was taken over but is not on the GPU yet.
 
-    std::unique_ptr<PointCloudStreamer> mStreamer;
+    std::shared_ptr<PointCloudStreamer> mStreamer;  ///< Shared with a walk that is under way.
     std::unique_ptr<PointCloudGpu> mGpu;  ///< Null unless initialised.
 };
 

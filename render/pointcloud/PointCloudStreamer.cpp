@@ -115,6 +115,9 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
                 onProgress();
             }
             changed = false;
+            if (stop.stop_requested()) {
+                return;  // The callback may have detached this.
+            }
         }
         const PendingNode node = popPending();
         try {
@@ -292,8 +295,13 @@ void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std:
 }
 
 void PointCloudStreamer::createLoader() {
-    auto loader =
-        std::make_unique<Core::BackgroundThread>([this](const std::stop_token& stop) { runLoader(stop); });
+    auto loader = std::make_unique<Core::BackgroundThread>(
+        [this, weak = weak_from_this(), isShared = !weak_from_this().expired()](const std::stop_token& stop) {
+            const std::shared_ptr<PointCloudStreamer> alive = weak.lock();
+            if (alive || !isShared) {
+                runLoader(stop);
+            }
+        });
     const std::lock_guard lock(mLoaderMutex);
     mLoader = std::move(loader);
 }

@@ -39,8 +39,9 @@ namespace Render {
 ///
 /// Threads: one host thread owns the streamer and makes every call except where noted. The loader's thread
 /// runs walks. Publications are read by the host's thread. The callbacks run on the thread of the walk, under
-/// no lock, and must not start or stop the loader.
-class PointCloudStreamer : private NodeVertexSource {
+/// no lock, and must not start or stop the loader. They may drop the owner's last reference to a streamer
+/// that is held by shared_ptr: it then lives until the walk has ended.
+class PointCloudStreamer : public std::enable_shared_from_this<PointCloudStreamer>, private NodeVertexSource {
 public:
     using Duration = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
 

@@ -255,6 +255,31 @@ TEST_F(PointCloudStreamerTest, ADraggedCloudIsNeverEmpty) {
     EXPECT_TRUE(published(*streamer).empty());
 }
 
+TEST_F(PointCloudStreamerTest, ACallbackMayDropTheLastReference) {
+    const auto source = sourceOf({.depth = 2});
+    for (int i = 0; i < 20; ++i) {
+        auto streamer = std::make_shared<Streamer>(SyntheticOctree::open(source), 1000000);
+        streamer->attach(nextId(), nextId(), camera, nullptr);
+        streamer->setPriorityThreshold(1.0f);
+        const std::weak_ptr<Streamer> weak = streamer;
+        auto owner = std::make_shared<std::shared_ptr<Streamer>>(std::move(streamer));
+        std::promise<void> dropped;
+        weak.lock()->startAsyncReload(
+            [&dropped, owner]() mutable {
+                if (*owner) {
+                    owner->get()->detach();  // As the owner's destructor does.
+                    owner->reset();
+                    dropped.set_value();
+                }
+            },
+            21);
+        dropped.get_future().wait();
+        while (!weak.expired()) {
+            std::this_thread::yield();
+        }
+    }
+}
+
 TEST_F(PointCloudStreamerTest, CallbacksGoWithTheLoader) {
     const auto streamer = streamerOf(sourceOf({.depth = 1}));
     const auto token = std::make_shared<int>();
