@@ -59,10 +59,10 @@ set(private_octree ChildCube IntensityRange JsonValue RandomAccessFile Stoppable
     potree/NodeChunk potree/NodeTable potree/PointCodes potree/PointColumns potree/Store)
 set(private_render core/DepthTerms core/ReadMapping core/TargetNames
     gpu/ShaderCompiler gpu/ShaderInclude gpu/ShaderLibrary gpu/ShaderWarmUp gpu/TypePromises gpu/VertexLayouts
-    pointcloud/BrightnessAndContrast pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/ModelMesh
+    pointcloud/BrightnessAndContrast pointcloud/BudgetListener pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/ModelMesh
     pointcloud/NodeId pointcloud/NodePrioritizer pointcloud/NodeVertexPacking pointcloud/NodeVertexSource
     pointcloud/PointCloudGpu
-    pointcloud/PointCloudStreamer pointcloud/PointPool pointcloud/PublishedNodes pointcloud/WalkParameters
+    pointcloud/PointCloudStreamer pointcloud/PointPool pointcloud/PublishedNodes pointcloud/ResidentNodes pointcloud/WalkParameters
     renderables/LineBuffer renderables/ObjLines renderables/ObjMeshLoader renderables/PanoDistances
     renderables/PanoGpu renderables/PanoLoading renderables/PanoTiles)
 foreach(folder IN ITEMS core math graphics octree render)
