@@ -21,7 +21,7 @@ constexpr UINT verticesPerBox = 24;
 Boxes::Boxes(const ATL::CComPtr<ID3D11Device>& device, std::vector<BoxWithColor> boxes)
     : mVertexShader(VertexShader::fromHlslResource(device, shaderName, VertexLayouts::box())),
       mPixelShader(PixelShader::fromHlslResource(device, shaderName)),
-      mModelViewProjection(device, Eigen::Matrix4f::Identity()),
+      mModelViewProjection(device, Math::StoredMatrix4f::Identity()),
       mInstanceCapacity(boxes.size()),
       mBoxCount(boxes.size()) {
     createInstances(device, D3D11_USAGE_IMMUTABLE, 0, boxes.data());
@@ -30,7 +30,7 @@ Boxes::Boxes(const ATL::CComPtr<ID3D11Device>& device, std::vector<BoxWithColor>
 Boxes::Boxes(const ATL::CComPtr<ID3D11Device>& device, size_t capacity)
     : mVertexShader(VertexShader::fromHlslResource(device, shaderName, VertexLayouts::box())),
       mPixelShader(PixelShader::fromHlslResource(device, shaderName)),
-      mModelViewProjection(device, Eigen::Matrix4f::Identity()),
+      mModelViewProjection(device, Math::StoredMatrix4f::Identity()),
       mInstanceCapacity(capacity) {
     createInstances(device, D3D11_USAGE_DYNAMIC, D3D11_CPU_ACCESS_WRITE, nullptr);
 }

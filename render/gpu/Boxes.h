@@ -3,6 +3,7 @@
 #include <core/Export.h>
 #include <math/Color.h>
 #include <math/NBoundingBox.h>
+#include <math/StoredMatrix.h>
 #include <render/gpu/CComPtr.h>
 #include <render/gpu/ConstantBuffer.h>
 #include <render/gpu/PixelShader.h>
@@ -51,7 +52,7 @@ private:
 
     VertexShader mVertexShader;
     PixelShader mPixelShader;
-    ConstantBuffer<Eigen::Matrix4f> mModelViewProjection;
+    ConstantBuffer<Math::StoredMatrix4f> mModelViewProjection;
     size_t mInstanceCapacity = 0;
     ATL::CComPtr<ID3D11Buffer> mInstanceBuffer;
     size_t mBoxCount = 0;
