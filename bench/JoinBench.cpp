@@ -1,5 +1,5 @@
-// How long it takes many small renderables to join a renderer: what a host waits for on its window's thread when
-// it shows a hundred scan positions. Usage: bench_join [COUNT]
+// How long it takes many small renderables to join a renderer: what a host waits for on its window's thread
+// when it shows a hundred scan positions. Usage: bench_join [COUNT]
 
 #include <graphics/PanoramaLoader.h>
 #include <render/core/Renderer.h>

@@ -7,7 +7,8 @@
 namespace Render {
 
 /// A region that a host wants points from, in world coordinates and floats. The host owns it. A RegionFilter
-/// is tested in double instead, and may be absolute; the ready-made ones in render/pointcloud/filters all are.
+/// is tested in double instead, and may be absolute; the ready-made ones in render/pointcloud/filters all
+/// are.
 class IFilter {
 public:
     /// True keeps the point.

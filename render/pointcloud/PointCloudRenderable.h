@@ -239,7 +239,7 @@ private:
     bool mPublicationPending = false;  ///< One was taken over but is not on the GPU yet.
 
     std::shared_ptr<PointCloudStreamer> mStreamer;  ///< Shared with a walk that is under way.
-    std::unique_ptr<PointCloudGpu> mGpu;  ///< Null unless initialised.
+    std::unique_ptr<PointCloudGpu> mGpu;            ///< Null unless initialised.
 };
 
 }  // namespace Render

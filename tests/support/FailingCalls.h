@@ -22,8 +22,8 @@ constexpr std::size_t map = 14, copyResource = 47, count = 115;
 /// How many calls still succeed before one fails with E_OUTOFMEMORY; below 0 none fails.
 inline int callsUntilFailure = -1;
 
-/// Makes the calls that create buffers, textures and views on a device, and those that map on its context, fail
-/// when their turn comes, while it exists. One at a time.
+/// Makes the calls that create buffers, textures and views on a device, and those that map on its context,
+/// fail when their turn comes, while it exists. One at a time.
 class FailingCalls {
 public:
     FailingCalls(ID3D11Device* device, ID3D11DeviceContext* context)
@@ -74,8 +74,7 @@ private:
         static inline Function* original = nullptr;
     };
     using Buffer = Failing<const D3D11_BUFFER_DESC*, const D3D11_SUBRESOURCE_DATA*, ID3D11Buffer**>;
-    using Texture =
-        Failing<const D3D11_TEXTURE2D_DESC*, const D3D11_SUBRESOURCE_DATA*, ID3D11Texture2D**>;
+    using Texture = Failing<const D3D11_TEXTURE2D_DESC*, const D3D11_SUBRESOURCE_DATA*, ID3D11Texture2D**>;
     using ShaderView =
         Failing<ID3D11Resource*, const D3D11_SHADER_RESOURCE_VIEW_DESC*, ID3D11ShaderResourceView**>;
     using TargetView =
