@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <ctime>
 #include <functional>
 #include <iterator>
 #include <map>
@@ -445,22 +444,6 @@ TEST_F(NodePrioritizerTest, AnOfferThatRunsOutOfMemoryLeavesNodesAndCountsInStep
     EXPECT_GT(failing, 5);
     EXPECT_TRUE(offer(root, at(1)).resident);
     EXPECT_LE(prioritizer.totalUsedPointCount(), 100u);
-}
-
-TEST_F(NodePrioritizerTest, ClearingTakesTimeInProportionToTheNodes) {
-    prioritizer.setTotalMaxPointCount(1000000);
-    source.size = 1;
-    for (std::size_t i = 0; i < 20000; ++i) {
-        const OctreeNodeId id = root.child(i & 7).child(i >> 3 & 7).child(i >> 6 & 7).child(i >> 9 & 7);
-        offer(id.child(i >> 12), at(1), i % 5);
-    }
-    const std::clock_t start = std::clock();
-    for (std::uint64_t instance = 0; instance < 5; ++instance) {
-        prioritizer.clear(instance);
-    }
-    // Searching for each takes several times as long, even without a sanitizer.
-    EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 0.05);
-    EXPECT_EQ(prioritizer.residentNodeCount(), 0u);
 }
 
 TEST_F(NodePrioritizerTest, VerticesAreFreedOnceNoPublicationOnItsWayNeedsThem) {
