@@ -294,16 +294,16 @@ void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std:
     createLoader();
 }
 
+// Under the lock from before the thread starts: a callback of its first walk may already destroy the loader.
 void PointCloudStreamer::createLoader() {
-    auto loader = std::make_unique<Core::BackgroundThread>(
+    const std::lock_guard lock(mLoaderMutex);
+    mLoader = std::make_unique<Core::BackgroundThread>(
         [this, weak = weak_from_this(), isShared = !weak_from_this().expired()](const std::stop_token& stop) {
             const std::shared_ptr<PointCloudStreamer> alive = weak.lock();
             if (alive || !isShared) {
                 runLoader(stop);
             }
         });
-    const std::lock_guard lock(mLoaderMutex);
-    mLoader = std::move(loader);
 }
 
 void PointCloudStreamer::stopAsyncReload() {
