@@ -103,8 +103,11 @@ bool NodeWalk::visitNext(const std::stop_token& stop) {
     } catch (...) {
         keepError(stop);
     }
+    if (stop.stop_requested()) {
+        return offered.changed;  // If the node is being loaded, the next walk may want it.
+    }
     mLoads.remove(node.id);
-    if (offered.resident && node.id.level() < mBasis.maxLevel && !stop.stop_requested()) {
+    if (offered.resident && node.id.level() < mBasis.maxLevel) {
         pushChildren(node.id, stop);
     }
     return offered.changed;

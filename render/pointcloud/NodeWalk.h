@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <stop_token>
+#include <utility>
 #include <vector>
 
 namespace Render {
@@ -63,9 +64,9 @@ public:
     bool isDone() const { return mHeap.empty(); }
     /// Offers the most important node that is left. True when nodes came or went.
     bool visitNext(const std::stop_token& stop);
-    /// Of the first node that could not be read: "Error loading point data" with the cause nested inside.
-    /// Null when there is none.
-    const std::exception_ptr& error() const { return mError; }
+    /// Hands over the error of the first node that could not be read: "Error loading point data" with the
+    /// cause nested inside. Null when there is none.
+    std::exception_ptr takeError() { return std::exchange(mError, nullptr); }
 
     /// Between two walks: what is being loaded goes on, and the next walk takes it if it wants it.
     void pause();

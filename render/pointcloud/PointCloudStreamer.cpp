@@ -114,8 +114,8 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
             onProgress();
         }
     }
-    if (mWalk.error()) {
-        std::rethrow_exception(mWalk.error());
+    if (std::exception_ptr error = mWalk.takeError()) {
+        std::rethrow_exception(std::move(error));
     }
 }
 
