@@ -223,6 +223,14 @@ int Store::nodeVisibility(OctreeNodeId id, const std::stop_token& stop) {
     return node == nullptr ? 0 : visibilityOf(*node);
 }
 
+std::optional<std::uint64_t> Store::knownPointCount(OctreeNodeId id, const std::stop_token& stop) {
+    const Node* node = find(id, stop);
+    if (node == nullptr || (node->isProxy() && node->pointCount == 0)) {
+        return std::nullopt;
+    }
+    return pointCountOf(*node);
+}
+
 bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,
                      const std::stop_token& stop) {
     const Node* node = findLoaded(id, stop);

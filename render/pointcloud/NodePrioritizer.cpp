@@ -213,24 +213,58 @@ NodePrioritizer::OfferResult NodePrioritizer::offer(const NodeId& id,
     return {.resident = true, .changed = true};
 }
 
-// By the limit of the node's own point cloud, or because evicting all that is less important would not make
-// enough room. What is as important stays, so that walks come to rest.
+// Those that find no room even when all that is less important has been evicted. What is as important stays,
+// so that walks come to rest.
+std::size_t NodePrioritizer::pointsLacking(const NodePriority& priority, std::size_t pointCount) {
+    std::size_t lacking = pointCount - (std::min)(pointCount, room());
+    for (auto user = mUsers.begin(); lacking > 0 && user != mUsers.end(); ++user) {
+        lacking -= user->second.nodes.pointsBelow(priority, lacking);
+    }
+    return lacking;
+}
+
+bool NodePrioritizer::hasTooManyNodes(User& user, Octree::OctreeNodeId id, const NodePriority& priority) {
+    if (user.nodes.size() < Buffer::maxNodes) {
+        return false;
+    }
+    const PrioritizedNode* const leaf = user.nodes.leastImportantLeaf(id);
+    return !leaf || !(leaf->priority < priority);
+}
+
 bool NodePrioritizer::isRefused(const NodeId& id, const NodePriority& priority, std::size_t pointCount) {
     User* const user = find(id.instanceId);
-    if (user && user->nodes.size() >= Buffer::maxNodes) {
-        const PrioritizedNode* const leaf = user->nodes.leastImportantLeaf(id.octreeNodeId);
-        if (!leaf || !(leaf->priority < priority)) {
-            return true;
-        }
+    if (user && hasTooManyNodes(*user, id.octreeNodeId, priority)) {
+        return true;
     }
-    std::size_t lacking = pointCount - (std::min)(pointCount, room());
-    for (auto other = mUsers.begin(); lacking > 0 && other != mUsers.end(); ++other) {
-        lacking -= other->second.nodes.pointsBelow(priority, lacking);
-    }
-    if (lacking > 0 && user) {
+    const bool lacksRoom = pointsLacking(priority, pointCount) > 0;
+    if (lacksRoom && user) {
         user->lacksNodes = true;
     }
-    return lacking > 0;
+    return lacksRoom;
+}
+
+bool NodePrioritizer::isWanted(const NodeId& id, const NodePriority& priority, std::size_t pointCount) {
+    const std::lock_guard lock(mMutex);
+    User* const user = find(id.instanceId);
+    if (user &&
+        (user->nodes.contains(id.octreeNodeId) || hasTooManyNodes(*user, id.octreeNodeId, priority))) {
+        return false;
+    }
+    return pointsLacking(priority, (std::max)(pointCount, std::size_t{1})) == 0;
+}
+
+std::uint8_t NodePrioritizer::residentChildren(const NodeId& id) const {
+    const std::lock_guard lock(mMutex);
+    const User* const user = find(id.instanceId);
+    return user ? user->nodes.childrenOf(id.octreeNodeId) : std::uint8_t{0};
+}
+
+NodePrioritizer::Outlook NodePrioritizer::outlook(std::size_t instanceId, const NodePriority& priority,
+                                                  std::size_t points) {
+    const std::lock_guard lock(mMutex);
+    const User* const user = find(instanceId);
+    const std::size_t attainable = points - pointsLacking(priority, points);
+    return {user ? Counts{user->nodes.keptSize(), user->nodes.keptPointCount()} : Counts(), attainable};
 }
 
 void NodePrioritizer::admit(ResidentNodes::Node node, Aftermath& aftermath) {

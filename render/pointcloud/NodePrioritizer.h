@@ -54,6 +54,11 @@ public:
         std::size_t points = 0;
     };
 
+    struct Outlook {
+        Counts resident;                   ///< Except discarded nodes.
+        std::size_t attainablePoints = 0;  ///< Of those asked for.
+    };
+
     explicit NodePrioritizer(std::size_t totalMaxPointCount);
     ~NodePrioritizer();
     NodePrioritizer(const NodePrioritizer&) = delete;
@@ -89,6 +94,14 @@ public:
                       const NodePriority& priority, NodeVertexSource& source, std::stop_token stop,
                       std::optional<std::uint64_t> generation = std::nullopt,
                       std::optional<std::size_t> knownPointCount = std::nullopt);
+
+    /// Whether offer() would have the node fetched: it is not resident, and there is or would be made room.
+    bool isWanted(const NodeId& id, const NodePriority& priority, std::size_t pointCount);
+    /// Bit i: child i of the node is resident.
+    std::uint8_t residentChildren(const NodeId& id) const;
+    /// What a point cloud has, and how many of so many more points there is room for, or would be made if
+    /// they all had that priority.
+    Outlook outlook(std::size_t instanceId, const NodePriority& priority, std::size_t points);
 
     /// Changes with every clear() of the point cloud.
     std::uint64_t generation(std::size_t instanceId) const;
@@ -131,6 +144,8 @@ private:
     std::uint64_t generationOf(const User* user) const { return user ? user->generation : 0; }
     std::size_t room() const;
     User* ownerOfLeastImportant();
+    std::size_t pointsLacking(const NodePriority& priority, std::size_t pointCount);
+    static bool hasTooManyNodes(User& user, Octree::OctreeNodeId id, const NodePriority& priority);
     bool isRefused(const NodeId& id, const NodePriority& priority, std::size_t pointCount);
     void admit(ResidentNodes::Node node, Aftermath& aftermath);
     void evict(User& user, const PrioritizedNode& node, Aftermath& aftermath);

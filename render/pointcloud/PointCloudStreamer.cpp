@@ -4,6 +4,7 @@
 #include <render/pointcloud/NodeVertexPacking.h>
 
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -19,6 +20,16 @@ constexpr std::size_t expectedCacheEntries = 4000;
 constexpr int hidden = 2;
 
 constexpr auto lessImportant = [](const auto& a, const auto& b) { return a.priority < b.priority; };
+
+// What is wrong with the node shows when its turn comes.
+std::optional<std::uint64_t> announcedPointCount(const Octree::Octree& octree, Octree::OctreeNodeId id,
+                                                 const std::stop_token& stop) {
+    try {
+        return octree.knownPointCount(id, stop);
+    } catch (...) {
+        return std::nullopt;
+    }
+}
 
 }  // namespace
 
@@ -73,10 +84,20 @@ void PointCloudStreamer::detach() {
     mBuffers = std::make_unique<Core::TripleBuffer<PublishedNodes>>();
     mPublishedNodeCount = 0;
     mPublishedPointCount = 0;
+    mProgress.setResident({});
 }
 
 void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::size_t maxLevel,
                                       std::stop_token stop) {
+    const struct AtRest {
+        ~AtRest() { progress.clearWanted(); }
+        LoadingProgressMeter& progress;
+    } atRest{mProgress};
+    walk(onProgress, maxLevel, stop);
+}
+
+void PointCloudStreamer::walk(const std::function<void()>& onProgress, std::size_t maxLevel,
+                              const std::stop_token& stop) {
     if (!isAttached()) {
         throw std::runtime_error("reloadingPoints is not allowed if PointCloudRenderable is not initialized");
     }
@@ -104,7 +125,8 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
     // A node that cannot be read costs that node and those below it; the rest is loaded and shown.
     std::exception_ptr firstError;
     mHeap.clear();
-    pushPending({{}, NodePriority::keep(), octree->boundingCube()});
+    mProgress.beginWalk();
+    pushPending(*octree, {{}, NodePriority::keep(), octree->boundingCube()}, stop);
     while (!mHeap.empty()) {
         if (stop.stop_requested()) {
             return;
@@ -123,7 +145,7 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
         try {
             const NodePrioritizer::OfferResult offered =
                 mPrioritizer->offer({mInstanceId, node.id}, node.cube, node.priority, *this, stop, generation,
-                                    knownPointCount(*octree, node.id, stop));
+                                    node.isResident ? std::nullopt : knownPointCount(*octree, node.id, stop));
             changed = changed || offered.changed;
             if (offered.resident && node.id.level() < maxLevel && !stop.stop_requested()) {
                 pushChildren(*octree, parameters, node.id, stop);
@@ -135,6 +157,7 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
     if (stop.stop_requested()) {
         return;
     }
+    reportProgress(NodePriority::keep());
     if (changed) {
         publish();
         if (onProgress) {
@@ -163,14 +186,17 @@ NodePriority PointCloudStreamer::rate(const WalkParameters& parameters, Octree::
 void PointCloudStreamer::pushChildren(const Octree::Octree& octree, const WalkParameters& parameters,
                                       Octree::OctreeNodeId id, const std::stop_token& stop) {
     try {
-        for (const Octree::OctreeNodeId child : octree.children(id, stop)) {
+        const Octree::NodeChildren children = octree.children(id, stop);
+        const unsigned residents = children.empty() ? 0u : mPrioritizer->residentChildren({mInstanceId, id});
+        for (const Octree::OctreeNodeId child : children) {
             if (octree.nodeVisibility(child, stop) == hidden) {
                 continue;
             }
             const Math::NBoundingBox<float, 3> cube = octree.boundingCube(child);
             const NodePriority priority = rate(parameters, child, cube);
             if (priority > NodePriority::discard()) {
-                pushPending({child, priority, cube});
+                const bool isResident = (residents >> child.childIndex() & 1u) != 0;
+                pushPending(octree, {child, priority, cube, 0, isResident}, stop);
             }
         }
     } catch (...) {
@@ -197,7 +223,19 @@ std::optional<std::size_t> PointCloudStreamer::knownPointCount(const Octree::Oct
     return std::nullopt;
 }
 
-void PointCloudStreamer::pushPending(const PendingNode& node) {
+// What the progress tells of is counted from when it is known to when it is loaded or refused.
+void PointCloudStreamer::pushPending(const Octree::Octree& octree, PendingNode node,
+                                     const std::stop_token& stop) {
+    if (!node.isResident) {
+        const std::optional<std::uint64_t> known = announcedPointCount(octree, node.id, stop);
+        node.pointCount = static_cast<std::uint32_t>(
+            (std::min)(known.value_or(0), std::uint64_t{(std::numeric_limits<std::uint32_t>::max)()}));
+        node.isWanted = known != std::uint64_t{0} &&
+                        mPrioritizer->isWanted({mInstanceId, node.id}, node.priority, node.pointCount);
+    }
+    if (node.isWanted) {
+        mProgress.add(node.pointCount);
+    }
     mHeap.push_back(node);
     std::push_heap(mHeap.begin(), mHeap.end(), lessImportant);
 }
@@ -206,7 +244,17 @@ PointCloudStreamer::PendingNode PointCloudStreamer::popPending() {
     std::pop_heap(mHeap.begin(), mHeap.end(), lessImportant);
     const PendingNode node = mHeap.back();
     mHeap.pop_back();
+    if (node.isWanted) {
+        if (mProgress.isReportDue()) {
+            reportProgress(node.priority);
+        }
+        mProgress.remove(node.pointCount);
+    }
     return node;
+}
+
+void PointCloudStreamer::reportProgress(const NodePriority& mostImportant) {
+    mProgress.report(mPrioritizer->outlook(mInstanceId, mostImportant, mProgress.points()));
 }
 
 void PointCloudStreamer::publish(bool keepsPicture) {
@@ -215,6 +263,7 @@ void PointCloudStreamer::publish(bool keepsPicture) {
         const NodePrioritizer::Counts counts = mPrioritizer->updateBuffers(mInstanceId, false, *mBuffers);
         mPublishedNodeCount = counts.nodes;
         mPublishedPointCount = counts.points;
+        mProgress.setResident(counts);
         mLastPublication = std::chrono::steady_clock::now();
         mKeepsPicture = keepsPicture;
     }
@@ -281,7 +330,8 @@ PointCloudStreamer::QueryAccess PointCloudStreamer::queryAccess() const {
     return {caches.octree, caches.pointData};
 }
 
-void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel) {
+void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel,
+                                          EndedCallback onEnded) {
     if (mLoader) {
         return;
     }
@@ -289,7 +339,7 @@ void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std:
         const std::lock_guard lock(mErrorMutex);
         mError = nullptr;
     }
-    mOnProgress = std::move(onProgress);
+    mCallbacks = {std::move(onProgress), std::move(onEnded)};
     mMaxLevel = maxLevel;
     createLoader();
 }
@@ -308,7 +358,8 @@ void PointCloudStreamer::createLoader() {
 
 void PointCloudStreamer::stopAsyncReload() {
     destroyLoader();
-    mOnProgress = nullptr;  // It may hold the owner of this.
+    mCallbacks = {};  // They may hold the owner of this.
+    mProgress.clearWanted();
 }
 
 void PointCloudStreamer::destroyLoader() {
@@ -327,19 +378,28 @@ void PointCloudStreamer::restartFromAnyThread() {
 }
 
 void PointCloudStreamer::runLoader(const std::stop_token& stop) {
+    const Callbacks callbacks = mCallbacks;  // One of them may end the loader, which forgets its own.
+    const bool walks = mVisible;
     std::exception_ptr error;
     try {
-        if (mVisible) {
-            reloadPoints(mOnProgress, mMaxLevel, stop);
-        } else if (mOnProgress) {
-            mOnProgress();
+        if (walks) {
+            walk(callbacks.onProgress, mMaxLevel, stop);
+        } else if (callbacks.onProgress) {
+            callbacks.onProgress();
         }
     } catch (...) {
         error = std::current_exception();
     }
-    if (!stop.stop_requested()) {
+    if (stop.stop_requested()) {
+        return;
+    }
+    mProgress.clearWanted();
+    {
         const std::lock_guard lock(mErrorMutex);
         mError = error;
+    }
+    if (callbacks.onEnded && (walks || error)) {
+        callbacks.onEnded(error);
     }
 }
 

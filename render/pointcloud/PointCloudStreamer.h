@@ -8,6 +8,7 @@
 #include <octree/Octree.h>
 #include <render/core/Camera.h>
 #include <render/core/RenderMode.h>
+#include <render/pointcloud/LoadingProgressMeter.h>
 #include <render/pointcloud/NodeCaches.h>
 #include <render/pointcloud/NodePrioritizer.h>
 #include <render/pointcloud/NodeVertexSource.h>
@@ -18,6 +19,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -44,6 +46,7 @@ namespace Render {
 class PointCloudStreamer : public std::enable_shared_from_this<PointCloudStreamer>, private NodeVertexSource {
 public:
     using Duration = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
+    using EndedCallback = std::function<void(std::exception_ptr)>;
 
     /// `budget` counts points.
     PointCloudStreamer(std::shared_ptr<Octree::Octree> octree, std::size_t budget);
@@ -65,8 +68,10 @@ public:
     /// loaded and published.
     void reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop);
 
-    /// The loader: walks now and after each restart. Nothing happens when there is one already.
-    void startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel);
+    /// The loader: walks now and after each restart. Nothing happens when there is one already. `onEnded` is
+    /// called after each walk that was not cut short, last of all that the walk does, with null or its error.
+    void startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel,
+                          EndedCallback onEnded = nullptr);
     /// Waits until the running walk has ended.
     void stopAsyncReload();
     bool isAsyncReloadActive() const { return mLoader != nullptr; }
@@ -80,6 +85,10 @@ public:
 
     // Of the host's settings. A setter that changes nothing does nothing; one that throws has changed
     // nothing.
+    std::size_t budget() const { return mBudget; }
+    /// A smaller budget evicts at once, and publishes what is left; a larger one restarts the loaders that
+    /// lack nodes.
+    void setBudget(std::size_t budget);
     Duration updateInterval() const { return Duration(mUpdateInterval.load()); }
     /// Throws std::invalid_argument for 0 and less. May be called from any thread.
     void setUpdateInterval(Duration interval);
@@ -130,6 +139,8 @@ public:
     /// Of the last publication, from any thread.
     std::size_t publishedNodeCount() const { return mPublishedNodeCount; }
     std::size_t publishedPointCount() const { return mPublishedPointCount; }
+    /// From any thread. Nothing is wanted when nothing walks.
+    LoadingProgress loadingProgress() const { return mProgress.read(); }
     /// Null before attach().
     const std::shared_ptr<NodePrioritizer>& prioritizer() const { return mPrioritizer; }
     std::shared_ptr<VertexContainerCache> vertexCache() const;
@@ -174,6 +185,13 @@ private:
         Octree::OctreeNodeId id;
         NodePriority priority;
         Math::NBoundingBox<float, 3> cube;
+        std::uint32_t pointCount = 0;  ///< As far as known, of a wanted one.
+        bool isResident = false;       ///< When it was pushed.
+        bool isWanted = false;         ///< The progress counts it.
+    };
+    struct Callbacks {
+        std::function<void()> onProgress;
+        EndedCallback onEnded;
     };
 
     bool fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) override;
@@ -188,8 +206,10 @@ private:
                       const std::stop_token& stop);
     static std::optional<std::size_t> knownPointCount(const Octree::Octree& octree, Octree::OctreeNodeId id,
                                                       const std::stop_token& stop);
-    void pushPending(const PendingNode& node);
+    void pushPending(const Octree::Octree& octree, PendingNode node, const std::stop_token& stop);
     PendingNode popPending();
+    void walk(const std::function<void()>& onProgress, std::size_t maxLevel, const std::stop_token& stop);
+    void reportProgress(const NodePriority& mostImportant);
 
     void createLoader();
     void destroyLoader();
@@ -213,16 +233,16 @@ private:
     void updateModelMesh(WalkParameters& parameters) const;
 
     const std::shared_ptr<Octree::Octree> mOctree;
-    const std::size_t mBudget;
 
     // Of the host's thread.
     std::shared_ptr<const Camera> mCamera;
     std::vector<Math::HalfSpace<float, 3>> mWorldHalfSpaces;
     std::shared_ptr<const Math::TriangleMesh<float>> mWorldMesh;
+    std::size_t mBudget;
     bool mRestartAfterCameraChange = true;
     std::size_t mInstanceId = 0;
     std::function<void()> mOnPublished;
-    std::function<void()> mOnProgress;
+    Callbacks mCallbacks;  ///< Of the loader.
     std::size_t mMaxLevel = 0;
     std::shared_ptr<NodePrioritizer> mPrioritizer;  ///< Changes only while no walk can run.
 
@@ -244,6 +264,7 @@ private:
     std::condition_variable_any mWalkEnded;
     bool mIsWalking = false;         ///< One walk at a time.
     std::vector<PendingNode> mHeap;  ///< Of the walk that is under way.
+    LoadingProgressMeter mProgress;
 
     mutable std::mutex mErrorMutex;  ///< Guards mError.
     std::exception_ptr mError;

@@ -90,6 +90,21 @@ TEST(StoreConcurrency, ANodeIsFoundWhileItsChunkIsBeingLoaded) {
     }
 }
 
+TEST(StoreConcurrency, CountsThatAreKnownReadNothing) {
+    Support::PotreeFixture fixture;
+    const OctreeNodeId root, reference = root.child(4);
+    const auto known = [&](OctreeNodeId id) {
+        return Octree::Octree{PoTree::FileSystemLocation(fixture.folder.path())}.knownPointCount(id);
+    };
+    fixture.hierarchy.resize(fixture.firstChunkSize);  // The rest cannot be read.
+    fixture.writeAll();
+    EXPECT_EQ(known(root.child(1)), 1u);
+    EXPECT_EQ(known(reference), 2u);
+    fixture.hierarchy.replace(46, 4, std::string(4, '\0'));  // Where the reference does not tell.
+    fixture.writeAll();
+    EXPECT_EQ(known(reference), std::nullopt);
+}
+
 TEST(StoreConcurrency, WaitingForAnotherThreadsWorkCanBeStopped) {
     Octree::StoppableMutex mutex;
     ASSERT_TRUE(mutex.lock({}));
