@@ -223,6 +223,14 @@ void PointCloudStreamer::publish(bool keepsPicture) {
     }
 }
 
+bool PointCloudStreamer::acquirePublication() {
+    if (mKeepsPicture || !mBuffers->hasNewer()) {
+        return false;
+    }
+    mBuffers->readSlot().dropVertices();
+    return mBuffers->swapRead();
+}
+
 bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out,
                                            std::stop_token stop) {
     std::shared_ptr<Octree::Octree> octree;
