@@ -38,7 +38,9 @@ private:
     struct Waiting {
         std::size_t user = 0;
         std::size_t left = 0;
-        bool hasReported = false;  ///< In this frame.
+        // In this frame:
+        bool hasReported = false;
+        bool hasSent = false;
     };
 
     std::size_t mRemaining = noLimit;  ///< For this frame, in bytes.
