@@ -89,6 +89,7 @@ public:
                         vertices.size() * sizeof(VertexContainer::Vertex));
             bytes += vertices.size() * sizeof(VertexContainer::Vertex);
         }
+        published.dropVertices();
         return bytes;
     }
 

@@ -57,7 +57,7 @@ set(private_octree ChildCube IntensityRange JsonValue RandomAccessFile Stoppable
     entwine/TileColumns entwine/TileReader entwine/Zstandard
     potree/ChunkColumn potree/FetchCancelled potree/FileLoader potree/HierarchyChunk potree/Metadata potree/Node
     potree/NodeChunk potree/NodeTable potree/PointCodes potree/PointColumns potree/Store)
-set(private_render core/DepthTerms core/ReadMapping core/TargetNames
+set(private_render core/DepthTerms core/ReadMapping core/TargetNames core/UploadAllowance
     gpu/ShaderCompiler gpu/ShaderInclude gpu/ShaderLibrary gpu/ShaderWarmUp gpu/TypePromises gpu/VertexLayouts
     pointcloud/BrightnessAndContrast pointcloud/BudgetListener pointcloud/LoadingProgressMeter
     pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/ModelMesh

@@ -27,9 +27,12 @@ public:
     /// Publishes the write slot and takes another one, which holds some earlier value.
     void swapWrite() { mWrite = mReady.exchange(mWrite | NEWER) & INDEX; }
 
+    /// Whether swapRead() would succeed. Stays so until it is called.
+    bool hasNewer() const { return (mReady.load() & NEWER) != 0; }
+
     /// Takes the newest published slot; false, and the read slot stays, when nothing was published since.
     bool swapRead() {
-        if ((mReady.load() & NEWER) == 0) {
+        if (!hasNewer()) {
             return false;
         }
         mRead = mReady.exchange(mRead) & INDEX;

@@ -1,5 +1,6 @@
 #include <render/core/Renderer.h>
 #include <render/core/TargetNames.h>
+#include <render/core/UploadAllowance.h>
 #include <render/gpu/ComException.h>
 #include <render/gpu/ShaderWarmUp.h>
 
@@ -114,7 +115,8 @@ Renderer::Renderer(bool isZBufferReversed)
       mModelMatrix(Eigen::Matrix4f::Identity()),
       mScenePass(nullptr, 640, 480),
       mOutputPass(nullptr, 640, 480),
-      mAutoAdjustZRange(false) {
+      mAutoAdjustZRange(false),
+      mUploadAllowance(UploadAllowance::shared(id())) {
     createDevice();
     setOrthographic(2.0f, 2.0f, -1.0f, 1.0f);
     createTargets(toUnsigned(viewport().width()), toUnsigned(viewport().height()));
@@ -241,6 +243,11 @@ void Renderer::setBackgroundColor(const Math::Color& color) {
 }
 
 void Renderer::render() {
+    renderFrame(mUploadBytesPerFrame);
+}
+
+void Renderer::renderFrame(size_t uploadBytes) {
+    mUploadAllowance->beginFrame(uploadBytes);
     try {
         tellCamera();
         viewport().set(mDeviceContext);

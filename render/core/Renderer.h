@@ -34,6 +34,7 @@
 namespace Render {
 class Renderer;
 class ShaderWarmUp;
+class UploadAllowance;
 }  // namespace Render
 
 // One counter per process, whichever module a renderer is created in.
@@ -130,6 +131,13 @@ public:
 
     /// Draws one frame and clears the camera's redraw flag.
     void render();
+    /// Bytes of points that a frame sends to the GPU at most, all point clouds together: 40'000'000 unless
+    /// set, about 4 ms of a bus of 10 GB/s. What is left follows in the next frames, coarsest nodes first,
+    /// and needsRedraw() asks for those. A node of more bytes goes by itself, so 0 makes one node a frame;
+    /// the largest size_t is no limit. Without limit too: writePngImage(), writePoints(), and the points of a
+    /// cloud that the host has waited for (PointCloudRenderable::reloadPoints(), waitUntilLoaded()).
+    void setUploadBytesPerFrame(size_t bytes) { mUploadBytesPerFrame = bytes; }
+    size_t uploadBytesPerFrame() const { return mUploadBytesPerFrame; }
     /// The camera's redraw flag, a change of the camera that was not drawn yet, or the scene's flag. A frame
     /// clears all of them, also those of hidden renderables.
     bool needsRedraw() const;
@@ -249,6 +257,7 @@ private:
     void tellView();
     void tellProjection();
     void tellZRange();
+    void renderFrame(size_t uploadBytes);
     bool isCameraTold() const;
     void tellCamera();
     template <class Notify>
@@ -282,6 +291,8 @@ private:
     Texture2d mExactWorldPositionStaging;
     PostProcess mPostProcess;
     bool mAutoAdjustZRange;
+    std::shared_ptr<UploadAllowance> mUploadAllowance;
+    size_t mUploadBytesPerFrame = 40'000'000;
     size_t mChunkColumn = 0;  ///< Where the next point chunk begins.
     size_t mChunkRow = 0;
     /// What the scene was told of the camera last.

@@ -1,6 +1,7 @@
 #include <render/core/ReadMapping.h>
 #include <render/core/Renderer.h>
 #include <render/core/TargetNames.h>
+#include <render/core/UploadAllowance.h>
 #include <render/core/WorldPositions.h>
 
 #include <cstring>
@@ -35,7 +36,7 @@ void Renderer::getDepthImage(Graphics::DepthImage& image) {
 }
 
 void Renderer::writePngImage(const std::filesystem::path& path) {
-    render();
+    renderFrame(UploadAllowance::noLimit);
     Graphics::ColorImage image;
     getColorImage(image);
     image.writePng(path);
@@ -104,7 +105,7 @@ void Renderer::getPoints(std::vector<VertexPosColor>& points) {
 }
 
 void Renderer::writePoints(const std::filesystem::path& path) {
-    render();
+    renderFrame(UploadAllowance::noLimit);
     std::vector<VertexPosColor> points;
     getPoints(points);
     std::ofstream file(path);

@@ -1,5 +1,7 @@
-set(LUMARO_CORE_STREAMING_SOURCES Camera.cpp CameraDepth.cpp CameraQueries.cpp WorldPositions.cpp)
-set(LUMARO_CORE_STREAMING_HEADERS Camera.h DepthTerms.h RenderMode.h WorldPositions.h ZRangeNeeds.h)
+set(LUMARO_CORE_STREAMING_SOURCES Camera.cpp CameraDepth.cpp CameraQueries.cpp UploadAllowance.cpp
+    WorldPositions.cpp)
+set(LUMARO_CORE_STREAMING_HEADERS Camera.h DepthTerms.h RenderMode.h UploadAllowance.h WorldPositions.h
+    ZRangeNeeds.h)
 set(LUMARO_CORE_RENDER_SOURCES
     PostProcess.cpp
     Renderable.cpp

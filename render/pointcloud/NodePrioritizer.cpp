@@ -401,12 +401,11 @@ NodePrioritizer::Counts NodePrioritizer::updateBuffers(std::size_t instanceId, b
     user.changed = false;
     user.knowsOfEviction = false;
     // What an earlier publication left in the slot that comes back must not outlive its nodes.
-    for (PublishedNode& node : buffers.writeSlot().nodes) {
-        if (node.vertices) {
-            stale.push_back(std::move(node.vertices));
-        }
+    Buffer& back = buffers.writeSlot();
+    for (std::size_t i = 0; back.hasVertices && i < back.nodes.size(); ++i) {
+        stale.push_back(std::move(back.nodes[i].vertices));
     }
-    buffers.writeSlot().nodes.clear();
+    back.hasVertices = false;
     return counts;
 }
 

@@ -42,13 +42,13 @@ PointCloudGpu::PointCloudGpu(ATL::CComPtr<ID3D11Device> device, ATL::CComPtr<ID3
       mNodeTableView(mDevice, mNodeTable.get(), nullptr),
       mPool(pointsPerPage) {}
 
-void PointCloudGpu::takeOver(PublishedNodes& published) {
+void PointCloudGpu::takeOver(PublishedNodes& published, const Limit& limit) {
     mBoxesColor.reset();
     try {
-        mPool.update(published.nodes);
+        mPool.update(published.nodes, {limit.bytes / pointSize, limit.isOneAllowed});
         createPages();
         uploadPoints(published);
-        uploadNodeTable(published);
+        collectDrawnNodes(published);
     } catch (...) {
         // Nobody knows what arrived: begin anew.
         mPool.clear();
@@ -57,10 +57,13 @@ void PointCloudGpu::takeOver(PublishedNodes& published) {
         mDrawnNodes.clear();
         throw;
     }
-    collectDrawnNodes(published);
-    for (PublishedNode& node : published.nodes) {
-        node.vertices.reset();
+    if (isSettled()) {
+        published.dropVertices();
     }
+}
+
+std::size_t PointCloudGpu::pendingPointBytes() const {
+    return mPool.pointsLeft() * pointSize;
 }
 
 void PointCloudGpu::createPages() {
@@ -100,28 +103,38 @@ void PointCloudGpu::uploadPoints(const PublishedNodes& published) {
     }
 }
 
-void PointCloudGpu::uploadNodeTable(const PublishedNodes& published) {
+void PointCloudGpu::uploadNodeTable(const std::vector<PublishedNodes::Texel>& table) {
     const D3D11_MAPPED_SUBRESOURCE mapped = mNodeTable.map(mContext, D3D11_MAP_WRITE_DISCARD);
-    std::memcpy(mapped.pData, published.nodeTable.data(),
-                published.nodeTable.size() * sizeof(PublishedNodes::Texel));
+    std::memcpy(mapped.pData, table.data(), table.size() * sizeof(PublishedNodes::Texel));
     mNodeTable.unMap(mContext);
 }
 
 // In published order: where discs meet at one depth, the picture does not depend on what was uploaded when.
 void PointCloudGpu::collectDrawnNodes(const PublishedNodes& published) {
+    // The shader counts the children before a child, so the table holds no node that is not drawn yet.
+    std::vector<std::size_t> arrived;
     mDrawnNodes.clear();
     for (std::size_t i = 0; i < published.nodes.size(); ++i) {
         const PublishedNode& node = published.nodes[i];
-        if (node.pointCount == 0) {
+        const PointPool::Range& range = mPool.ranges()[i];
+        if (node.pointCount > 0 && range.count == 0) {
+            continue;
+        }
+        arrived.push_back(i);
+        if (range.count == 0) {
             continue;
         }
         DrawnNode& drawn = mDrawnNodes.emplace_back();
-        drawn.range = mPool.ranges()[i];
-        drawn.pointCount = node.pointCount;
+        drawn.range = range;
         drawn.constants.nodeMin = {node.cube.min.x(), node.cube.min.y(), node.cube.min.z()};
-        drawn.constants.nodeIndex = static_cast<std::uint32_t>(i);
+        drawn.constants.nodeIndex = static_cast<std::uint32_t>(arrived.size() - 1);
         drawn.constants.nodeDepth = static_cast<std::uint32_t>(node.id.level());
         drawn.cube = node.cube;
+    }
+    if (arrived.size() == published.nodes.size()) {
+        uploadNodeTable(published.nodeTable);
+    } else {
+        uploadNodeTable(published.nodeTableOf(arrived));
     }
 }
 
@@ -168,7 +181,7 @@ void PointCloudGpu::drawNodes() {
         }
         mNodeConstants.set(node.constants);
         mNodeConstants.upload(mContext);
-        mContext->DrawInstanced(corners, static_cast<UINT>(node.pointCount), 0,
+        mContext->DrawInstanced(corners, static_cast<UINT>(node.range.count), 0,
                                 static_cast<UINT>(node.range.first));
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <math/Color.h>
+#include <render/core/UploadAllowance.h>
 #include <render/gpu/Boxes.h>
 #include <render/gpu/CComPtr.h>
 #include <render/gpu/ConstantBuffer.h>
@@ -28,21 +29,28 @@ public:
 
     void setConstants(const PointCloudFrameConstants& constants) { mFrameConstants.set(constants); }
 
-    /// Sends what a publication has and the GPU lacks, and drops the publication's vertices. After a failure
-    /// the publication still has all of them and can be taken over again.
-    void takeOver(PublishedNodes& published);
+    /// Bytes that a takeOver() may send.
+    using Limit = UploadAllowance::Share;
+    static constexpr Limit noLimit{UploadAllowance::noLimit, true};
 
-    /// Draws the nodes of the last publication.
+    /// Sends what a publication has and the GPU lacks, within the limit: when not isSettled() then, it is to
+    /// be called again with the same publication or a later one. Once settled it drops the publication's
+    /// vertices; until then, and after a failure, the publication still has all of them.
+    void takeOver(PublishedNodes& published, const Limit& limit = noLimit);
+    bool isSettled() const { return mPool.isSettled(); }
+
+    /// Draws the nodes of the last publication that have arrived.
     void draw();
     /// Draws their cubes as wire frames.
     void drawBoundingBoxes(const Math::Color& color);
 
     std::size_t uploadedPointBytes() const { return mUploadedPointBytes; }
+    /// Of the last publication.
+    std::size_t pendingPointBytes() const;
 
 private:
     struct DrawnNode {
         PointPool::Range range;
-        std::size_t pointCount = 0;
         PointCloudNodeConstants constants;
         Math::NBoundingBox<float, 3> cube;
     };
@@ -59,10 +67,10 @@ private:
         PointCloudGpu& mGpu;
     };
 
-    void uploadNodeTable(const PublishedNodes& published);
     void uploadPoints(const PublishedNodes& published);
     void createPages();
     void collectDrawnNodes(const PublishedNodes& published);
+    void uploadNodeTable(const std::vector<PublishedNodes::Texel>& table);
     void drawNodes();
 
     ATL::CComPtr<ID3D11Device> mDevice;
@@ -77,7 +85,7 @@ private:
     PointPool mPool;
     std::vector<ATL::CComPtr<ID3D11Buffer>> mPages;  ///< By the pool's page numbers.
     std::vector<std::size_t> mPageCapacities;
-    std::vector<DrawnNode> mDrawnNodes;  ///< Those with points, as published.
+    std::vector<DrawnNode> mDrawnNodes;  ///< Those with points on the GPU, as published.
     std::size_t mUploadedPointBytes = 0;
 
     std::optional<Boxes> mBoxes;             ///< Made when first shown.

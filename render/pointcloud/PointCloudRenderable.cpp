@@ -1,5 +1,6 @@
 #include <render/pointcloud/PointCloudRenderable.h>
 
+#include <render/core/UploadAllowance.h>
 #include <render/pointcloud/BrightnessAndContrast.h>
 #include <render/pointcloud/LocationPalette.h>
 #include <render/pointcloud/PointCloudGpu.h>
@@ -84,6 +85,7 @@ void PointCloudRenderable::init(std::size_t rendererId, std::shared_ptr<Camera> 
     mGpu = std::make_unique<PointCloudGpu>(std::move(device), std::move(deviceContext));
     mCamera = std::move(camera);
     mPublicationPending = false;
+    mUploadAllowance = UploadAllowance::shared(rendererId);
     mStreamer->attach(rendererId, id(), mCamera, [this] { setNeedsRedraw(true); });
     updateWorldMatrix();
     updateCameraConstants();
@@ -93,6 +95,7 @@ void PointCloudRenderable::init(std::size_t rendererId, std::shared_ptr<Camera> 
 void PointCloudRenderable::deinit() {
     mStreamer->detach();
     mGpu.reset();
+    mUploadAllowance.reset();
     mCamera.reset();
 }
 
@@ -115,6 +118,7 @@ void PointCloudRenderable::skipRender() {
     Renderable::skipRender();
     if (mGpu && !visible() && mStreamer->acquirePublication()) {
         mGpu->takeOver(mStreamer->publication());  // It is empty, which gives the points' memory back.
+        mPublicationPending = false;
     }
 }
 
@@ -125,9 +129,9 @@ bool PointCloudRenderable::needsRedraw() const {
 void PointCloudRenderable::drawFrame() {
     mPublicationPending = mStreamer->acquirePublication() || mPublicationPending;
     if (mPublicationPending) {
-        mGpu->takeOver(mStreamer->publication());
-        mPublicationPending = false;
+        takeOverPublication();
     }
+    mUploadsAtOnce = false;
     if (mConstantsDirty) {
         mGpu->setConstants(mConstants);
         mConstantsDirty = false;
@@ -136,10 +140,22 @@ void PointCloudRenderable::drawFrame() {
     if (mShowBoundingBoxes) {
         mGpu->drawBoundingBoxes(mUniformColor);
     }
+    if (mPublicationPending) {
+        setNeedsRedraw(true);
+    }
+}
+
+void PointCloudRenderable::takeOverPublication() {
+    const std::size_t before = mGpu->uploadedPointBytes();
+    mGpu->takeOver(mStreamer->publication(),
+                   mUploadsAtOnce ? PointCloudGpu::noLimit : mUploadAllowance->share(id()));
+    mUploadAllowance->report(id(), mGpu->uploadedPointBytes() - before, mGpu->pendingPointBytes());
+    mPublicationPending = !mGpu->isSettled();
 }
 
 void PointCloudRenderable::reloadPoints(std::function<void()> onProgress, std::size_t maxLevel,
                                         std::stop_token stop) {
+    mUploadsAtOnce = true;
     mStreamer->reloadPoints(std::move(onProgress), maxLevel, std::move(stop));
 }
 
@@ -181,6 +197,7 @@ LoadingProgress PointCloudRenderable::loadingProgress() const {
 }
 
 void PointCloudRenderable::waitUntilLoaded() {
+    mUploadsAtOnce = true;
     mStreamer->waitUntilIdle();
 }
 
@@ -252,6 +269,10 @@ std::size_t PointCloudRenderable::numVisiblePoints() const {
 
 std::size_t PointCloudRenderable::uploadedPointBytes() const {
     return mGpu ? mGpu->uploadedPointBytes() : 0;
+}
+
+std::size_t PointCloudRenderable::pendingUploadBytes() const {
+    return mGpu ? mGpu->pendingPointBytes() : 0;
 }
 
 Math::NBoundingBox<float, 3> PointCloudRenderable::boundingBox() {

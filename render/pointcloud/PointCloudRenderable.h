@@ -38,6 +38,7 @@ namespace Render {
 
 class PointCloudGpu;
 class PointCloudStreamer;
+class UploadAllowance;
 
 /// Shows one octree point cloud without ever holding it whole: a walk visits the octree from its root, most
 /// important node first, and keeps what is worth most within a budget in points that the point clouds of a
@@ -104,7 +105,8 @@ public:
 
     /// One walk on the calling thread, down to maxLevel. Returns quietly when `stop` is signalled. Throws
     /// std::runtime_error when it is not initialised and when point data cannot be loaded; the cause of the
-    /// latter is nested inside. `onProgress` is called after each publication; it may be null.
+    /// latter is nested inside. `onProgress` is called after each publication; it may be null. The next frame
+    /// shows all of it, whatever Renderer::uploadBytesPerFrame() says.
     void reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop);
     void reloadPoints(void (*onProgress)(), std::size_t maxLevel, std::stop_token stop);
 
@@ -129,7 +131,7 @@ public:
     /// How much is there and how much is still to load. Any thread, at any time, at no cost. Nothing is
     /// wanted when nothing walks.
     LoadingProgress loadingProgress() const;
-    /// Blocks until the loader has nothing to do.
+    /// Blocks until the loader has nothing to do. The next frame then shows all of it.
     void waitUntilLoaded();
 
     // A captureless lambda fits both callbacks above; these take any function object.
@@ -175,6 +177,9 @@ public:
     std::size_t numVisiblePoints() const;
     /// Bytes of point data sent to the GPU since init().
     std::size_t uploadedPointBytes() const;
+    /// Bytes that the frames drawn so far had no room for (Renderer::setUploadBytesPerFrame()). While there
+    /// are some, each frame asks for the next one.
+    std::size_t pendingUploadBytes() const;
 
     // Geometry, in model coordinates: (absolute - referencePosition()) * unitScale().
     Math::NBoundingBox<float, 3> boundingBox() override;
@@ -243,6 +248,7 @@ private:
     void setRange(float& least, float& greatest, float newLeast, float newGreatest);
     void setNotNegative(float& constant, float value, const char* name);
     void drawFrame();
+    void takeOverPublication();
     void followUnitScale();
     void updateCameraConstants();
     void updateClippingConstants();
@@ -256,7 +262,9 @@ private:
 
     PointCloudFrameConstants mConstants;
     bool mConstantsDirty = true;
-    bool mPublicationPending = false;  ///< One was taken over but is not on the GPU yet.
+    bool mPublicationPending = false;  ///< One was taken over but is not all on the GPU yet.
+    bool mUploadsAtOnce = false;       ///< In the next frame: the host has waited already.
+    std::shared_ptr<UploadAllowance> mUploadAllowance;
 
     std::shared_ptr<PointCloudStreamer> mStreamer;  ///< Shared with a walk that is under way.
     std::unique_ptr<PointCloudGpu> mGpu;            ///< Null unless initialised.

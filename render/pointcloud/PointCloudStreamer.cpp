@@ -172,6 +172,14 @@ void PointCloudStreamer::publish(bool keepsPicture) {
     }
 }
 
+bool PointCloudStreamer::acquirePublication() {
+    if (mKeepsPicture || !mBuffers->hasNewer()) {
+        return false;
+    }
+    mBuffers->readSlot().dropVertices();
+    return mBuffers->swapRead();
+}
+
 PointCloudStreamer::Caches PointCloudStreamer::takeCaches() const {
     std::shared_ptr<Octree::Octree> octree = mOctree->snapshot();
     const Octree::CacheIdentifier identifier = octree->cacheIdentifier();

@@ -153,8 +153,8 @@ public:
     QueryAccess queryAccess() const;
 
     /// Takes over the newest publication; true when there was one that was not taken before. The reader may
-    /// drop the vertices of the nodes in it.
-    bool acquirePublication() { return !mKeepsPicture && mBuffers->swapRead(); }
+    /// drop the vertices of the nodes in it; those of the last one are dropped here.
+    bool acquirePublication();
     PublishedNodes& publication() { return mBuffers->readSlot(); }
 
 private:

@@ -5,14 +5,15 @@
 
 namespace Render {
 
-void PointPool::update(const std::vector<PublishedNode>& nodes, std::size_t maxUploadPoints) {
+void PointPool::update(const std::vector<PublishedNode>& nodes, const Limit& limit) {
     mUploads.clear();
     mPending.clear();
-    mHasMovesLeft = false;
+    mPointsLeft = 0;
     keepPlaces(nodes);
-    placeNew(nodes, maxUploadPoints);
+    chooseUploads(nodes, limit);
+    placeUploads(nodes);
     if (mPending.empty()) {
-        moveOutOfSparsePages(nodes, maxUploadPoints);
+        moveOutOfSparsePages(nodes, limit);
     }
     // Only now, so that what was freed could be used by what is new.
     for (Page& page : mPages) {
@@ -33,7 +34,7 @@ void PointPool::clear() {
     mRanges.clear();
     mUploads.clear();
     mPending.clear();
-    mHasMovesLeft = false;
+    mPointsLeft = 0;
 }
 
 // Both lists are in order, so one sweep over each finds what stays.
@@ -45,53 +46,71 @@ void PointPool::keepPlaces(const std::vector<PublishedNode>& nodes) {
         for (; old != mPlaced.end() && old->id < node.id; ++old) {
             release(*old);
         }
-        kept.push_back({.id = node.id, .serial = node.serial, .range = {}, .count = 0});
-        if (old != mPlaced.end() && old->id == node.id) {
-            if (old->serial == node.serial) {
-                kept.back() = *old;
-            } else {
-                release(*old);
-            }
-            ++old;
+        if (old == mPlaced.end() || old->id != node.id) {
+            kept.push_back({.id = node.id, .serial = node.serial, .cube = node.cube, .range = {}});
+            continue;
         }
+        if (old->serial == node.serial || (old->cube == node.cube && node.pointCount > 0)) {
+            kept.push_back(*old);
+        } else {
+            release(*old);
+            kept.push_back({.id = node.id, .serial = node.serial, .cube = node.cube, .range = {}});
+        }
+        ++old;
     }
     for (; old != mPlaced.end(); ++old) {
         release(*old);
     }
     mPlaced.swap(kept);
-    mPointCount = 0;
-    for (const Page& page : mPages) {
-        mPointCount += page.used;
+}
+
+void PointPool::chooseUploads(const std::vector<PublishedNode>& nodes, const Limit& limit) {
+    std::size_t points = 0;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const std::size_t count = nodes[i].pointCount;
+        if (count == 0 || (mPlaced[i].range.count > 0 && mPlaced[i].serial == nodes[i].serial)) {
+            continue;
+        }
+        const bool fits = points + count <= limit.points || (mUploads.empty() && limit.isOneAllowed);
+        if (mPending.empty() && fits) {
+            mUploads.push_back(i);
+            points += count;
+        } else {
+            mPending.push_back(i);
+            mPointsLeft += count;
+        }
     }
 }
 
-void PointPool::placeNew(const std::vector<PublishedNode>& nodes, std::size_t maxPoints) {
-    std::size_t points = 0;
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-        if (nodes[i].pointCount == 0 || mPlaced[i].count > 0) {
-            continue;
-        }
-        if (mPending.empty() && (mUploads.empty() || points + nodes[i].pointCount <= maxPoints)) {
-            mUploads.push_back(i);
-            points += nodes[i].pointCount;
-        } else {
-            mPending.push_back(i);
-        }
-    }
-    mPointCount += points;
+void PointPool::placeUploads(const std::vector<PublishedNode>& nodes) {
+    mPointCount = 0;
     for (const std::size_t i : mUploads) {
-        mPlaced[i].count = nodes[i].pointCount;
+        release(mPlaced[i]);
+        mPointCount += nodes[i].pointCount;
+    }
+    mPointCount += pointsInPages();
+    for (const std::size_t i : mUploads) {
+        mPlaced[i].serial = nodes[i].serial;
+        mPlaced[i].cube = nodes[i].cube;
         mPlaced[i].range = allocate(nodes[i].pointCount);
     }
 }
 
-void PointPool::moveOutOfSparsePages(const std::vector<PublishedNode>& nodes, std::size_t maxPoints) {
+std::size_t PointPool::pointsInPages() const {
+    std::size_t points = 0;
+    for (const Page& page : mPages) {
+        points += page.used;
+    }
+    return points;
+}
+
+void PointPool::moveOutOfSparsePages(const std::vector<PublishedNode>& nodes, const Limit& limit) {
     const auto newCount = static_cast<std::ptrdiff_t>(mUploads.size());
     std::size_t points = 0;
     for (const std::size_t i : mUploads) {
         points += nodes[i].pointCount;
     }
-    maxPoints = (std::min)(maxPoints, points + mPointsPerPage / 4);
+    const std::size_t maxPoints = (std::min)(limit.points, points + mPointsPerPage / 4);
     while (isSparse()) {
         const std::size_t source = sparsestPage();
         if (source == mPages.size()) {
@@ -99,19 +118,21 @@ void PointPool::moveOutOfSparsePages(const std::vector<PublishedNode>& nodes, st
         }
         for (std::size_t i = 0; i < mPlaced.size(); ++i) {
             Placed& placed = mPlaced[i];
-            if (placed.count == 0 || placed.range.page != source || !nodes[i].vertices) {
+            const std::size_t count = placed.range.count;
+            if (count == 0 || placed.range.page != source || !nodes[i].vertices) {
                 continue;
             }
             const bool isNew = std::binary_search(mUploads.begin(), mUploads.begin() + newCount, i);
-            if (isNew || (!mUploads.empty() && points + placed.count > maxPoints)) {
-                mHasMovesLeft = true;
+            const bool fits = points + count <= maxPoints || (mUploads.empty() && limit.isOneAllowed);
+            if (isNew || !fits) {
+                mPointsLeft += count;
                 continue;
             }
-            const Range target = allocateForMove(placed.count);
+            const Range target = allocateForMove(count);
             release(placed);
             placed.range = target;
             mUploads.push_back(i);
-            points += placed.count;
+            points += count;
         }
         if (mPages[source].used > 0) {
             return;
@@ -150,7 +171,7 @@ std::size_t PointPool::sparsestPage() const {
 }
 
 PointPool::Range PointPool::allocate(std::size_t count) {
-    Range range;
+    Range range{.count = count};
     for (range.page = 0; range.page < mPages.size(); ++range.page) {
         if (takeGap(mPages[range.page], count, range.first)) {
             return range;
@@ -161,7 +182,7 @@ PointPool::Range PointPool::allocate(std::size_t count) {
 }
 
 PointPool::Range PointPool::allocateForMove(std::size_t count) {
-    Range range;
+    Range range{.count = count};
     std::size_t toMove = 0;
     for (range.page = 0; range.page < mPages.size(); ++range.page) {
         if (mayBeEmptied(mPages[range.page])) {
@@ -176,7 +197,7 @@ PointPool::Range PointPool::allocateForMove(std::size_t count) {
 PointPool::Range PointPool::addPage(std::size_t count, std::size_t capacity) {
     const auto unused =
         std::find_if(mPages.begin(), mPages.end(), [](const Page& page) { return page.capacity == 0; });
-    Range range;
+    Range range{.count = count};
     range.page = static_cast<std::size_t>(unused - mPages.begin());
     if (unused == mPages.end()) {
         mPages.emplace_back();
@@ -205,13 +226,13 @@ bool PointPool::takeGap(Page& page, std::size_t count, std::size_t& first) {
 }
 
 void PointPool::release(const Placed& placed) {
-    if (placed.count == 0) {
+    if (placed.range.count == 0) {
         return;
     }
     Page& page = mPages[placed.range.page];
-    page.used -= placed.count;
+    page.used -= placed.range.count;
     page.hasLostNodes = page.used > 0;
-    auto gap = page.gaps.emplace(placed.range.first, placed.count).first;
+    auto gap = page.gaps.emplace(placed.range.first, placed.range.count).first;
     const auto next = std::next(gap);
     if (next != page.gaps.end() && gap->first + gap->second == next->first) {
         gap->second += next->second;

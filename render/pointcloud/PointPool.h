@@ -1,5 +1,6 @@
 #pragma once
 
+#include <math/NBoundingBox.h>
 #include <octree/OctreeNodeId.h>
 #include <render/pointcloud/PublishedNodes.h>
 
@@ -20,31 +21,40 @@ namespace Render {
 /// once. While the pages hold more than twice the points that are in them, each update moves some nodes out
 /// of the pages with the most gaps. Such a node is one of the uploads. It needs its vertices for that and
 /// stays where it is without them.
+///
+/// Uploads may be limited. A node whose new vertices have to wait stays with its old ones, if it had some in
+/// the same cube.
 class PointPool {
 public:
-    static constexpr std::size_t noLimit = (std::numeric_limits<std::size_t>::max)();
-
     struct Range {
         std::size_t page = 0;
         std::size_t first = 0;  ///< Point within the page.
+        std::size_t count = 0;  ///< Points that are there; 0 without a place.
+    };
+    struct Limit {
+        std::size_t points = (std::numeric_limits<std::size_t>::max)();
+        bool isOneAllowed = true;  ///< A larger node may go by itself.
     };
 
     explicit PointPool(std::size_t pointsPerPage) : mPointsPerPage(pointsPerPage) {}
 
     /// Makes room for these nodes, which are in the order of a publication, and drops all others. The uploads
-    /// have at most maxUploadPoints points, if more than one node, and are the first ones that are missing;
-    /// call it again with the same nodes for the next ones.
-    void update(const std::vector<PublishedNode>& nodes, std::size_t maxUploadPoints = noLimit);
+    /// are the first ones that are missing, as many as the limit lets through; call it again with the same
+    /// nodes for the next ones.
+    void update(const std::vector<PublishedNode>& nodes, const Limit& limit);
+    void update(const std::vector<PublishedNode>& nodes) { update(nodes, Limit()); }
     void clear();
 
-    /// The place of each node of the last update; meaningless for a node without points and a pending one.
+    /// The place of each node of the last update.
     const std::vector<Range>& ranges() const { return mRanges; }
     /// Indices of the nodes of the last update whose points are to be sent to their places now.
     const std::vector<std::size_t>& uploads() const { return mUploads; }
-    /// Indices of the nodes of the last update that have no place yet, for want of upload points.
+    /// Indices of the nodes of the last update that the limit held back.
     const std::vector<std::size_t>& pending() const { return mPending; }
+    /// Points of the pending nodes and of those to be moved next.
+    std::size_t pointsLeft() const { return mPointsLeft; }
     /// Whether another update with the same nodes would have nothing to upload.
-    bool isSettled() const { return mPending.empty() && !mHasMovesLeft; }
+    bool isSettled() const { return mPointsLeft == 0; }
 
     /// Pages are numbered from 0; those given up stay in the count until their number is used again.
     std::size_t pageCount() const { return mPages.size(); }
@@ -60,14 +70,16 @@ private:
     };
     struct Placed {
         Octree::OctreeNodeId id;
-        std::uint64_t serial = 0;
+        std::uint64_t serial = 0;  ///< Of the vertices that are there.
+        Math::NBoundingBox<float, 3> cube;
         Range range;
-        std::size_t count = 0;  ///< 0 while it has no place.
     };
 
     void keepPlaces(const std::vector<PublishedNode>& nodes);
-    void placeNew(const std::vector<PublishedNode>& nodes, std::size_t maxPoints);
-    void moveOutOfSparsePages(const std::vector<PublishedNode>& nodes, std::size_t maxPoints);
+    void chooseUploads(const std::vector<PublishedNode>& nodes, const Limit& limit);
+    void placeUploads(const std::vector<PublishedNode>& nodes);
+    void moveOutOfSparsePages(const std::vector<PublishedNode>& nodes, const Limit& limit);
+    std::size_t pointsInPages() const;
     bool isSparse() const;
     bool mayBeEmptied(const Page& page) const;
     std::size_t sparsestPage() const;
@@ -84,7 +96,7 @@ private:
     std::vector<Range> mRanges;
     std::vector<std::size_t> mUploads;
     std::vector<std::size_t> mPending;
-    bool mHasMovesLeft = false;
+    std::size_t mPointsLeft = 0;
 };
 
 }  // namespace Render

@@ -24,8 +24,8 @@ struct PublishedNode {
     Octree::OctreeNodeId id;
     Math::NBoundingBox<float, 3> cube;  ///< Model coordinates.
     std::size_t pointCount = 0;
-    std::uint64_t serial = 0;                      ///< Of the vertices.
-    std::shared_ptr<const NodeVertices> vertices;  ///< Null once the reader has taken what it needs.
+    std::uint64_t serial = 0;  ///< Of the vertices.
+    std::shared_ptr<const NodeVertices> vertices;
 };
 
 /// One publication: the nodes to draw of one point cloud and the table in which the shader looks up which of
@@ -41,9 +41,15 @@ struct PublishedNodes {
     std::vector<Texel> nodeTable;
     std::vector<PublishedNode> nodes;  ///< Node i belongs to texel i: level by level, siblings side by side.
     std::size_t pointCount = 0;
+    bool hasVertices = false;  ///< While false, all vertices are null.
 
+    /// For the reader that needs them no more, as they must not outlive their nodes.
+    void dropVertices();
     /// Fills nodeTable from nodes, which are in order. A node whose parent is missing appears in no mask.
     void buildNodeTable();
+    /// The table of only some of the nodes, given by their indices in order; node indices[i] belongs to
+    /// texel i.
+    std::vector<Texel> nodeTableOf(const std::vector<std::size_t>& indices) const;
 };
 
 }  // namespace Render

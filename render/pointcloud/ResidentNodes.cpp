@@ -182,6 +182,7 @@ void ResidentNodes::publish(bool withoutDeepestLevel, PublishedNodes& out) const
     for (const PublishedNode& node : out.nodes) {
         out.pointCount += node.pointCount;
     }
+    out.hasVertices = true;
     out.buildNodeTable();
 }
 

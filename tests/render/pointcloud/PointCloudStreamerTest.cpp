@@ -46,6 +46,17 @@ TEST_F(PointCloudStreamerTest, AWalkPublishesWhatIsWorthLoadingOnce) {
     EXPECT_EQ(source->readCount(), 73u);
 }
 
+TEST_F(PointCloudStreamerTest, VerticesThatTheReaderHasNotTakenGoWithTheirPublication) {
+    const auto streamer = streamerOf(sourceOf({.depth = 0}));
+    walk(*streamer);
+    published(*streamer);
+    const std::weak_ptr<const Render::NodeVertices> vertices = streamer->publication().nodes[0].vertices;
+    streamer->clearVisibleOctreeNodes();
+    EXPECT_FALSE(vertices.expired());
+    published(*streamer);
+    EXPECT_TRUE(vertices.expired());
+}
+
 TEST_F(PointCloudStreamerTest, LevelsBoundTheWalk) {
     const auto streamer = streamerOf(sourceOf({.depth = 3, .childMask = 0x81}));
     walk(*streamer, 0);

@@ -36,11 +36,14 @@ void sort(std::vector<PublishedNode>& nodes) {
 void expectDisjoint(const PointPool& pool, const std::vector<PublishedNode>& nodes) {
     std::vector<std::tuple<std::size_t, std::size_t, std::size_t>> taken;
     for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const PointPool::Range& range = pool.ranges()[i];
         const auto& pending = pool.pending();
-        if (nodes[i].pointCount > 0 && std::find(pending.begin(), pending.end(), i) == pending.end()) {
-            const PointPool::Range& range = pool.ranges()[i];
-            taken.emplace_back(range.page, range.first, range.first + nodes[i].pointCount);
-            ASSERT_LE(range.first + nodes[i].pointCount, pool.pageCapacity(range.page));
+        if (std::find(pending.begin(), pending.end(), i) == pending.end()) {
+            ASSERT_EQ(range.count, nodes[i].pointCount);
+        }
+        if (range.count > 0) {
+            taken.emplace_back(range.page, range.first, range.first + range.count);
+            ASSERT_LE(range.first + range.count, pool.pageCapacity(range.page));
         }
     }
     std::sort(taken.begin(), taken.end());
@@ -111,8 +114,17 @@ TEST(PointPoolTest, RandomPublicationsNeverOverlap) {
                 nodes.push_back(each);
             }
         }
-        pool.update(nodes, round % 2 == 0 ? PointPool::noLimit : 2000);
-        expectDisjoint(pool, nodes);
+        const PointPool::Limit limit{random() % 4000, random() % 2 == 0};
+        do {
+            pool.update(nodes, round % 3 == 0 ? PointPool::Limit{} : limit);
+            expectDisjoint(pool, nodes);
+            std::size_t points = 0;
+            for (const std::size_t i : pool.uploads()) {
+                points += nodes[i].pointCount;
+            }
+            EXPECT_TRUE(round % 3 == 0 || points <= limit.points ||
+                        (limit.isOneAllowed && pool.uploads().size() == 1));
+        } while (round % 3 == 1 && limit.isOneAllowed && !pool.isSettled());
     }
 }
 
@@ -170,20 +182,41 @@ TEST(PointPoolTest, LimitedUploadsArriveCoarsestFirst) {
     PointPool pool(100);
     const std::vector<PublishedNode> nodes{node(0, 30, 1), node(1, 0, 2), node(2, 30, 3), node(3, 50, 4),
                                            node(4, 5, 5)};
-    pool.update(nodes, 66);
+    pool.update(nodes, {66});
     EXPECT_EQ(pool.uploads(), (std::vector<std::size_t>{0, 2}));
     EXPECT_EQ(pool.pending(), (std::vector<std::size_t>{3, 4}));  // The last would fit but is less important.
     EXPECT_FALSE(pool.isSettled());
-    pool.update(nodes, 10);
+    pool.update(nodes, {10});
     EXPECT_EQ(pool.uploads(), (std::vector<std::size_t>{3}));  // One always comes through.
-    pool.update(nodes, 10);
+    pool.update(nodes, {10});
     EXPECT_EQ(pool.uploads(), (std::vector<std::size_t>{4}));
     EXPECT_TRUE(pool.isSettled());
     expectDisjoint(pool, nodes);
     // A pending node that leaves has taken no place.
-    pool.update({node(0, 30, 1), node(5, 500, 6), node(6, 500, 7)}, 100);
-    pool.update({node(0, 30, 1)}, 100);
+    pool.update({node(0, 30, 1), node(5, 500, 6), node(6, 500, 7)}, {100});
+    pool.update({node(0, 30, 1)}, {100});
     EXPECT_LE(capacityOf(pool), 60u);
+}
+
+TEST(PointPoolTest, OldVerticesStayUntilTheNewOnesHaveArrived) {
+    PointPool pool(100);
+    std::vector<PublishedNode> nodes{node(0, 30, 1), node(1, 40, 2), node(2, 20, 3)};
+    pool.update(nodes);
+    nodes[0].serial = 4;
+    nodes[1].serial = 5;
+    nodes[1].pointCount = 35;
+    nodes[2].serial = 6;
+    nodes[2].cube.max = {2, 2, 2};  // Of another unit scale, say.
+    pool.update(nodes, {30});
+    EXPECT_EQ(pool.uploads(), (std::vector<std::size_t>{0}));
+    EXPECT_EQ(pool.pointsLeft(), 35u + 20u);
+    EXPECT_EQ(pool.ranges()[1].count, 40u);
+    EXPECT_EQ(pool.ranges()[2].count, 0u);
+    expectDisjoint(pool, nodes);
+    pool.update(nodes);
+    EXPECT_EQ(pool.uploads(), (std::vector<std::size_t>{1, 2}));
+    EXPECT_EQ(pool.ranges()[1].count, 35u);
+    expectDisjoint(pool, nodes);
 }
 
 }  // namespace
