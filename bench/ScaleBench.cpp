@@ -2,6 +2,7 @@
 // budget. Memory and threads are those of the process, so each of them wants a process of its own.
 
 #include <bench/BenchStore.h>
+#include <bench/Process.h>
 #include <bench/StreamingHost.h>
 #include <octree/potree/Store.h>
 #include <tests/support/SyntheticOctree.h>

@@ -14,10 +14,6 @@
 #include <set>
 #include <vector>
 
-/// Memory of the process that is in use now, in bytes, and its threads.
-size_t processBytes();
-size_t processThreads();
-
 /// A stretch of time in milliseconds.
 class Stopwatch {
 public:
