@@ -50,7 +50,7 @@ install(TARGETS LumaroRender EXPORT LumaroRenderTargets
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT sdk)
 
 # Headers of the inside: nothing that they declare is exported, and none of the others includes them.
-set(private_core BackgroundThread Brotli GrowingBuffer LoadingPool LoadingQueue LoadingTask LoadingWorkers)
+set(private_core BackgroundThread Brotli GrowingBuffer LoadingQueue LoadingTask LoadingWorkers)
 set(private_graphics ImageFile Jpeg PanoramaGrid Pfm Png)
 set(private_octree ChildCube IntensityRange JsonValue RandomAccessFile StoppableMutex las/.*
     entwine/EntwineTree entwine/Hierarchy entwine/HierarchyPage entwine/Metadata entwine/NodeKey entwine/Tile
@@ -60,8 +60,8 @@ set(private_octree ChildCube IntensityRange JsonValue RandomAccessFile Stoppable
 set(private_render core/DepthTerms core/ReadMapping core/TargetNames
     gpu/ShaderCompiler gpu/ShaderInclude gpu/ShaderLibrary gpu/ShaderWarmUp gpu/TypePromises gpu/VertexLayouts
     pointcloud/BrightnessAndContrast pointcloud/BudgetListener pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/ModelMesh
-    pointcloud/NodeId pointcloud/NodePrioritizer pointcloud/NodeVertexPacking pointcloud/NodeVertexSource
-    pointcloud/PointCloudGpu
+    pointcloud/NodeId pointcloud/NodeLoads pointcloud/NodePrioritizer pointcloud/NodeVertexLoader pointcloud/NodeVertexPacking
+    pointcloud/NodeVertexSource pointcloud/NodeWalk pointcloud/PointCloudGpu
     pointcloud/PointCloudStreamer pointcloud/PointPool pointcloud/PublishedNodes pointcloud/ResidentNodes pointcloud/WalkParameters
     renderables/LineBuffer renderables/ObjLines renderables/ObjMeshLoader renderables/PanoDistances
     renderables/PanoGpu renderables/PanoLoading renderables/PanoTiles)

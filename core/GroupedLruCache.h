@@ -30,6 +30,13 @@ public:
     GroupedLruCache(const GroupedLruCache&) = delete;
     GroupedLruCache& operator=(const GroupedLruCache&) = delete;
 
+    /// Does not count as a use.
+    bool contains(const Group& group, const Key& key) const {
+        const std::lock_guard lock(mMutex);
+        const auto inGroup = mByGroup.find(group);
+        return inGroup != mByGroup.end() && inGroup->second.contains(key);
+    }
+
     /// Copies the value into out and makes it the most recently used; false, and out stays, when it is
     /// absent.
     bool get(const Group& group, const Key& key, Value& out) {

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <mutex>
-#include <stdexcept>
 #include <thread>
 
 namespace Core {
@@ -20,13 +19,6 @@ struct SharedPool {
 SharedPool& sharedPool() {
     static SharedPool shared;
     return shared;
-}
-
-size_t checked(size_t threadCount) {
-    if (threadCount == 0) {
-        throw std::invalid_argument("A loading pool needs at least one thread");
-    }
-    return threadCount;
 }
 
 }  // namespace
@@ -52,22 +44,21 @@ void LoadingPool::setSharedThreadCount(size_t count) {
     SharedPool& shared = sharedPool();
     std::shared_ptr<LoadingPool> pool;  // Outlives the lock, should it be the last to hold the pool.
     const std::lock_guard lock(shared.mutex);
-    shared.threadCount = checked(count);
+    shared.threadCount = count;
     pool = shared.pool.lock();
     if (pool) {
         pool->setThreadCount(count);
     }
 }
 
-LoadingPool::LoadingPool(size_t threadCount)
-    : mWorkers(std::make_shared<LoadingWorkers>(checked(threadCount))) {}
+LoadingPool::LoadingPool(size_t threadCount) : mWorkers(std::make_shared<LoadingWorkers>(threadCount)) {}
 
 LoadingPool::~LoadingPool() {
     mWorkers->quit();
 }
 
 void LoadingPool::setThreadCount(size_t count) {
-    mWorkers->setThreadCount(checked(count));
+    mWorkers->setThreadCount(count);
 }
 
 size_t LoadingPool::threadCount() const {

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <core/Export.h>
+
+#include <core/Export.h>
+
 #include <cstddef>
 #include <memory>
 
@@ -8,18 +12,20 @@ namespace Core {
 class LoadingWorkers;
 
 /**
- * The threads that read and decode for all point clouds of a process. Work comes in through LoadingQueues,
- * each of which gets its turn in rotation.
+ * The threads that read and decode, for all point clouds of a process, what their loaders and queries will
+ * want next. Those threads work too, at what they want now, and wait for the pool only where it has begun
+ * with that. Work comes in through LoadingQueues, each of which gets its turn in rotation.
  *
  * As many tasks run at a time as there are places, threadCount() of them. A task that waits in a
  * BlockingSection gives up its place for that time, so that slow disks keep no processor idle; up to
  * MAX_WAITING_TASKS do so at a time. Back from waiting it goes on at once, perhaps with more tasks running
- * than there are places; no other begins until that is over.
+ * than there are places; no other begins until that is over. While threads outside wait for the pool, it has
+ * one place more: together they keep every core busy, and no more.
  *
  * Threads start when there is work for them and end with the pool. Every member may be called from any
  * thread.
  */
-class LoadingPool {
+class LUMARO_API LoadingPool {
 public:
     static constexpr size_t MAX_WAITING_TASKS = 16;
 
@@ -29,10 +35,10 @@ public:
     /// The pool of the process. It lives as long as anyone holds it and is made anew when it is wanted after
     /// that, so that no thread is left when the library is unloaded.
     static std::shared_ptr<LoadingPool> shared();
-    /// As setThreadCount(), for the pool of the process, now and whenever it is made anew.
+    /// As setThreadCount(), for the pool of the process, now and whenever it is made anew. With 0 each loader
+    /// and each query reads and decodes on its own thread alone.
     static void setSharedThreadCount(size_t count);
 
-    /// Throws std::invalid_argument for 0.
     explicit LoadingPool(size_t threadCount = defaultThreadCount());
     /// Joins the threads, except the one that calls it: that ends by itself.
     ~LoadingPool();
@@ -40,7 +46,7 @@ public:
     LoadingPool(const LoadingPool&) = delete;
     LoadingPool& operator=(const LoadingPool&) = delete;
 
-    /// What runs goes on. Throws std::invalid_argument for 0.
+    /// What runs goes on. With 0 nothing begins, but that a thread waits for it.
     void setThreadCount(size_t count);
     size_t threadCount() const;
 

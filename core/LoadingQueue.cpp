@@ -19,4 +19,12 @@ void LoadingQueue::dropStopped() {
     mPool->mWorkers->dropStopped(*mQueue);
 }
 
+LoadingQueue::Wait::Wait(const LoadingQueue& queue) : mWorkers(*queue.mPool->mWorkers) {
+    mWorkers.beginWait();
+}
+
+LoadingQueue::Wait::~Wait() {
+    mWorkers.endWait();
+}
+
 }  // namespace Core

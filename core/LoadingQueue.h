@@ -36,6 +36,19 @@ public:
     /// threads as its turns come.
     void dropStopped();
 
+    /// Made by a thread outside the pool that waits for a task: in its scope the pool has one place more, one
+    /// for all such threads.
+    class Wait {
+    public:
+        explicit Wait(const LoadingQueue& queue);
+        ~Wait();
+        Wait(const Wait&) = delete;
+        Wait& operator=(const Wait&) = delete;
+
+    private:
+        LoadingWorkers& mWorkers;
+    };
+
 private:
     const std::shared_ptr<LoadingPool> mPool;
     const std::shared_ptr<LoadingWorkers::Queue> mQueue;

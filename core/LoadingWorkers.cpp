@@ -104,6 +104,17 @@ void LoadingWorkers::close(const std::shared_ptr<Queue>& queue) {
     mEnded.wait(lock, [&] { return !runsElsewhere(*queue); });
 }
 
+void LoadingWorkers::beginWait() noexcept {
+    const std::lock_guard lock(mMutex);
+    ++mOutsideWaits;
+    wakeOrStartThread();
+}
+
+void LoadingWorkers::endWait() noexcept {
+    const std::lock_guard lock(mMutex);
+    --mOutsideWaits;
+}
+
 void LoadingWorkers::quit() {
     std::vector<std::thread> threads;
     {
@@ -197,7 +208,7 @@ void LoadingWorkers::wakeOrStartThread() noexcept {
     }
     if (mIdleThreads > 0) {
         mWake.notify_one();
-    } else if (mThreads.size() < mThreadCount + LoadingPool::MAX_WAITING_TASKS) {
+    } else if (mThreads.size() < places() + LoadingPool::MAX_WAITING_TASKS) {
         try {
             startThread();
         } catch (...) {  // NOLINT(bugprone-empty-catch): those that there are do the work.

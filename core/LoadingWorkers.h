@@ -38,6 +38,9 @@ public:
     void submit(const std::shared_ptr<Queue>& queue, LoadingTask task);
     void dropStopped(Queue& queue);
     void close(const std::shared_ptr<Queue>& queue);
+    // Of a thread outside.
+    void beginWait() noexcept;
+    void endWait() noexcept;
     /// After the queues are closed.
     void quit();
 
@@ -58,7 +61,8 @@ private:
     void work();
     void serveNextTask(std::unique_lock<std::mutex>& lock);
     // All of these expect the lock to be held.
-    bool canBegin() const { return !mRotation.empty() && mRunning < mThreadCount; }
+    size_t places() const { return mThreadCount + (mOutsideWaits > 0 ? 1 : 0); }
+    bool canBegin() const { return !mRotation.empty() && mRunning < places(); }
     Queue::Entry takeNextTask(std::shared_ptr<Queue>& queue);
     void wakeOrStartThread() noexcept;
     void startThread();
@@ -70,6 +74,7 @@ private:
     size_t mThreadCount;             ///< Of the tasks that may run at a time.
     size_t mRunning = 0;             ///< Tasks, without those in a BlockingSection.
     size_t mWaiting = 0;             ///< Those.
+    size_t mOutsideWaits = 0;        ///< Threads outside that wait for a task.
     size_t mIdleThreads = 0;
     bool mQuit = false;
     std::list<std::shared_ptr<Queue>> mRotation;  ///< Queues with tasks, the next one first.

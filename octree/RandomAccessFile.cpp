@@ -1,7 +1,10 @@
+#include <core/BlockingSection.h>
 #include <octree/RandomAccessFile.h>
 #include <octree/StoreError.h>
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
 #include <system_error>
 
 #if defined(_WIN32)
@@ -19,6 +22,7 @@ namespace Octree {
 namespace {
 
 constexpr std::size_t READ_STEP = std::size_t{1} << 20;
+constexpr std::chrono::milliseconds QUICK_STEP{2};  ///< A step that comes out of memory takes less.
 
 std::string lastSystemError() {
 #if defined(_WIN32)
@@ -99,6 +103,13 @@ std::size_t RandomAccessFile::readSome(std::uint64_t offset, std::size_t size, c
 
 bool RandomAccessFile::read(std::uint64_t offset, std::size_t size, char* target,
                             const std::stop_token& stop) const {
+    // What the system has in memory is copied, which keeps a core busy.
+    std::optional<Core::BlockingSection> waiting;
+    if (mIsSlow.load(std::memory_order_relaxed)) {
+        waiting.emplace();
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    const auto quick = QUICK_STEP * (1 + size / READ_STEP);
     while (size > 0) {
         if (stop.stop_requested()) {
             return false;
@@ -111,6 +122,7 @@ bool RandomAccessFile::read(std::uint64_t offset, std::size_t size, char* target
         target += count;
         size -= count;
     }
+    mIsSlow.store(std::chrono::steady_clock::now() - begin > quick, std::memory_order_relaxed);
     return true;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -24,7 +25,8 @@ public:
     }
 
     /// Reads exactly size bytes at offset. False when stopped, which is looked at before every megabyte;
-    /// throws StoreError when the bytes are not to be had.
+    /// throws StoreError when the bytes are not to be had. A file that has just been slow is read in a
+    /// Core::BlockingSection.
     bool read(std::uint64_t offset, std::size_t size, char* target, const std::stop_token& stop) const;
 
 private:
@@ -32,6 +34,7 @@ private:
 
     std::filesystem::path mPath;
     std::uint64_t mSize = 0;
+    mutable std::atomic<bool> mIsSlow{false};  ///< As the last read showed.
 #if defined(_WIN32)
     void* mHandle = nullptr;
 #else

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <core/BlockingSection.h>
+
 #include <condition_variable>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 
 namespace Octree {
@@ -12,6 +15,10 @@ public:
     /// False, and not locked, when stopped first.
     bool lock(const std::stop_token& stop) {
         std::unique_lock lock(mMutex);
+        std::optional<Core::BlockingSection> waiting;
+        if (mIsLocked) {
+            waiting.emplace();
+        }
         if (!mUnlocked.wait(lock, stop, [this] { return !mIsLocked; })) {
             return false;
         }

@@ -213,24 +213,41 @@ NodePrioritizer::OfferResult NodePrioritizer::offer(const NodeId& id,
     return {.resident = true, .changed = true};
 }
 
-// By the limit of the node's own point cloud, or because evicting all that is less important would not make
-// enough room. What is as important stays, so that walks come to rest.
+bool NodePrioritizer::wouldFetch(const NodeId& id, const NodePriority& priority, std::size_t pointCount) {
+    const std::lock_guard lock(mMutex);
+    User* const user = find(id.instanceId);
+    return !(user && user->nodes.contains(id.octreeNodeId)) && hasPlaceFor(user, id.octreeNodeId, priority) &&
+           hasRoomFor(priority, pointCount);
+}
+
 bool NodePrioritizer::isRefused(const NodeId& id, const NodePriority& priority, std::size_t pointCount) {
     User* const user = find(id.instanceId);
-    if (user && user->nodes.size() >= Buffer::maxNodes) {
-        const PrioritizedNode* const leaf = user->nodes.leastImportantLeaf(id.octreeNodeId);
-        if (!leaf || !(leaf->priority < priority)) {
-            return true;
-        }
+    if (!hasPlaceFor(user, id.octreeNodeId, priority)) {
+        return true;
     }
+    const bool isRefused = !hasRoomFor(priority, pointCount);
+    if (isRefused && user) {
+        user->lacksNodes = true;
+    }
+    return isRefused;
+}
+
+// Within the limit of nodes of its point cloud.
+bool NodePrioritizer::hasPlaceFor(User* user, Octree::OctreeNodeId id, const NodePriority& priority) {
+    if (!user || user->nodes.size() < Buffer::maxNodes) {
+        return true;
+    }
+    const PrioritizedNode* const leaf = user->nodes.leastImportantLeaf(id);
+    return leaf && leaf->priority < priority;
+}
+
+// By evicting all that is less important. What is as important stays, so that walks come to rest.
+bool NodePrioritizer::hasRoomFor(const NodePriority& priority, std::size_t pointCount) {
     std::size_t lacking = pointCount - (std::min)(pointCount, room());
     for (auto other = mUsers.begin(); lacking > 0 && other != mUsers.end(); ++other) {
         lacking -= other->second.nodes.pointsBelow(priority, lacking);
     }
-    if (lacking > 0 && user) {
-        user->lacksNodes = true;
-    }
-    return lacking > 0;
+    return lacking == 0;
 }
 
 void NodePrioritizer::admit(ResidentNodes::Node node, Aftermath& aftermath) {

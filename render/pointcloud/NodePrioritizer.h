@@ -90,6 +90,9 @@ public:
                       std::optional<std::uint64_t> generation = std::nullopt,
                       std::optional<std::size_t> knownPointCount = std::nullopt);
 
+    /// Whether an offer of a node of so many points would fetch it now. Changes nothing.
+    bool wouldFetch(const NodeId& id, const NodePriority& priority, std::size_t pointCount);
+
     /// Changes with every clear() of the point cloud.
     std::uint64_t generation(std::size_t instanceId) const;
 
@@ -132,6 +135,8 @@ private:
     std::size_t room() const;
     User* ownerOfLeastImportant();
     bool isRefused(const NodeId& id, const NodePriority& priority, std::size_t pointCount);
+    static bool hasPlaceFor(User* user, Octree::OctreeNodeId id, const NodePriority& priority);
+    bool hasRoomFor(const NodePriority& priority, std::size_t pointCount);
     void admit(ResidentNodes::Node node, Aftermath& aftermath);
     void evict(User& user, const PrioritizedNode& node, Aftermath& aftermath);
     void evictUntilThereIsRoomFor(std::size_t pointCount, Aftermath& aftermath);

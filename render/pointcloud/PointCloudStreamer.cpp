@@ -1,8 +1,5 @@
 #include <render/pointcloud/PointCloudStreamer.h>
 
-#include <render/pointcloud/MeshDistances.h>
-#include <render/pointcloud/NodeVertexPacking.h>
-
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
@@ -16,10 +13,6 @@ constexpr std::size_t meshDistanceCacheCapacity = 1000;
 constexpr std::size_t pointDataCacheCapacity = 2000000;
 constexpr std::size_t expectedCacheEntries = 4000;
 
-constexpr int hidden = 2;
-
-constexpr auto lessImportant = [](const auto& a, const auto& b) { return a.priority < b.priority; };
-
 }  // namespace
 
 PointCloudStreamer::PointCloudStreamer(std::shared_ptr<Octree::Octree> octree, std::size_t budget)
@@ -32,16 +25,21 @@ PointCloudStreamer::~PointCloudStreamer() {
     detach();
 }
 
-PointCloudStreamer::Walk::Walk(PointCloudStreamer& streamer, const std::stop_token& stop)
-    : mStreamer(streamer) {
+PointCloudStreamer::WalkTurn::WalkTurn(PointCloudStreamer& streamer, std::stop_token stop)
+    : mStreamer(streamer), mStop(std::move(stop)) {
     std::unique_lock lock(mStreamer.mWalkMutex);
-    mHasBegun = mStreamer.mWalkEnded.wait(lock, stop, [this] { return !mStreamer.mIsWalking; });
+    mHasCome = mStreamer.mWalkEnded.wait(lock, mStop, [this] { return !mStreamer.mIsWalking; });
     mStreamer.mIsWalking = true;
 }
 
-PointCloudStreamer::Walk::~Walk() {
-    if (!mHasBegun) {
+PointCloudStreamer::WalkTurn::~WalkTurn() {
+    if (!mHasCome) {
         return;
+    }
+    if (mStop.stop_requested()) {
+        mStreamer.mWalk.pause();
+    } else {
+        mStreamer.mWalk.end();
     }
     {
         const std::lock_guard lock(mStreamer.mWalkMutex);
@@ -80,32 +78,18 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
     if (!isAttached()) {
         throw std::runtime_error("reloadingPoints is not allowed if PointCloudRenderable is not initialized");
     }
-    const Walk walk(*this, stop);
-    if (!walk.hasBegun()) {
+    const WalkTurn turn(*this, stop);
+    if (!turn.hasCome()) {
         return;
     }
     if (updateCaches()) {
         mPrioritizer->clear(mInstanceId);
     }
-    // Before the rest is copied: a change that also clears then makes every offer of this walk stale.
-    const std::uint64_t generation = mPrioritizer->generation(mInstanceId);
-    const std::shared_ptr<const Octree::Octree> octree = cachedOctree();
-    const WalkParameters parameters = this->parameters();
-    if (parameters.mesh) {
-        parameters.mesh->get();  // Here it may take its time: the rating below runs under a lock.
-    }
-    mPrioritizer->rerate(mInstanceId, stop, [&](Octree::OctreeNodeId id, const auto& cube) {
-        return rate(parameters, id, cube);
-    });
+    beginWalk(maxLevel, stop);
     // Nodes may have come, gone or changed sides of the threshold since the last publication: in a walk that
     // was stopped, through another point cloud, or just now.
     bool changed = mPrioritizer->hasUnpublishedChanges(mInstanceId);
-
-    // A node that cannot be read costs that node and those below it; the rest is loaded and shown.
-    std::exception_ptr firstError;
-    mHeap.clear();
-    pushPending({{}, NodePriority::keep(), octree->boundingCube()});
-    while (!mHeap.empty()) {
+    while (!mWalk.isDone()) {
         if (stop.stop_requested()) {
             return;
         }
@@ -119,18 +103,7 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
                 return;  // The callback may have detached this.
             }
         }
-        const PendingNode node = popPending();
-        try {
-            const NodePrioritizer::OfferResult offered =
-                mPrioritizer->offer({mInstanceId, node.id}, node.cube, node.priority, *this, stop, generation,
-                                    knownPointCount(*octree, node.id, stop));
-            changed = changed || offered.changed;
-            if (offered.resident && node.id.level() < maxLevel && !stop.stop_requested()) {
-                pushChildren(*octree, parameters, node.id, stop);
-            }
-        } catch (...) {
-            firstError = firstError ? firstError : std::current_exception();
-        }
+        changed = mWalk.visitNext(stop) || changed;
     }
     if (stop.stop_requested()) {
         return;
@@ -141,9 +114,29 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
             onProgress();
         }
     }
-    if (firstError) {
-        std::rethrow_exception(firstError);
+    if (mWalk.error()) {
+        std::rethrow_exception(mWalk.error());
     }
+}
+
+void PointCloudStreamer::beginWalk(std::size_t maxLevel, const std::stop_token& stop) {
+    // Before the rest is copied: a change that also clears then makes every offer of this walk stale.
+    const std::uint64_t generation = mPrioritizer->generation(mInstanceId);
+    NodeWalk::Basis basis;
+    {
+        const std::lock_guard lock(mParametersMutex);
+        basis = {{mCaches.octree, mCaches.vertices, mCaches.meshDistances, mParameters.mesh,
+                  mParameters.meshGroup, mParameters.modelScale},
+                 mParameters,
+                 maxLevel};
+    }
+    if (basis.parameters.mesh) {
+        basis.parameters.mesh->get();  // Here it may take its time: the rating below runs under a lock.
+    }
+    mPrioritizer->rerate(mInstanceId, stop, [&basis](Octree::OctreeNodeId id, const auto& cube) {
+        return basis.rate(id, cube);
+    });
+    mWalk.begin(mPrioritizer, mInstanceId, generation, std::move(basis), stop);
 }
 
 // The clock is the cloud's, not the walk's: a view that keeps changing restarts walks faster than any of them
@@ -151,62 +144,6 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
 bool PointCloudStreamer::isPublicationDue() const {
     const std::lock_guard lock(mPublishMutex);
     return mPublishedNodeCount == 0 || std::chrono::steady_clock::now() - mLastPublication > updateInterval();
-}
-
-// The root is offered unrated, so that a point cloud never vanishes altogether; it must not do so later
-// either.
-NodePriority PointCloudStreamer::rate(const WalkParameters& parameters, Octree::OctreeNodeId id,
-                                      const Math::NBoundingBox<float, 3>& cube) const {
-    return id.isRoot() ? NodePriority::keep() : parameters.boundingBoxPriority(id.level(), cube);
-}
-
-void PointCloudStreamer::pushChildren(const Octree::Octree& octree, const WalkParameters& parameters,
-                                      Octree::OctreeNodeId id, const std::stop_token& stop) {
-    try {
-        for (const Octree::OctreeNodeId child : octree.children(id, stop)) {
-            if (octree.nodeVisibility(child, stop) == hidden) {
-                continue;
-            }
-            const Math::NBoundingBox<float, 3> cube = octree.boundingCube(child);
-            const NodePriority priority = rate(parameters, child, cube);
-            if (priority > NodePriority::discard()) {
-                pushPending({child, priority, cube});
-            }
-        }
-    } catch (...) {
-        if (!stop.stop_requested()) {
-            std::throw_with_nested(std::runtime_error("Error loading point data"));
-        }
-    }
-}
-
-// Hidden points make it an upper bound. A host's source need not say it.
-std::optional<std::size_t> PointCloudStreamer::knownPointCount(const Octree::Octree& octree,
-                                                               Octree::OctreeNodeId id,
-                                                               const std::stop_token& stop) {
-    Octree::NodeFacts facts;
-    try {
-        if (octree.nodeFacts(id, facts, stop) && facts.pointCount > 0) {
-            return static_cast<std::size_t>(facts.pointCount);
-        }
-    } catch (...) {
-        if (!stop.stop_requested()) {
-            std::throw_with_nested(std::runtime_error("Error loading point data"));
-        }
-    }
-    return std::nullopt;
-}
-
-void PointCloudStreamer::pushPending(const PendingNode& node) {
-    mHeap.push_back(node);
-    std::push_heap(mHeap.begin(), mHeap.end(), lessImportant);
-}
-
-PointCloudStreamer::PendingNode PointCloudStreamer::popPending() {
-    std::pop_heap(mHeap.begin(), mHeap.end(), lessImportant);
-    const PendingNode node = mHeap.back();
-    mHeap.pop_back();
-    return node;
 }
 
 void PointCloudStreamer::publish(bool keepsPicture) {
@@ -221,30 +158,6 @@ void PointCloudStreamer::publish(bool keepsPicture) {
     if (mOnPublished) {
         mOnPublished();
     }
-}
-
-bool PointCloudStreamer::fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out,
-                                           std::stop_token stop) {
-    std::shared_ptr<Octree::Octree> octree;
-    std::shared_ptr<VertexContainerCache> vertexCache;
-    std::shared_ptr<MeshDistanceCache> distanceCache;
-    std::shared_ptr<const ModelMesh> mesh;
-    int group = 0;
-    float scale = 1.0f;
-    {
-        const std::lock_guard lock(mParametersMutex);
-        octree = mCaches.octree;
-        vertexCache = mCaches.vertices;
-        distanceCache = mCaches.meshDistances;
-        mesh = mParameters.mesh;
-        group = mParameters.meshGroup;
-        scale = mParameters.modelScale;
-    }
-    const auto load = [&](VertexContainer& loaded) { return loadNodeVertices(*octree, id, loaded, stop); };
-    if (!vertexCache->getOrLoad(id, out, load)) {
-        return false;
-    }
-    return !mesh || updateMeshDistances(id, out, mesh->get(), scale, group, *distanceCache, stop);
 }
 
 PointCloudStreamer::Caches PointCloudStreamer::takeCaches() const {
@@ -263,11 +176,6 @@ bool PointCloudStreamer::updateCaches() {
     }
     mCaches = takeCaches();
     return true;
-}
-
-std::shared_ptr<const Octree::Octree> PointCloudStreamer::cachedOctree() const {
-    const std::lock_guard lock(mParametersMutex);
-    return mCaches.octree;
 }
 
 std::shared_ptr<VertexContainerCache> PointCloudStreamer::vertexCache() const {
@@ -309,6 +217,10 @@ void PointCloudStreamer::createLoader() {
 void PointCloudStreamer::stopAsyncReload() {
     destroyLoader();
     mOnProgress = nullptr;  // It may hold the owner of this.
+    const std::lock_guard lock(mWalkMutex);
+    if (!mIsWalking) {
+        mWalk.end();
+    }
 }
 
 void PointCloudStreamer::destroyLoader() {
@@ -331,8 +243,11 @@ void PointCloudStreamer::runLoader(const std::stop_token& stop) {
     try {
         if (mVisible) {
             reloadPoints(mOnProgress, mMaxLevel, stop);
-        } else if (mOnProgress) {
-            mOnProgress();
+        } else {
+            const WalkTurn turn(*this, stop);  // Ends what the last walk left.
+            if (mOnProgress) {
+                mOnProgress();
+            }
         }
     } catch (...) {
         error = std::current_exception();

@@ -10,7 +10,7 @@
 #include <render/core/RenderMode.h>
 #include <render/pointcloud/NodeCaches.h>
 #include <render/pointcloud/NodePrioritizer.h>
-#include <render/pointcloud/NodeVertexSource.h>
+#include <render/pointcloud/NodeWalk.h>
 #include <render/pointcloud/WalkParameters.h>
 
 #include <Eigen/Core>
@@ -41,13 +41,13 @@ namespace Render {
 /// runs walks. Publications are read by the host's thread. The callbacks run on the thread of the walk, under
 /// no lock, and must not start or stop the loader. They may drop the owner's last reference to a streamer
 /// that is held by shared_ptr: it then lives until the walk has ended.
-class PointCloudStreamer : public std::enable_shared_from_this<PointCloudStreamer>, private NodeVertexSource {
+class PointCloudStreamer : public std::enable_shared_from_this<PointCloudStreamer> {
 public:
     using Duration = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
 
     /// `budget` counts points.
     PointCloudStreamer(std::shared_ptr<Octree::Octree> octree, std::size_t budget);
-    ~PointCloudStreamer() override;
+    ~PointCloudStreamer();
     PointCloudStreamer(const PointCloudStreamer&) = delete;
     PointCloudStreamer& operator=(const PointCloudStreamer&) = delete;
 
@@ -67,7 +67,7 @@ public:
 
     /// The loader: walks now and after each restart. Nothing happens when there is one already.
     void startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel);
-    /// Waits until the running walk has ended.
+    /// Waits until the running walk has ended, and what it has loaded ahead.
     void stopAsyncReload();
     bool isAsyncReloadActive() const { return mLoader != nullptr; }
     /// False, or the stored error, while a loader exists whose last completed walk failed. A walk that a
@@ -155,41 +155,28 @@ private:
         std::shared_ptr<MeshDistanceCache> meshDistances;
         std::shared_ptr<PointDataCache> pointData;
     };
-    /// Stands for a walk: there is one at a time, and the next waits for its end.
-    class Walk {
+    /// There is one walk at a time, and the next waits for its end.
+    class WalkTurn {
     public:
-        Walk(PointCloudStreamer& streamer, const std::stop_token& stop);
-        ~Walk();
-        Walk(const Walk&) = delete;
-        Walk& operator=(const Walk&) = delete;
+        WalkTurn(PointCloudStreamer& streamer, std::stop_token stop);
+        ~WalkTurn();
+        WalkTurn(const WalkTurn&) = delete;
+        WalkTurn& operator=(const WalkTurn&) = delete;
 
         /// False when it was stopped while it waited.
-        bool hasBegun() const { return mHasBegun; }
+        bool hasCome() const { return mHasCome; }
 
     private:
         PointCloudStreamer& mStreamer;
-        bool mHasBegun = false;
-    };
-    struct PendingNode {
-        Octree::OctreeNodeId id;
-        NodePriority priority;
-        Math::NBoundingBox<float, 3> cube;
+        const std::stop_token mStop;
+        bool mHasCome = false;
     };
 
-    bool fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) override;
     Caches takeCaches() const;
     /// Takes other caches if the octree has changed; false when it has not.
     bool updateCaches();
-    std::shared_ptr<const Octree::Octree> cachedOctree() const;
+    void beginWalk(std::size_t maxLevel, const std::stop_token& stop);
     bool isPublicationDue() const;
-    NodePriority rate(const WalkParameters& parameters, Octree::OctreeNodeId id,
-                      const Math::NBoundingBox<float, 3>& cube) const;
-    void pushChildren(const Octree::Octree& octree, const WalkParameters& parameters, Octree::OctreeNodeId id,
-                      const std::stop_token& stop);
-    static std::optional<std::size_t> knownPointCount(const Octree::Octree& octree, Octree::OctreeNodeId id,
-                                                      const std::stop_token& stop);
-    void pushPending(const PendingNode& node);
-    PendingNode popPending();
 
     void createLoader();
     void destroyLoader();
@@ -242,8 +229,8 @@ private:
 
     std::mutex mWalkMutex;  ///< Guards mIsWalking.
     std::condition_variable_any mWalkEnded;
-    bool mIsWalking = false;         ///< One walk at a time.
-    std::vector<PendingNode> mHeap;  ///< Of the walk that is under way.
+    bool mIsWalking = false;
+    NodeWalk mWalk;  ///< Of who has the turn.
 
     mutable std::mutex mErrorMutex;  ///< Guards mError.
     std::exception_ptr mError;

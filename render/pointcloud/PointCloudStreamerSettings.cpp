@@ -89,7 +89,7 @@ void PointCloudStreamer::setUnitScale(double unitScale) {
     const bool wasLoading = mLoader != nullptr;
     destroyLoader();  // Its callback stays for the next one.
     {
-        const Walk noWalk(*this, {});
+        const WalkTurn noWalk(*this, {});
         const std::lock_guard lock(mParametersMutex);
         mCaches.vertices->clear();
         mCaches.meshDistances->clear();

@@ -5,9 +5,12 @@ set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     MeshDistances.cpp
     ModelMesh.cpp
     NodeCaches.cpp
+    NodeLoads.cpp
     NodePrioritizer.cpp
     NodePriority.cpp
+    NodeVertexLoader.cpp
     NodeVertexPacking.cpp
+    NodeWalk.cpp
     PointCloudFilter.cpp
     PointCloudQuery.cpp
     PointCloudStreamer.cpp
@@ -31,10 +34,13 @@ set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     ModelMesh.h
     NodeCaches.h
     NodeId.h
+    NodeLoads.h
     NodePrioritizer.h
     NodePriority.h
+    NodeVertexLoader.h
     NodeVertexPacking.h
     NodeVertexSource.h
+    NodeWalk.h
     PointCloudFilter.h
     PointCloudQuery.h
     PointCloudStreamer.h

@@ -1,9 +1,11 @@
 #include <core/ExceptionChain.h>
+#include <core/LoadingPool.h>
 #include <octree/StoreError.h>
 
 #include <tests/render/pointcloud/StreamerFixture.h>
 
 #include <algorithm>
+#include <atomic>
 #include <future>
 #include <limits>
 #include <stdexcept>
@@ -108,14 +110,15 @@ TEST_F(PointCloudStreamerTest, AStopEndsTheWalkWithinOneNodeWithoutPublishing) {
     const auto source = sourceOf({.depth = 3});
     const auto streamer = streamerOf(source);
     std::stop_source stop;
-    source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
-        if (++reads == 20) {
+    source->setReadHook([&](OctreeNodeId) {
+        if (source->readCount() >= 20) {
             stop.request_stop();
         }
     });
     publications = 0;
     streamer->reloadPoints(nullptr, 21, stop.get_token());
-    EXPECT_EQ(source->readCount(), 20u);
+    streamer->stopAsyncReload();  // Waits for what was under way.
+    EXPECT_LE(source->readCount(), 20u + Core::LoadingPool::shared()->threadCount());
     EXPECT_EQ(publications, 1);
     EXPECT_EQ(published(*streamer), (Names{"r"}));
     // What it had loaded is published by the next walk, even when that finds nothing else to do.
@@ -129,8 +132,8 @@ TEST_F(PointCloudStreamerTest, ARestartCancelsTheRunningWalkWithoutWaitingForIt)
     const auto streamer = streamerOf(source);
     std::promise<void> reading;
     std::promise<void> goOn;
-    source->setReadHook([&, first = true](OctreeNodeId) mutable {
-        if (std::exchange(first, false)) {
+    source->setReadHook([&, first = std::make_shared<std::atomic<bool>>(true)](OctreeNodeId) {
+        if (first->exchange(false)) {
             reading.set_value();
             goOn.get_future().wait();
         }
@@ -207,7 +210,8 @@ TEST_F(PointCloudStreamerTest, AViewThatKeepsChangingStillBringsNews) {
     for (int turn = 0; turn < 8; ++turn) {
         // Each walk is cut short when it has read one node, long before the interval is over.
         std::stop_source stop;
-        source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
+        std::atomic<int> reads{0};
+        source->setReadHook([&](OctreeNodeId) {
             if (++reads == 2) {
                 stop.request_stop();
             }
@@ -300,8 +304,8 @@ TEST_F(PointCloudStreamerTest, AWalkThatWaitsForAnotherCanBeStopped) {
     const auto streamer = streamerOf(source);
     std::promise<void> reading;
     std::promise<void> goOn;
-    source->setReadHook([&, isFirst = true](OctreeNodeId) mutable {
-        if (std::exchange(isFirst, false)) {
+    source->setReadHook([&, isFirst = std::make_shared<std::atomic<bool>>(true)](OctreeNodeId) {
+        if (isFirst->exchange(false)) {
             reading.set_value();
             goOn.get_future().wait();
         }
@@ -334,7 +338,8 @@ TEST_F(PointCloudStreamerTest, AnInvisibleCloudHoldsNothingAndLoadsNothing) {
     const auto streamer = streamerOf(source);
     std::promise<void> reading;
     std::promise<void> goOn;
-    source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
+    std::atomic<int> reads{0};  // On the threads of the pool.
+    source->setReadHook([&](OctreeNodeId) {
         if (++reads == 5) {
             reading.set_value();
             goOn.get_future().wait();
@@ -343,11 +348,12 @@ TEST_F(PointCloudStreamerTest, AnInvisibleCloudHoldsNothingAndLoadsNothing) {
     streamer->startAsyncReload(nullptr, 21);
     reading.get_future().wait();
     streamer->setVisible(false);
+    const std::size_t readBefore = source->readCount();
     goOn.set_value();
     streamer->waitUntilIdle();
     EXPECT_TRUE(published(*streamer).empty());
     EXPECT_EQ(streamer->prioritizer()->totalUsedPointCount(), 0u);
-    EXPECT_EQ(source->readCount(), 5u);
+    EXPECT_LE(source->readCount(), readBefore + Core::LoadingPool::shared()->threadCount());
     streamer->restart();
     streamer->waitUntilIdle();
     EXPECT_TRUE(published(*streamer).empty());
@@ -425,7 +431,8 @@ TEST_F(PointCloudStreamerTest, AMeshThatChangesDuringAWalkLeavesNoOldDistances) 
     };
     std::promise<void> reading;
     std::promise<void> goOn;
-    source->setReadHook([&, reads = 0](OctreeNodeId) mutable {
+    std::atomic<int> reads{0};  // On the threads of the pool.
+    source->setReadHook([&](OctreeNodeId) {
         if (++reads == 20) {
             reading.set_value();
             goOn.get_future().wait();
