@@ -32,20 +32,23 @@ SlowSource::SlowSource(std::shared_ptr<Octree::NodeSource> source, Delays delays
     : mSource(std::move(source)), mDelays(delays) {}
 
 bool SlowSource::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) {
-    if (mDelays.hierarchy.count() > 0) {
-        const std::lock_guard lock(mHierarchyMutex);
-        if (!mKnownParts.contains(partOf(id))) {
-            wait(mDelays.hierarchy);
-            mKnownParts.insert(partOf(id));
-        }
+    if (mDelays.hierarchy.count() > 0 && !knowsPartOf(id)) {
+        wait(mDelays.hierarchy);
+        const std::lock_guard lock(mMutex);
+        mKnownParts.insert(partOf(id));
     }
     return !stop.stop_requested() && mSource->nodeFacts(id, facts, stop);
+}
+
+bool SlowSource::knowsPartOf(OctreeNodeId id) const {
+    const std::lock_guard lock(mMutex);
+    return mKnownParts.contains(partOf(id));
 }
 
 bool SlowSource::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,
                           const std::stop_token& stop) {
     {
-        const std::lock_guard lock(mReadsMutex);
+        const std::lock_guard lock(mMutex);
         mReads.push_back(id);
     }
     ++mUnderWay;
@@ -57,7 +60,7 @@ bool SlowSource::readNode(OctreeNodeId id, double unitScale, Octree::NodePointDa
 }
 
 std::vector<OctreeNodeId> SlowSource::reads() const {
-    const std::lock_guard lock(mReadsMutex);
+    const std::lock_guard lock(mMutex);
     return mReads;
 }
 

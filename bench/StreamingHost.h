@@ -52,13 +52,14 @@ public:
     size_t underWay() const { return mUnderWay; }
 
 private:
+    bool knowsPartOf(Octree::OctreeNodeId id) const;
+
     const std::shared_ptr<Octree::NodeSource> mSource;
     const Delays mDelays;
     std::atomic<size_t> mReadCount{0};
     std::atomic<size_t> mUnderWay{0};
-    mutable std::mutex mReadsMutex;
-    std::vector<Octree::OctreeNodeId> mReads;  ///< Guarded by mReadsMutex.
-    std::mutex mHierarchyMutex;                ///< As a store's own: parts are read one at a time.
+    mutable std::mutex mMutex;  ///< Guards the two below.
+    std::vector<Octree::OctreeNodeId> mReads;
     std::set<Octree::OctreeNodeId> mKnownParts;
 };
 
