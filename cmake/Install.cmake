@@ -59,7 +59,8 @@ set(private_octree ChildCube IntensityRange JsonValue RandomAccessFile Stoppable
     potree/NodeChunk potree/NodeTable potree/PointCodes potree/PointColumns potree/Store)
 set(private_render core/DepthTerms core/ReadMapping core/TargetNames
     gpu/ShaderCompiler gpu/ShaderInclude gpu/ShaderLibrary gpu/ShaderWarmUp gpu/TypePromises gpu/VertexLayouts
-    pointcloud/BrightnessAndContrast pointcloud/BudgetListener pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/ModelMesh
+    pointcloud/BrightnessAndContrast pointcloud/BudgetListener pointcloud/LoadingProgressMeter
+    pointcloud/LocationPalette pointcloud/MeshDistances pointcloud/ModelMesh
     pointcloud/NodeId pointcloud/NodeLoads pointcloud/NodePrioritizer pointcloud/NodeVertexLoader pointcloud/NodeVertexPacking
     pointcloud/NodeVertexSource pointcloud/NodeWalk pointcloud/PointCloudGpu
     pointcloud/PointCloudStreamer pointcloud/PointPool pointcloud/PublishedNodes pointcloud/ResidentNodes pointcloud/WalkParameters

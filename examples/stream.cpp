@@ -24,24 +24,26 @@ void stream(const char* store, const char* file) {
     renderer.setCameraPose(box.center() + Math::Point<float, 3>(0.0f, -0.8f, 0.6f) * box.size().length(),
                            box.center(), Eigen::Vector3f::UnitZ());
 
-    // Called on the loader's thread after each publication: a host would only note that there is news.
+    // Both are called on the loader's thread: a host would only note that there is news.
     std::atomic<int> publications{0};
+    std::atomic<int> failures{0};
     cloud->setUpdateInterval(std::chrono::milliseconds(50));
-    cloud->startAsyncReload([&publications] { ++publications; }, 21);
+    cloud->startAsyncReload([&publications] { ++publications; }, 21,
+                            [&failures](const std::exception_ptr& error) { failures += error ? 1 : 0; });
 
     // The render thread never waits for the loader: it draws whenever something has changed.
     while (cloud->isLoading() || renderer.needsRedraw()) {
         if (renderer.needsRedraw()) {
             renderer.render();
-            std::printf("%zu points in %zu nodes\n", cloud->numVisiblePoints(),
-                        cloud->numVisibleOctreeNodes());
+            std::printf("%zu points in %zu nodes, %.0f %%\n", cloud->numVisiblePoints(),
+                        cloud->numVisibleOctreeNodes(), 100.0 * cloud->loadingProgress().share());
         } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
     }
     cloud->isAsyncReloadHealthy(true);  // Throws what went wrong, if anything did.
     cloud->stopAsyncReload();
-    std::printf("published %d times\n", publications.load());
+    std::printf("published %d times, failed %d times\n", publications.load(), failures.load());
     renderer.writePngImage(file);
 }
 

@@ -72,6 +72,10 @@ public:
     /// The same, 0 when stopped. Unless overridden, stops only before it begins.
     virtual int nodeVisibility(OctreeNodeId id, const std::stop_token& stop);
 
+    /// As NodeFacts::pointCount, with as little reading; nullopt when that does not tell, or stopped. Unless
+    /// overridden, as nodeFacts says.
+    virtual std::optional<std::uint64_t> knownPointCount(OctreeNodeId id, const std::stop_token& stop);
+
     /// Fills the columns that data wants and the store has; positions are (absolute - reference) * unitScale.
     /// False when stopped; data is then unspecified.
     virtual bool readNode(OctreeNodeId id, double unitScale, NodePointData& data,

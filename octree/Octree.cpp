@@ -203,6 +203,10 @@ std::uint64_t Octree::pointCount(OctreeNodeId id) const {
     return facts.pointCount;
 }
 
+std::optional<std::uint64_t> Octree::knownPointCount(OctreeNodeId id, const std::stop_token& stop) const {
+    return mSource->knownPointCount(id, stop);
+}
+
 bool Octree::getNodePointData(OctreeNodeId id, NodePointData& data, const std::stop_token& stop) const {
     if (!mSource->readNode(id, unitScale(), data, stop)) {
         return false;

@@ -87,6 +87,8 @@ public:
     /// 1 all points visible, 2 all hidden, 0 per point, unknown or stopped.
     int nodeVisibility(OctreeNodeId id, const std::stop_token& stop = {}) const;
     std::uint64_t pointCount(OctreeNodeId id) const;
+    /// As far as it is known without reading more of the hierarchy than it takes to know the node.
+    std::optional<std::uint64_t> knownPointCount(OctreeNodeId id, const std::stop_token& stop = {}) const;
     std::uint64_t totalPointCount() const { return mFacts.pointCount; }
     /// Of the cloud's own store, as the two below.
     const std::vector<AttributeInfo>& attributes() const { return mFacts.attributes; }

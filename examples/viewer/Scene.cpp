@@ -144,6 +144,14 @@ size_t Scene::nodes() const {
     return sum;
 }
 
+Render::LoadingProgress Scene::loadingProgress() const {
+    Render::LoadingProgress sum;
+    for (const auto& cloud : mClouds) {
+        sum += cloud->loadingProgress();
+    }
+    return sum;
+}
+
 bool Scene::isLoading() const {
     return std::any_of(mClouds.begin(), mClouds.end(),
                        [](const auto& cloud) { return cloud->isLoading(); }) ||

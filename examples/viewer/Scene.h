@@ -34,6 +34,8 @@ public:
     size_t points() const;
     size_t nodes() const;
     bool isLoading() const;
+    /// Of all stores together.
+    Render::LoadingProgress loadingProgress() const;
     /// What went wrong while loading, once.
     std::optional<std::string> takeError();
 

@@ -246,9 +246,14 @@ void Viewer::openChosen() {
 
 void Viewer::showStatus() {
     const double milliseconds = std::chrono::duration<double, std::milli>(mFrameTime).count();
-    std::string status =
-        formatted("LumaroRender   %zu points, %zu nodes, frame %zu, %.0f ms%s", mScene.points(),
-                  mScene.nodes(), mFrames, milliseconds, mScene.isLoading() ? ", loading" : "");
+    std::string status = formatted("LumaroRender   %zu points, %zu nodes, frame %zu, %.0f ms",
+                                   mScene.points(), mScene.nodes(), mFrames, milliseconds);
+    if (mScene.isLoading()) {
+        const Render::LoadingProgress progress = mScene.loadingProgress();
+        status += progress.wantedNodes == 0
+                      ? ", loading"
+                      : formatted(", loading %d %%", static_cast<int>(100 * progress.share()));
+    }
     status += mMeasured.empty() ? "" : "   |   " + mMeasured;
     if (status != mStatus) {
         mStatus = status;

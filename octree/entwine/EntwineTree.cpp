@@ -151,8 +151,13 @@ bool EntwineTree::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std
 }
 
 int EntwineTree::nodeVisibility(OctreeNodeId id, const std::stop_token& stop) {
-    mHierarchy.require(id, stop);
+    mHierarchy.lookUp(id, stop);
     return 0;
+}
+
+std::optional<std::uint64_t> EntwineTree::knownPointCount(OctreeNodeId id, const std::stop_token& stop) {
+    const HierarchyNode* node = mHierarchy.lookUp(id, stop);
+    return node == nullptr || node->isLink ? std::nullopt : std::optional(node->pointCount);
 }
 
 bool EntwineTree::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,

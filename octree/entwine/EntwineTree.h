@@ -29,6 +29,8 @@ public:
     /// Always 0: the format hides no points.
     int nodeVisibility(Octree::OctreeNodeId id) override { return nodeVisibility(id, {}); }
     int nodeVisibility(Octree::OctreeNodeId id, const std::stop_token& stop) override;
+    std::optional<std::uint64_t> knownPointCount(Octree::OctreeNodeId id,
+                                                 const std::stop_token& stop) override;
     bool readNode(Octree::OctreeNodeId id, double unitScale, Octree::NodePointData& data,
                   const std::stop_token& stop) override;
 

@@ -18,8 +18,8 @@ const HierarchyNode* Hierarchy::find(OctreeNodeId id, const std::stop_token& sto
     return findEntry(id, true, stop);
 }
 
-void Hierarchy::require(OctreeNodeId id, const std::stop_token& stop) {
-    findEntry(id, false, stop);
+const HierarchyNode* Hierarchy::lookUp(OctreeNodeId id, const std::stop_token& stop) {
+    return findEntry(id, false, stop);
 }
 
 const HierarchyNode* Hierarchy::findEntry(OctreeNodeId id, bool followsOwnLink, const std::stop_token& stop) {

@@ -24,8 +24,8 @@ public:
 
     /// The node's own entry, which is no link. nullptr when stopped; an error when there is no such node.
     const HierarchyNode* find(Octree::OctreeNodeId id, const std::stop_token& stop);
-    /// An error when there is no such node; does not load its own file to know that. Nothing when stopped.
-    void require(Octree::OctreeNodeId id, const std::stop_token& stop);
+    /// The same without loading the node's own file: it may be a link.
+    const HierarchyNode* lookUp(Octree::OctreeNodeId id, const std::stop_token& stop);
 
 private:
     const HierarchyNode* findEntry(Octree::OctreeNodeId id, bool followsOwnLink, const std::stop_token& stop);

@@ -105,16 +105,17 @@ const Node* Store::find(OctreeNodeId id, const std::stop_token& stop) {
             return node;
         }
         const Node* ancestor = nullptr;
-        for (OctreeNodeId above = id; ancestor == nullptr && !above.isRoot();) {
-            above = above.parent();
-            ancestor = mNodes.find(above);
+        OctreeNodeId below = id;  // The ancestor's child on the way to the node.
+        while (!below.isRoot() && (ancestor = mNodes.find(below.parent())) == nullptr) {
+            below = below.parent();
         }
-        if (ancestor == nullptr || !ancestor->isProxy()) {
+        if (ancestor != nullptr && ancestor->isProxy()) {
+            if (!loadChunkOf(*ancestor, stop)) {
+                return nullptr;
+            }
+        } else if (ancestor == nullptr || mNodes.find(below) == nullptr) {
             failInHierarchy(id, "there is no such node");
-        }
-        if (!loadChunkOf(*ancestor, stop)) {
-            return nullptr;
-        }
+        }  // Else its chunk was loaded by another thread meanwhile.
     }
 }
 
@@ -220,6 +221,14 @@ bool Store::nodeFacts(OctreeNodeId id, Octree::NodeFacts& facts, const std::stop
 int Store::nodeVisibility(OctreeNodeId id, const std::stop_token& stop) {
     const Node* node = find(id, stop);
     return node == nullptr ? 0 : visibilityOf(*node);
+}
+
+std::optional<std::uint64_t> Store::knownPointCount(OctreeNodeId id, const std::stop_token& stop) {
+    const Node* node = find(id, stop);
+    if (node == nullptr || (node->isProxy() && node->pointCount == 0)) {
+        return std::nullopt;
+    }
+    return pointCountOf(*node);
 }
 
 bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& data,

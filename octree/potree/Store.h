@@ -34,6 +34,9 @@ public:
     /// A proxy's own record answers for its node.
     int nodeVisibility(Octree::OctreeNodeId id) override { return nodeVisibility(id, {}); }
     int nodeVisibility(Octree::OctreeNodeId id, const std::stop_token& stop) override;
+    /// What a proxy's record says, unless that is nothing.
+    std::optional<std::uint64_t> knownPointCount(Octree::OctreeNodeId id,
+                                                 const std::stop_token& stop) override;
     bool readNode(Octree::OctreeNodeId id, double unitScale, Octree::NodePointData& data,
                   const std::stop_token& stop) override;
 

@@ -113,12 +113,16 @@ void NodeLoads::stop() {
     mLoad.reset();
 }
 
-// All that may be decoded and waited for at a time, and what comes after that.
-std::size_t NodeLoads::window() {
+const std::shared_ptr<Core::LoadingPool>& NodeLoads::pool() {
     if (!mPool) {
         mPool = Core::LoadingPool::shared();
     }
-    const std::size_t threads = mPool->threadCount();
+    return mPool;
+}
+
+// All that may be decoded and waited for at a time, and what comes after that.
+std::size_t NodeLoads::window() {
+    const std::size_t threads = pool()->threadCount();
     return threads == 0 ? 0 : 2 * threads + Core::LoadingPool::MAX_WAITING_TASKS;
 }
 
@@ -140,7 +144,7 @@ bool NodeLoads::add(Octree::OctreeNodeId id, float importance, std::size_t bytes
     }
     try {
         if (!mQueue) {
-            mQueue.emplace(mPool);
+            mQueue.emplace(pool());
         }
         const auto asked = mAsked.try_emplace(id, Asked{bytes, {}}).first;
         mTotalBytes += bytes;

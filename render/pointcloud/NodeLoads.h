@@ -31,7 +31,7 @@ public:
 
     /// From now on add() has nodes loaded so, if it comes to that before the walk is stopped. Needed before
     /// the first add() and after stop().
-    void setLoad(Load load, std::stop_token walkStop);
+    void setLoad(Load load, std::stop_token walkStop = {});
     /// Takes back what has not begun, and has what is under way go on only where `isWanted(id)`.
     template <class IsWanted>
     void keepOnly(IsWanted&& isWanted);
@@ -64,6 +64,7 @@ private:
     };
     using AllAsked = std::unordered_map<Octree::OctreeNodeId, Asked>;
 
+    const std::shared_ptr<Core::LoadingPool>& pool();
     std::size_t window();
     bool isUnderWay(Octree::OctreeNodeId id) const;
     AllAsked::iterator remove(AllAsked::iterator asked);

@@ -213,41 +213,58 @@ NodePrioritizer::OfferResult NodePrioritizer::offer(const NodeId& id,
     return {.resident = true, .changed = true};
 }
 
-bool NodePrioritizer::wouldFetch(const NodeId& id, const NodePriority& priority, std::size_t pointCount) {
-    const std::lock_guard lock(mMutex);
-    User* const user = find(id.instanceId);
-    return !(user && user->nodes.contains(id.octreeNodeId)) && hasPlaceFor(user, id.octreeNodeId, priority) &&
-           hasRoomFor(priority, pointCount);
+// Those that find no room even when all that is less important has been evicted. What is as important stays,
+// so that walks come to rest.
+std::size_t NodePrioritizer::pointsLacking(const NodePriority& priority, std::size_t pointCount) {
+    std::size_t lacking = pointCount - (std::min)(pointCount, room());
+    for (auto user = mUsers.begin(); lacking > 0 && user != mUsers.end(); ++user) {
+        lacking -= user->second.nodes.pointsBelow(priority, lacking);
+    }
+    return lacking;
+}
+
+bool NodePrioritizer::hasTooManyNodes(User& user, Octree::OctreeNodeId id, const NodePriority& priority) {
+    if (user.nodes.size() < Buffer::maxNodes) {
+        return false;
+    }
+    const PrioritizedNode* const leaf = user.nodes.leastImportantLeaf(id);
+    return !leaf || !(leaf->priority < priority);
 }
 
 bool NodePrioritizer::isRefused(const NodeId& id, const NodePriority& priority, std::size_t pointCount) {
     User* const user = find(id.instanceId);
-    if (!hasPlaceFor(user, id.octreeNodeId, priority)) {
+    if (user && hasTooManyNodes(*user, id.octreeNodeId, priority)) {
         return true;
     }
-    const bool isRefused = !hasRoomFor(priority, pointCount);
-    if (isRefused && user) {
+    const bool lacksRoom = pointsLacking(priority, pointCount) > 0;
+    if (lacksRoom && user) {
         user->lacksNodes = true;
     }
-    return isRefused;
+    return lacksRoom;
 }
 
-// Within the limit of nodes of its point cloud.
-bool NodePrioritizer::hasPlaceFor(User* user, Octree::OctreeNodeId id, const NodePriority& priority) {
-    if (!user || user->nodes.size() < Buffer::maxNodes) {
-        return true;
+bool NodePrioritizer::isWanted(const NodeId& id, const NodePriority& priority, std::size_t pointCount) {
+    const std::lock_guard lock(mMutex);
+    User* const user = find(id.instanceId);
+    if (user &&
+        (user->nodes.contains(id.octreeNodeId) || hasTooManyNodes(*user, id.octreeNodeId, priority))) {
+        return false;
     }
-    const PrioritizedNode* const leaf = user->nodes.leastImportantLeaf(id);
-    return leaf && leaf->priority < priority;
+    return pointsLacking(priority, (std::max)(pointCount, std::size_t{1})) == 0;
 }
 
-// By evicting all that is less important. What is as important stays, so that walks come to rest.
-bool NodePrioritizer::hasRoomFor(const NodePriority& priority, std::size_t pointCount) {
-    std::size_t lacking = pointCount - (std::min)(pointCount, room());
-    for (auto other = mUsers.begin(); lacking > 0 && other != mUsers.end(); ++other) {
-        lacking -= other->second.nodes.pointsBelow(priority, lacking);
-    }
-    return lacking == 0;
+std::uint8_t NodePrioritizer::residentChildren(const NodeId& id) const {
+    const std::lock_guard lock(mMutex);
+    const User* const user = find(id.instanceId);
+    return user ? user->nodes.childrenOf(id.octreeNodeId) : std::uint8_t{0};
+}
+
+NodePrioritizer::Outlook NodePrioritizer::outlook(std::size_t instanceId, const NodePriority& priority,
+                                                  std::size_t points) {
+    const std::lock_guard lock(mMutex);
+    const User* const user = find(instanceId);
+    const std::size_t attainable = points - pointsLacking(priority, points);
+    return {user ? Counts{user->nodes.keptSize(), user->nodes.keptPointCount()} : Counts(), attainable};
 }
 
 void NodePrioritizer::admit(ResidentNodes::Node node, Aftermath& aftermath) {

@@ -54,6 +54,11 @@ public:
         std::size_t points = 0;
     };
 
+    struct Outlook {
+        Counts resident;                   ///< Except discarded nodes.
+        std::size_t attainablePoints = 0;  ///< Of those asked for.
+    };
+
     explicit NodePrioritizer(std::size_t totalMaxPointCount);
     ~NodePrioritizer();
     NodePrioritizer(const NodePrioritizer&) = delete;
@@ -90,8 +95,13 @@ public:
                       std::optional<std::uint64_t> generation = std::nullopt,
                       std::optional<std::size_t> knownPointCount = std::nullopt);
 
-    /// Whether an offer of a node of so many points would fetch it now. Changes nothing.
-    bool wouldFetch(const NodeId& id, const NodePriority& priority, std::size_t pointCount);
+    /// Whether offer() would have the node fetched: it is not resident, and there is or would be made room.
+    bool isWanted(const NodeId& id, const NodePriority& priority, std::size_t pointCount);
+    /// Bit i: child i of the node is resident.
+    std::uint8_t residentChildren(const NodeId& id) const;
+    /// What a point cloud has, and how many of so many more points there is room for, or would be made if
+    /// they all had that priority.
+    Outlook outlook(std::size_t instanceId, const NodePriority& priority, std::size_t points);
 
     /// Changes with every clear() of the point cloud.
     std::uint64_t generation(std::size_t instanceId) const;
@@ -134,9 +144,9 @@ private:
     std::uint64_t generationOf(const User* user) const { return user ? user->generation : 0; }
     std::size_t room() const;
     User* ownerOfLeastImportant();
+    std::size_t pointsLacking(const NodePriority& priority, std::size_t pointCount);
+    static bool hasTooManyNodes(User& user, Octree::OctreeNodeId id, const NodePriority& priority);
     bool isRefused(const NodeId& id, const NodePriority& priority, std::size_t pointCount);
-    static bool hasPlaceFor(User* user, Octree::OctreeNodeId id, const NodePriority& priority);
-    bool hasRoomFor(const NodePriority& priority, std::size_t pointCount);
     void admit(ResidentNodes::Node node, Aftermath& aftermath);
     void evict(User& user, const PrioritizedNode& node, Aftermath& aftermath);
     void evictUntilThereIsRoomFor(std::size_t pointCount, Aftermath& aftermath);

@@ -7,9 +7,6 @@ namespace Render {
 
 namespace {
 
-// In double, so that no rounding can make each of two priorities less than the other.
-constexpr double tolerance = 0.1;
-
 bool isOutside(const Math::NBoundingBox<float, 3>& box, const Math::Frustum<float>& frustum,
                const Math::ConvexPolytope<float, 3>& clippingVolume) {
     return clippingVolume.isOutside(box) || frustum.isOutside(box);
@@ -65,23 +62,6 @@ NodePriority NodePriority::orthographic(const Math::NBoundingBox<float, 3>& box,
     const float priority =
         (toPixels(projection, edge, viewport) - toPixels(projection, center, viewport)).norm();
     return rated(priority, Math::distance(eye, center), threshold);
-}
-
-bool NodePriority::operator==(const NodePriority& other) const {
-    return std::abs(double{mPriority} - double{other.mPriority}) < tolerance &&
-           mDistanceToEye == other.mDistanceToEye;
-}
-
-bool NodePriority::operator<(const NodePriority& other) const {
-    const double a = mPriority;
-    const double b = other.mPriority;
-    if (a < b - tolerance) {
-        return true;
-    }
-    if (a > b + tolerance) {
-        return false;
-    }
-    return mDistanceToEye > other.mDistanceToEye;
 }
 
 NodePriority& NodePriority::operator+=(const NodePriority& other) {

@@ -8,6 +8,7 @@
 #include <render/gpu/Viewport.h>
 
 #include <Eigen/Core>
+#include <cmath>
 #include <limits>
 
 namespace Render {
@@ -52,8 +53,21 @@ public:
     /// Within the tolerance of discard().
     bool isDiscarded() const { return *this == discard(); }
 
-    bool operator==(const NodePriority& other) const;
-    bool operator<(const NodePriority& other) const;
+    bool operator==(const NodePriority& other) const {
+        return std::abs(double{mPriority} - double{other.mPriority}) < tolerance &&
+               mDistanceToEye == other.mDistanceToEye;
+    }
+    bool operator<(const NodePriority& other) const {
+        const double a = mPriority;
+        const double b = other.mPriority;
+        if (a < b - tolerance) {
+            return true;
+        }
+        if (a > b + tolerance) {
+            return false;
+        }
+        return mDistanceToEye > other.mDistanceToEye;
+    }
     bool operator>(const NodePriority& other) const { return other < *this; }
     bool operator<=(const NodePriority& other) const { return !(*this > other); }
     bool operator>=(const NodePriority& other) const { return !(*this < other); }
@@ -63,6 +77,8 @@ public:
     friend NodePriority operator+(NodePriority a, const NodePriority& b) { return a += b; }
 
 private:
+    // In double, so that no rounding can make each of two priorities less than the other.
+    static constexpr double tolerance = 0.1;
     static constexpr float largest = (std::numeric_limits<float>::max)();
 
     NodePriority(float priority, float distanceToEye) : mPriority(priority), mDistanceToEye(distanceToEye) {}

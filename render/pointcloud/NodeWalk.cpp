@@ -17,8 +17,23 @@ constexpr std::size_t TYPICAL_POINT_COUNT = 50000;
 
 constexpr auto lessImportant = [](const auto& a, const auto& b) { return a.priority < b.priority; };
 
-std::optional<std::size_t> knownPointCount(const NodeWalk::PendingNode& node) {
-    return node.pointCount == 0 ? std::nullopt : std::optional(node.pointCount);
+// What is wrong with the node shows when its turn comes.
+std::optional<std::uint64_t> announcedPointCount(const Octree::Octree& octree, Octree::OctreeNodeId id,
+                                                 const std::stop_token& stop) {
+    try {
+        return octree.knownPointCount(id, stop);
+    } catch (...) {
+        return std::nullopt;
+    }
+}
+
+template <class Read>
+auto readHierarchy(Read&& read) {
+    try {
+        return read();
+    } catch (...) {
+        std::throw_with_nested(std::runtime_error("Error loading point data"));
+    }
 }
 
 std::size_t estimatedPointCount(const NodeWalk::PendingNode& node) {
@@ -31,43 +46,32 @@ NodePriority NodeWalk::Basis::rate(Octree::OctreeNodeId id, const Math::NBoundin
     return id.isRoot() ? NodePriority::keep() : parameters.boundingBoxPriority(id.level(), cube);
 }
 
-std::optional<NodeWalk::PendingNode> NodeWalk::Basis::toBeOffered(Octree::OctreeNodeId id,
-                                                                  const std::stop_token& stop) const {
+template <class Visit>
+void NodeWalk::Basis::forEachChild(Octree::OctreeNodeId id, const std::stop_token& stop,
+                                   Visit&& visit) const {
     const Octree::Octree& octree = *loader.octree;
-    if (!id.isRoot() && octree.nodeVisibility(id, stop) == HIDDEN) {
-        return std::nullopt;
+    for (const Octree::OctreeNodeId child : octree.children(id, stop)) {
+        if (octree.nodeVisibility(child, stop) == HIDDEN) {
+            continue;
+        }
+        const Math::NBoundingBox<float, 3> cube = octree.boundingCube(child);
+        const NodePriority priority = rate(child, cube);
+        if (priority > NodePriority::discard()) {
+            visit(PendingNode{.id = child, .priority = priority, .cube = cube});
+        }
     }
-    const Math::NBoundingBox<float, 3> cube = octree.boundingCube(id);
-    const NodePriority priority = rate(id, cube);
-    Octree::NodeFacts facts;
-    if (!(priority > NodePriority::discard()) || !octree.nodeFacts(id, facts, stop)) {
-        return std::nullopt;
-    }
-    return PendingNode{id, priority, cube, static_cast<std::size_t>(facts.pointCount)};
 }
 
 void NodeWalk::Basis::readChildren(Octree::OctreeNodeId id, const std::stop_token& stop) const {
     if (id.level() < maxLevel) {
-        for (const Octree::OctreeNodeId child : loader.octree->children(id, stop)) {
-            toBeOffered(child, stop);
-        }
+        forEachChild(id, stop, [&](const PendingNode& child) {
+            Octree::NodeFacts facts;
+            loader.octree->nodeFacts(child.id, facts, stop);
+        });
     }
 }
 
-template <class Read>
-void NodeWalk::readHierarchy(const std::stop_token& stop, Read&& read) {
-    try {
-        try {
-            read();
-        } catch (...) {
-            std::throw_with_nested(std::runtime_error("Error loading point data"));
-        }
-    } catch (...) {
-        keepError(stop);
-    }
-}
-
-NodeWalk::NodeWalk() : mLoads(MAX_BYTES_AHEAD) {}
+NodeWalk::NodeWalk(LoadingProgressMeter& progress) : mProgress(progress), mLoads(MAX_BYTES_AHEAD) {}
 
 void NodeWalk::begin(std::shared_ptr<NodePrioritizer> prioritizer, std::size_t instanceId,
                      std::uint64_t generation, Basis basis, const std::stop_token& stop) {
@@ -82,7 +86,8 @@ void NodeWalk::begin(std::shared_ptr<NodePrioritizer> prioritizer, std::size_t i
     mIsLookingAhead = false;
     mError = nullptr;
     mHeap.clear();
-    readHierarchy(stop, [&] { pushIfToBeOffered({}, stop); });
+    mProgress.beginWalk();
+    push({.id = {}, .priority = NodePriority::keep(), .cube = mBasis.loader.octree->boundingCube()}, stop);
 }
 
 void NodeWalk::pause() {
@@ -91,21 +96,29 @@ void NodeWalk::pause() {
 
 void NodeWalk::end() {
     mLoads.stop();
+    mHeap.clear();
+    mBasis = {};
+    mPrioritizer.reset();
 }
 
 bool NodeWalk::visitNext(const std::stop_token& stop) {
-    const PendingNode node = pop();
-    mOffered = node;
+    mOffered = pop();
     NodePrioritizer::OfferResult offered;
     try {
-        offered = mPrioritizer->offer({mInstanceId, node.id}, node.cube, node.priority, *this, stop,
-                                      mGeneration, knownPointCount(node));
+        const auto pointCount = readHierarchy([&] { return knownPointCount(mOffered, stop); });
+        offered = mPrioritizer->offer({mInstanceId, mOffered.id}, mOffered.cube, mOffered.priority, *this,
+                                      stop, mGeneration, pointCount);
+        if (stop.stop_requested()) {
+            return offered.changed;  // If the node is being loaded, the next walk may want it.
+        }
+        mLoads.remove(mOffered.id);
+        if (offered.resident && mOffered.id.level() < mBasis.maxLevel) {
+            readHierarchy([&] { pushChildren(mOffered.id, stop); });
+        }
     } catch (...) {
-        keepError(stop);
-    }
-    mLoads.remove(node.id);
-    if (offered.resident && node.id.level() < mBasis.maxLevel && !stop.stop_requested()) {
-        pushChildren(node.id, stop);
+        if (!mError && !stop.stop_requested()) {
+            mError = std::current_exception();
+        }
     }
     return offered.changed;
 }
@@ -120,18 +133,37 @@ bool NodeWalk::fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, 
     return mBasis.loader.load(id, out, stop);
 }
 
-void NodeWalk::pushIfToBeOffered(Octree::OctreeNodeId id, const std::stop_token& stop) {
-    if (const std::optional<PendingNode> node = mBasis.toBeOffered(id, stop)) {
-        mHeap.push_back(*node);
-        std::push_heap(mHeap.begin(), mHeap.end(), lessImportant);
+// Hidden points make it an upper bound. A host's source need not say it.
+std::optional<std::size_t> NodeWalk::knownPointCount(const PendingNode& node,
+                                                     const std::stop_token& stop) const {
+    Octree::NodeFacts facts;
+    if (!node.isResident && mBasis.loader.octree->nodeFacts(node.id, facts, stop) && facts.pointCount > 0) {
+        return static_cast<std::size_t>(facts.pointCount);
     }
+    return std::nullopt;
+}
+
+// What the progress tells of is counted from when it is known to when it is loaded or refused.
+void NodeWalk::push(PendingNode node, const std::stop_token& stop) {
+    if (!node.isResident) {
+        const std::optional<std::uint64_t> known = announcedPointCount(*mBasis.loader.octree, node.id, stop);
+        node.pointCount = static_cast<std::uint32_t>(
+            (std::min)(known.value_or(0), std::uint64_t{(std::numeric_limits<std::uint32_t>::max)()}));
+        node.isWanted = known != std::uint64_t{0} &&
+                        mPrioritizer->isWanted({mInstanceId, node.id}, node.priority, node.pointCount);
+    }
+    if (node.isWanted) {
+        mProgress.add(node.pointCount);
+    }
+    mHeap.push_back(node);
+    std::push_heap(mHeap.begin(), mHeap.end(), lessImportant);
 }
 
 void NodeWalk::pushChildren(Octree::OctreeNodeId id, const std::stop_token& stop) {
-    readHierarchy(stop, [&] {
-        for (const Octree::OctreeNodeId child : mBasis.loader.octree->children(id, stop)) {
-            readHierarchy(stop, [&] { pushIfToBeOffered(child, stop); });
-        }
+    const unsigned residents = mPrioritizer->residentChildren({mInstanceId, id});
+    mBasis.forEachChild(id, stop, [&](PendingNode child) {
+        child.isResident = (residents >> child.id.childIndex() & 1u) != 0;
+        push(child, stop);
     });
 }
 
@@ -139,7 +171,17 @@ NodeWalk::PendingNode NodeWalk::pop() {
     std::pop_heap(mHeap.begin(), mHeap.end(), lessImportant);
     const PendingNode node = mHeap.back();
     mHeap.pop_back();
+    if (node.isWanted) {
+        if (mProgress.isReportDue()) {
+            reportProgress(node.priority);
+        }
+        mProgress.remove(node.pointCount);
+    }
     return node;
+}
+
+void NodeWalk::reportProgress(const NodePriority& mostImportant) {
+    mProgress.report(mPrioritizer->outlook(mInstanceId, mostImportant, mProgress.points()));
 }
 
 void NodeWalk::lookAhead(const std::stop_token& walkStop) {
@@ -171,7 +213,8 @@ void NodeWalk::addNext() {
         const std::size_t count = estimatedPointCount(node);
         if (mLoads.contains(node.id)) {
             pointCount += count;
-        } else if (mPrioritizer->wouldFetch({mInstanceId, node.id}, node.priority, pointCount + count) &&
+        } else if (!node.isResident &&
+                   mPrioritizer->isWanted({mInstanceId, node.id}, node.priority, pointCount + count) &&
                    !mBasis.loader.isCached(node.id)) {
             if (!mLoads.add(node.id, node.priority.priority(), count * sizeof(VertexContainer::Vertex))) {
                 return;
@@ -198,13 +241,6 @@ const NodeWalk::PendingNode& NodeWalk::popCandidate() {
     pushCandidate(2 * place + 1);
     pushCandidate(2 * place + 2);
     return mHeap[place];
-}
-
-// Of an exception that is being handled. A stop is no error.
-void NodeWalk::keepError(const std::stop_token& stop) {
-    if (!mError && !stop.stop_requested()) {
-        mError = std::current_exception();
-    }
 }
 
 }  // namespace Render

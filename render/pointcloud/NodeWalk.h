@@ -2,6 +2,7 @@
 
 #include <math/NBoundingBox.h>
 #include <octree/OctreeNodeId.h>
+#include <render/pointcloud/LoadingProgressMeter.h>
 #include <render/pointcloud/NodeLoads.h>
 #include <render/pointcloud/NodePrioritizer.h>
 #include <render/pointcloud/NodePriority.h>
@@ -15,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <stop_token>
+#include <utility>
 #include <vector>
 
 namespace Render {
@@ -33,8 +35,9 @@ public:
         Octree::OctreeNodeId id;
         NodePriority priority;
         Math::NBoundingBox<float, 3> cube;
-        /// Hidden points make it an upper bound. 0 where it is not known: a host's source need not say it.
-        std::size_t pointCount = 0;
+        std::uint32_t pointCount = 0;  ///< As far as known without reading; of one that is not resident.
+        bool isResident = false;       ///< When it was pushed.
+        bool isWanted = false;         ///< The progress counts it.
     };
 
     /// What a walk goes by, as it was at its start.
@@ -46,14 +49,14 @@ public:
         /// The root is offered unrated, so that a point cloud never vanishes altogether; it must not do so
         /// later either.
         NodePriority rate(Octree::OctreeNodeId id, const Math::NBoundingBox<float, 3>& cube) const;
-        /// The node as a walk offers it. None when stopped, or when it is hidden or not worth loading.
-        /// Throws as the octree does.
-        std::optional<PendingNode> toBeOffered(Octree::OctreeNodeId id, const std::stop_token& stop) const;
-        /// Has the octree read what a walk asks of it about the node's children.
+        /// The children of a node that a walk offers: those that are not hidden and worth loading.
+        template <class Visit>
+        void forEachChild(Octree::OctreeNodeId id, const std::stop_token& stop, Visit&& visit) const;
+        /// Has the octree read what a walk asks of it about these.
         void readChildren(Octree::OctreeNodeId id, const std::stop_token& stop) const;
     };
 
-    NodeWalk();
+    explicit NodeWalk(LoadingProgressMeter& progress);
 
     /// Offers made after a clear() that the generation does not know are refused.
     void begin(std::shared_ptr<NodePrioritizer> prioritizer, std::size_t instanceId, std::uint64_t generation,
@@ -61,12 +64,13 @@ public:
     const Basis& basis() const { return mBasis; }
 
     bool isDone() const { return mHeap.empty(); }
-    /// Offers the most important node that is left. True when nodes came or went.
+    /// Offers the most important node that is left, and tells the progress. True when nodes came or went.
     bool visitNext(const std::stop_token& stop);
-    /// Of the first node that could not be read: "Error loading point data" with the cause nested inside.
-    /// Null when there is none.
-    const std::exception_ptr& error() const { return mError; }
+    /// Hands over the error of the first node that could not be read: "Error loading point data" with the
+    /// cause nested inside. Null when there is none.
+    std::exception_ptr takeError() { return std::exchange(mError, nullptr); }
 
+    void reportProgress(const NodePriority& mostImportant);
     /// Between two walks: what is being loaded goes on, and the next walk takes it if it wants it.
     void pause();
     /// Waits until nothing is being loaded any more.
@@ -74,25 +78,23 @@ public:
 
 private:
     bool fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) override;
-    void pushIfToBeOffered(Octree::OctreeNodeId id, const std::stop_token& stop);
+    void push(PendingNode node, const std::stop_token& stop);
+    std::optional<std::size_t> knownPointCount(const PendingNode& node, const std::stop_token& stop) const;
     void pushChildren(Octree::OctreeNodeId id, const std::stop_token& stop);
     PendingNode pop();
     void lookAhead(const std::stop_token& walkStop);
     void addNext();
     void pushCandidate(std::size_t place);
     const PendingNode& popCandidate();
-    /// Runs `read`; what it throws is the walk's error.
-    template <class Read>
-    void readHierarchy(const std::stop_token& stop, Read&& read);
-    void keepError(const std::stop_token& stop);
 
+    LoadingProgressMeter& mProgress;
     std::shared_ptr<NodePrioritizer> mPrioritizer;
     std::size_t mInstanceId = 0;
     std::uint64_t mGeneration = 0;
     Basis mBasis;
     std::exception_ptr mError;
     std::vector<PendingNode> mHeap;
-    PendingNode mOffered{{}, NodePriority::discard(), {}, 0};
+    PendingNode mOffered{{}, NodePriority::discard(), {}};
     std::vector<std::size_t> mCandidates;  ///< To be loaded ahead: a heap of places in mHeap.
     NodeLoads mLoads;
     bool mIsLookingAhead = false;  ///< In this walk.

@@ -1,3 +1,4 @@
+#include <render/pointcloud/NodeLoads.h>
 #include <render/pointcloud/PointCloudQuery.h>
 
 #include <algorithm>
@@ -15,6 +16,9 @@ using Octree::BoxTestResult;
 namespace {
 
 constexpr int ALL_HIDDEN = 2;  // NodeFacts::visibility
+constexpr std::size_t MAX_BYTES_AHEAD = std::size_t{32} << 20;
+/// A point with all columns.
+constexpr std::size_t POINT_BYTES = 48;
 
 }  // namespace
 
@@ -281,14 +285,9 @@ void PointCloudQuery::loadNextNode(const std::stop_token& stop) {
 bool PointCloudQuery::fetch(Octree::OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop) {
     try {
         mPoints = Octree::NodePointData();
-        if (mOctree->nodeFacts(id, facts, stop)) {
-            const auto load = [&](Octree::NodePointData& points) {
-                return mOctree->getNodePointData(id, points, stop);
-            };
-            if ((facts.visibility == ALL_HIDDEN && !mIncludesHidden) ||
-                (mCache ? mCache->getOrLoad(id, mPoints, load) : load(mPoints))) {
-                return true;
-            }
+        if (mOctree->nodeFacts(id, facts, stop) &&
+            ((facts.visibility == ALL_HIDDEN && !mIncludesHidden) || fetchPoints(id, stop))) {
+            return true;
         }
     } catch (...) {
         std::throw_with_nested(std::runtime_error("Querying node data failed"));
@@ -297,6 +296,65 @@ bool PointCloudQuery::fetch(Octree::OctreeNodeId id, Octree::NodeFacts& facts, c
         throw std::runtime_error("Querying node data failed");
     }
     return false;
+}
+
+bool PointCloudQuery::fetchPoints(Octree::OctreeNodeId id, const std::stop_token& stop) {
+    if (mCache && !mCache->contains(id)) {
+        if (!mLoads) {
+            mLoads =
+                std::make_unique<NodeLoads>(std::min(MAX_BYTES_AHEAD, mCache->capacity() / 2 * POINT_BYTES));
+            mLoads->setLoad([octree = mOctree, cache = mCache](Octree::OctreeNodeId ahead,
+                                                               const std::stop_token& loadStop) {
+                cache->getOrLoadShared(ahead, [&](Octree::NodePointData& points) {
+                    return octree->getNodePointData(ahead, points, loadStop);
+                });
+            });
+        }
+        if (mLoads->hasThreads()) {
+            loadAhead(id);
+            if (!mLoads->take(id, stop)) {
+                return false;
+            }
+        }
+    }
+    if (mLoads) {
+        mLoads->remove(id);
+    }
+    ++mNodesFetched;
+    const auto load = [&](Octree::NodePointData& points) {
+        return mOctree->getNodePointData(id, points, stop);
+    };
+    return mCache ? mCache->getOrLoad(id, mPoints, load, stop) : load(mPoints);
+}
+
+// Who wants few points has few nodes read that it does not come to.
+void PointCloudQuery::loadAhead(Octree::OctreeNodeId id) {
+    mLoads->add(id, 1.0f, 0);
+    if (!mLoads->isLow()) {
+        return;
+    }
+    const std::size_t end = std::min(mPending.size(), 1 + mNodesFetched);
+    for (std::size_t i = 1; i < end && mLoads->hasRoom(); ++i) {
+        const Octree::OctreeNodeId ahead = mPending[i].id;
+        if (!mLoads->contains(ahead) && !mCache->contains(ahead)) {
+            const std::size_t bytes = bytesToLoadAhead(ahead);
+            if (bytes > 0 && !mLoads->add(ahead, 0.0f, bytes)) {
+                return;
+            }
+        }
+    }
+}
+
+// 0 for a node that the query will not read, or that cannot be read.
+std::size_t PointCloudQuery::bytesToLoadAhead(Octree::OctreeNodeId id) const {
+    try {
+        Octree::NodeFacts facts;
+        mOctree->nodeFacts(id, facts);
+        const bool isRead = facts.visibility != ALL_HIDDEN || mIncludesHidden;
+        return isRead ? static_cast<std::size_t>(facts.pointCount) * POINT_BYTES : 0;
+    } catch (...) {
+        return 0;
+    }
 }
 
 // The first one: the caller has not heard of it yet.

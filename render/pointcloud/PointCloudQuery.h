@@ -25,8 +25,11 @@
 
 namespace Render {
 
+class NodeLoads;
+
 /// Hands out the points of a cloud that lie in a region, down to a level and a point spacing, in chunks of
-/// the caller's size. Walks the octree breadth first and reads nodes as it needs them.
+/// the caller's size. Walks the octree breadth first and reads nodes as it needs them; with a cache, the
+/// process's loading threads read ahead, a few nodes at first and more the longer it goes on.
 ///
 /// A RegionFilter is tested in double: a point is handed out exactly when the region contains its
 /// QueryPoint::position. Any other IFilter sees positions narrowed to float and then moved by the world
@@ -123,6 +126,9 @@ private:
     Math::NBoundingBox<double, 3> exactBounds(Octree::OctreeNodeId id) const;
     void loadNextNode(const std::stop_token& stop);
     bool fetch(Octree::OctreeNodeId id, Octree::NodeFacts& facts, const std::stop_token& stop);
+    bool fetchPoints(Octree::OctreeNodeId id, const std::stop_token& stop);
+    void loadAhead(Octree::OctreeNodeId id);
+    std::size_t bytesToLoadAhead(Octree::OctreeNodeId id) const;
     void keepException();
     void updateExactMatrix();
 
@@ -146,6 +152,8 @@ private:
     Math::StoredMatrix4d mExactMatrix = Math::StoredMatrix4d::Identity();
     std::optional<Octree::PositionGrid> mGrid;  ///< That those lie on.
     std::chrono::nanoseconds mTimeLimit;
+    std::unique_ptr<NodeLoads> mLoads;  ///< Null before the first node that is in no cache.
+    std::size_t mNodesFetched = 0;
 };
 
 }  // namespace Render

@@ -155,6 +155,11 @@ void PointCloudRenderable::startAsyncReload(void (*onProgress)(), std::size_t ma
     startAsyncReload(std::function<void()>(onProgress), maxLevel);
 }
 
+void PointCloudRenderable::startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel,
+                                            std::function<void(std::exception_ptr)> onEnded) {
+    mStreamer->startAsyncReload(std::move(onProgress), maxLevel, std::move(onEnded));
+}
+
 void PointCloudRenderable::stopAsyncReload() {
     mStreamer->stopAsyncReload();
 }
@@ -171,8 +176,20 @@ bool PointCloudRenderable::isLoading() const {
     return mStreamer->isLoading();
 }
 
+LoadingProgress PointCloudRenderable::loadingProgress() const {
+    return mStreamer->loadingProgress();
+}
+
 void PointCloudRenderable::waitUntilLoaded() {
     mStreamer->waitUntilIdle();
+}
+
+std::size_t PointCloudRenderable::budget() const {
+    return mStreamer->budget();
+}
+
+void PointCloudRenderable::setBudget(std::size_t budget) {
+    mStreamer->setBudget(budget);
 }
 
 PointCloudRenderable::UpdateInterval PointCloudRenderable::updateInterval() const {

@@ -14,6 +14,7 @@
 #include <render/core/Renderable.h>
 #include <render/gpu/PointCloudConstants.h>
 #include <render/pointcloud/IFilter.h>
+#include <render/pointcloud/LoadingProgress.h>
 #include <render/pointcloud/NodeCaches.h>
 #include <render/pointcloud/NodePriority.h>
 #include <render/pointcloud/PointCloudQuery.h>
@@ -22,6 +23,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -48,9 +50,10 @@ class PointCloudStreamer;
 /// A setter that is given its present value does nothing. One that is given NaN or another number without
 /// sense throws std::invalid_argument and changes nothing.
 ///
-/// All members belong to the rendering thread except where noted. onProgress callbacks run on the thread of
-/// the walk, under no lock; they may read counts and ask for redraws but must not start, stop or deinitialise
-/// anything. They may drop the last reference to the point cloud.
+/// All members belong to the rendering thread except where noted. Callbacks run on the thread of the walk,
+/// under no lock; they may read counts and ask for redraws but must not start, stop or deinitialise anything.
+/// They may drop the last reference to the point cloud. What those of a loader hold is released when it is
+/// stopped.
 class LUMARO_API PointCloudRenderable : public Renderable,
                                         public std::enable_shared_from_this<PointCloudRenderable> {
     struct Private {
@@ -105,9 +108,16 @@ public:
     void reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop);
     void reloadPoints(void (*onProgress)(), std::size_t maxLevel, std::stop_token stop);
 
-    /// Starts the loader: one walk now and one after each restart. Does nothing when it exists already.
+    /// Starts the loader: one walk now and one after each restart. Does nothing when it exists already: to
+    /// give it other callbacks or another level, stop it first. An invisible point cloud's loader only calls
+    /// `onProgress`.
     void startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel);
     void startAsyncReload(void (*onProgress)(), std::size_t maxLevel);
+    /// `onEnded` is called when a walk has ended, after its last publication: with null when all is loaded
+    /// that this view can have, or with what failed, as isAsyncReloadHealthy() throws it. Not for a walk that
+    /// a restart cut short. isLoading() is still true during the call.
+    void startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel,
+                          std::function<void(std::exception_ptr)> onEnded);
     /// Stops and joins. Synchronous.
     void stopAsyncReload();
     bool isAsyncReloadActive() const;
@@ -116,6 +126,9 @@ public:
     /// Whether the loader is at work: false when what it can load for this view is there, or when there is no
     /// loader.
     bool isLoading() const;
+    /// How much is there and how much is still to load. Any thread, at any time, at no cost. Nothing is
+    /// wanted when nothing walks.
+    LoadingProgress loadingProgress() const;
     /// Blocks until the loader has nothing to do.
     void waitUntilLoaded();
 
@@ -131,6 +144,13 @@ public:
         startAsyncReload(std::function<void()>(std::move(onProgress)), maxLevel);
     }
 
+    /// In points, as given to create(). The smallest budget of the point clouds of a renderer holds for all
+    /// of them together.
+    std::size_t budget() const;
+    /// At any time. A smaller budget evicts at once: the next frame draws no more of this point cloud than
+    /// that, and of the others when their loaders have walked. A larger one has the loaders fetch what they
+    /// lack.
+    void setBudget(std::size_t budget);
     /// How often a running walk publishes its progress; more than 0.
     UpdateInterval updateInterval() const;
     void setUpdateInterval(UpdateInterval interval);

@@ -71,10 +71,20 @@ void PointCloudStreamer::detach() {
     mBuffers = std::make_unique<Core::TripleBuffer<PublishedNodes>>();
     mPublishedNodeCount = 0;
     mPublishedPointCount = 0;
+    mProgress.setResident({});
 }
 
 void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::size_t maxLevel,
                                       std::stop_token stop) {
+    const struct AtRest {
+        ~AtRest() { progress.clearWanted(); }
+        LoadingProgressMeter& progress;
+    } atRest{mProgress};
+    walk(onProgress, maxLevel, stop);
+}
+
+void PointCloudStreamer::walk(const std::function<void()>& onProgress, std::size_t maxLevel,
+                              const std::stop_token& stop) {
     if (!isAttached()) {
         throw std::runtime_error("reloadingPoints is not allowed if PointCloudRenderable is not initialized");
     }
@@ -108,14 +118,15 @@ void PointCloudStreamer::reloadPoints(std::function<void()> onProgress, std::siz
     if (stop.stop_requested()) {
         return;
     }
+    mWalk.reportProgress(NodePriority::keep());
     if (changed) {
         publish();
         if (onProgress) {
             onProgress();
         }
     }
-    if (mWalk.error()) {
-        std::rethrow_exception(mWalk.error());
+    if (std::exception_ptr error = mWalk.takeError()) {
+        std::rethrow_exception(std::move(error));
     }
 }
 
@@ -152,6 +163,7 @@ void PointCloudStreamer::publish(bool keepsPicture) {
         const NodePrioritizer::Counts counts = mPrioritizer->updateBuffers(mInstanceId, false, *mBuffers);
         mPublishedNodeCount = counts.nodes;
         mPublishedPointCount = counts.points;
+        mProgress.setResident(counts);
         mLastPublication = std::chrono::steady_clock::now();
         mKeepsPicture = keepsPicture;
     }
@@ -189,7 +201,8 @@ PointCloudStreamer::QueryAccess PointCloudStreamer::queryAccess() const {
     return {caches.octree, caches.pointData};
 }
 
-void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel) {
+void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel,
+                                          EndedCallback onEnded) {
     if (mLoader) {
         return;
     }
@@ -197,7 +210,7 @@ void PointCloudStreamer::startAsyncReload(std::function<void()> onProgress, std:
         const std::lock_guard lock(mErrorMutex);
         mError = nullptr;
     }
-    mOnProgress = std::move(onProgress);
+    mCallbacks = {std::move(onProgress), std::move(onEnded)};
     mMaxLevel = maxLevel;
     createLoader();
 }
@@ -216,7 +229,8 @@ void PointCloudStreamer::createLoader() {
 
 void PointCloudStreamer::stopAsyncReload() {
     destroyLoader();
-    mOnProgress = nullptr;  // It may hold the owner of this.
+    mCallbacks = {};  // They may hold the owner of this.
+    mProgress.clearWanted();
     const std::lock_guard lock(mWalkMutex);
     if (!mIsWalking) {
         mWalk.end();
@@ -239,22 +253,31 @@ void PointCloudStreamer::restartFromAnyThread() {
 }
 
 void PointCloudStreamer::runLoader(const std::stop_token& stop) {
+    const Callbacks callbacks = mCallbacks;  // One of them may end the loader, which forgets its own.
+    const bool walks = mVisible;
     std::exception_ptr error;
     try {
-        if (mVisible) {
-            reloadPoints(mOnProgress, mMaxLevel, stop);
+        if (walks) {
+            walk(callbacks.onProgress, mMaxLevel, stop);
         } else {
             const WalkTurn turn(*this, stop);  // Ends what the last walk left.
-            if (mOnProgress) {
-                mOnProgress();
+            if (callbacks.onProgress) {
+                callbacks.onProgress();
             }
         }
     } catch (...) {
         error = std::current_exception();
     }
-    if (!stop.stop_requested()) {
+    if (stop.stop_requested()) {
+        return;
+    }
+    mProgress.clearWanted();
+    {
         const std::lock_guard lock(mErrorMutex);
         mError = error;
+    }
+    if (callbacks.onEnded && (walks || error)) {
+        callbacks.onEnded(error);
     }
 }
 

@@ -8,6 +8,7 @@
 #include <octree/Octree.h>
 #include <render/core/Camera.h>
 #include <render/core/RenderMode.h>
+#include <render/pointcloud/LoadingProgressMeter.h>
 #include <render/pointcloud/NodeCaches.h>
 #include <render/pointcloud/NodePrioritizer.h>
 #include <render/pointcloud/NodeWalk.h>
@@ -18,6 +19,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -44,6 +46,7 @@ namespace Render {
 class PointCloudStreamer : public std::enable_shared_from_this<PointCloudStreamer> {
 public:
     using Duration = std::chrono::duration<std::int64_t, std::ratio<1, 10000000>>;
+    using EndedCallback = std::function<void(std::exception_ptr)>;
 
     /// `budget` counts points.
     PointCloudStreamer(std::shared_ptr<Octree::Octree> octree, std::size_t budget);
@@ -65,8 +68,10 @@ public:
     /// loaded and published.
     void reloadPoints(std::function<void()> onProgress, std::size_t maxLevel, std::stop_token stop);
 
-    /// The loader: walks now and after each restart. Nothing happens when there is one already.
-    void startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel);
+    /// The loader: walks now and after each restart. Nothing happens when there is one already. `onEnded` is
+    /// called after each walk that was not cut short, last of all that the walk does, with null or its error.
+    void startAsyncReload(std::function<void()> onProgress, std::size_t maxLevel,
+                          EndedCallback onEnded = nullptr);
     /// Waits until the running walk has ended, and what it has loaded ahead.
     void stopAsyncReload();
     bool isAsyncReloadActive() const { return mLoader != nullptr; }
@@ -80,6 +85,10 @@ public:
 
     // Of the host's settings. A setter that changes nothing does nothing; one that throws has changed
     // nothing.
+    std::size_t budget() const { return mBudget; }
+    /// A smaller budget evicts at once, and publishes what is left; a larger one restarts the loaders that
+    /// lack nodes.
+    void setBudget(std::size_t budget);
     Duration updateInterval() const { return Duration(mUpdateInterval.load()); }
     /// Throws std::invalid_argument for 0 and less. May be called from any thread.
     void setUpdateInterval(Duration interval);
@@ -130,6 +139,8 @@ public:
     /// Of the last publication, from any thread.
     std::size_t publishedNodeCount() const { return mPublishedNodeCount; }
     std::size_t publishedPointCount() const { return mPublishedPointCount; }
+    /// From any thread. Nothing is wanted when nothing walks.
+    LoadingProgress loadingProgress() const { return mProgress.read(); }
     /// Null before attach().
     const std::shared_ptr<NodePrioritizer>& prioritizer() const { return mPrioritizer; }
     std::shared_ptr<VertexContainerCache> vertexCache() const;
@@ -171,10 +182,15 @@ private:
         const std::stop_token mStop;
         bool mHasCome = false;
     };
+    struct Callbacks {
+        std::function<void()> onProgress;
+        EndedCallback onEnded;
+    };
 
     Caches takeCaches() const;
     /// Takes other caches if the octree has changed; false when it has not.
     bool updateCaches();
+    void walk(const std::function<void()>& onProgress, std::size_t maxLevel, const std::stop_token& stop);
     void beginWalk(std::size_t maxLevel, const std::stop_token& stop);
     bool isPublicationDue() const;
 
@@ -200,16 +216,16 @@ private:
     void updateModelMesh(WalkParameters& parameters) const;
 
     const std::shared_ptr<Octree::Octree> mOctree;
-    const std::size_t mBudget;
 
     // Of the host's thread.
     std::shared_ptr<const Camera> mCamera;
     std::vector<Math::HalfSpace<float, 3>> mWorldHalfSpaces;
     std::shared_ptr<const Math::TriangleMesh<float>> mWorldMesh;
+    std::size_t mBudget;
     bool mRestartAfterCameraChange = true;
     std::size_t mInstanceId = 0;
     std::function<void()> mOnPublished;
-    std::function<void()> mOnProgress;
+    Callbacks mCallbacks;  ///< Of the loader.
     std::size_t mMaxLevel = 0;
     std::shared_ptr<NodePrioritizer> mPrioritizer;  ///< Changes only while no walk can run.
 
@@ -230,7 +246,8 @@ private:
     std::mutex mWalkMutex;  ///< Guards mIsWalking.
     std::condition_variable_any mWalkEnded;
     bool mIsWalking = false;
-    NodeWalk mWalk;  ///< Of who has the turn.
+    LoadingProgressMeter mProgress;
+    NodeWalk mWalk{mProgress};  ///< Of who has the turn.
 
     mutable std::mutex mErrorMutex;  ///< Guards mError.
     std::exception_ptr mError;

@@ -27,6 +27,17 @@ bool PointCloudStreamer::changeTo(T WalkParameters::*member, const T& value) {
     return true;
 }
 
+void PointCloudStreamer::setBudget(std::size_t budget) {
+    const std::size_t before = std::exchange(mBudget, budget);
+    if (budget == before || !isAttached()) {
+        return;
+    }
+    mPrioritizer->setUserBudget(mInstanceId, budget);
+    if (budget < before && mPrioritizer->hasUnpublishedChanges(mInstanceId)) {
+        publish();
+    }
+}
+
 void PointCloudStreamer::setUpdateInterval(Duration interval) {
     if (interval <= Duration::zero()) {
         throw std::invalid_argument("updateInterval must be larger than 0!");
@@ -63,6 +74,9 @@ void PointCloudStreamer::setVisible(bool visible) {
         restart();
     } else {
         clearVisibleOctreeNodes();
+        if (mLoader) {
+            mLoader->restart();  // Ends what is under way.
+        }
     }
 }
 
@@ -184,8 +198,14 @@ void PointCloudStreamer::clearVisibleOctreeNodes() {
     if (!isAttached()) {
         return;
     }
+    const bool isLoadedAnew = mLoader && mVisible;
+    if (isLoadedAnew) {
+        mProgress.startOver();
+    } else {
+        mProgress.clearWanted();
+    }
     mPrioritizer->clear(mInstanceId);
-    publish(mLoader && mVisible);
+    publish(isLoadedAnew);
     restart();
 }
 

@@ -38,7 +38,21 @@ ResidentNodes::ResidentNodes() {
 }
 
 bool ResidentNodes::contains(Octree::OctreeNodeId id) const {
-    return std::binary_search(mIds.begin(), mIds.end(), id);
+    const auto place = firstNotBefore(id);
+    return place != mIds.end() && *place == id;
+}
+
+// As std::lower_bound, but each step is a choice of two numbers instead of a branch that is wrong half the
+// time: walks ask for one node after another in no order.
+std::vector<Octree::OctreeNodeId>::const_iterator ResidentNodes::firstNotBefore(
+    Octree::OctreeNodeId id) const {
+    const Octree::OctreeNodeId* first = mIds.data();
+    for (std::size_t count = mIds.size(); count > 0;) {
+        const std::size_t half = (count + 1) / 2;
+        first += half * static_cast<std::size_t>(first[half - 1] < id);
+        count -= half;
+    }
+    return mIds.begin() + (first - mIds.data());
 }
 
 const PrioritizedNode* ResidentNodes::leastImportant() {
@@ -85,12 +99,30 @@ const PrioritizedNode* ResidentNodes::leastImportantLeaf(Octree::OctreeNodeId co
     return least;
 }
 
-bool ResidentNodes::isLeaf(Octree::OctreeNodeId id) const {
+std::uint8_t ResidentNodes::childrenOf(Octree::OctreeNodeId id) const {
     if (id.level() == Octree::OctreeNodeId::MAX_REPRESENTABLE_LEVEL) {
-        return true;
+        return 0;
     }
-    const auto next = std::lower_bound(mIds.begin(), mIds.end(), id.child(0));
-    return next == mIds.end() || *next > id.child(7);
+    unsigned mask = 0;
+    auto next = firstNotBefore(id.child(0));
+    for (; next != mIds.end() && *next <= id.child(7); ++next) {
+        mask |= 1u << (next->code() & 7u);
+    }
+    return static_cast<std::uint8_t>(mask);
+}
+
+void ResidentNodes::countIn(const PrioritizedNode& node) {
+    if (!node.priority.isDiscarded()) {
+        ++mKeptSize;
+        mKeptPointCount += node.pointCount;
+    }
+}
+
+void ResidentNodes::countOut(const PrioritizedNode& node) {
+    if (!node.priority.isDiscarded()) {
+        --mKeptSize;
+        mKeptPointCount -= node.pointCount;
+    }
 }
 
 void ResidentNodes::add(Node node) {
@@ -104,6 +136,7 @@ void ResidentNodes::add(Node node) {
     mInOrder.insert(mInOrder.begin() + (place - mIds.begin()), node.get());
     mIds.insert(place, node->id.octreeNodeId);
     mPointCount += node->pointCount;
+    countIn(*node);
     mEntries.push_back(std::move(node));
     if (mIsHeap) {
         std::push_heap(mEntries.begin(), mEntries.end(), moreImportant);
@@ -126,6 +159,7 @@ ResidentNodes::Node ResidentNodes::remove(const PrioritizedNode& node) {
     mInOrder.erase(mInOrder.begin() + (place - mIds.begin()));
     mIds.erase(place);
     mPointCount -= removed->pointCount;
+    countOut(*removed);
     return removed;
 }
 

@@ -6,6 +6,7 @@
 #include <render/pointcloud/PublishedNodes.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <stop_token>
 #include <unordered_map>
@@ -34,6 +35,11 @@ public:
     bool contains(Octree::OctreeNodeId id) const;
     std::size_t size() const { return mEntries.size(); }
     std::size_t pointCount() const { return mPointCount; }
+    /// Without discarded nodes.
+    std::size_t keptSize() const { return mKeptSize; }
+    std::size_t keptPointCount() const { return mKeptPointCount; }
+    /// Bit i: child i of the node is there.
+    std::uint8_t childrenOf(Octree::OctreeNodeId id) const;
 
     /// Null when there are no nodes. Makes the heap when it has to.
     const PrioritizedNode* leastImportant();
@@ -60,11 +66,16 @@ public:
 
 private:
     std::size_t pointsBelow(const NodePriority& priority, std::size_t enough, std::size_t entry) const;
-    bool isLeaf(Octree::OctreeNodeId id) const;
+    bool isLeaf(Octree::OctreeNodeId id) const { return childrenOf(id) == 0; }
+    std::vector<Octree::OctreeNodeId>::const_iterator firstNotBefore(Octree::OctreeNodeId id) const;
+    void countIn(const PrioritizedNode& node);
+    void countOut(const PrioritizedNode& node);
 
     std::vector<Node> mEntries;
     bool mIsHeap = false;  ///< The least important entry is the first.
     std::size_t mPointCount = 0;
+    std::size_t mKeptSize = 0;
+    std::size_t mKeptPointCount = 0;
     /// The nodes by id. Its hash makes every search linear, so the sorted mIds tell what is resident, and a
     /// node that leaves knows its position.
     std::unordered_map<NodeId, PrioritizedNode*> mResident{8};
@@ -80,9 +91,12 @@ bool ResidentNodes::rerate(const std::stop_token& stop, Rate&& rate) {
         if (stop.stop_requested()) {
             break;
         }
-        const bool wasDiscarded = entry->priority.isDiscarded();
-        entry->priority = rate(entry->id.octreeNodeId, entry->cube);
-        changed = changed || entry->priority.isDiscarded() != wasDiscarded;
+        const NodePriority priority = rate(entry->id.octreeNodeId, entry->cube);
+        const std::size_t keptBefore = mKeptSize;
+        countOut(*entry);
+        entry->priority = priority;
+        countIn(*entry);
+        changed = changed || mKeptSize != keptBefore;
     }
     return changed;
 }

@@ -1,6 +1,7 @@
 set(LUMARO_POINTCLOUD_STREAMING_SOURCES
     BrightnessAndContrast.cpp
     BudgetListener.cpp
+    LoadingProgressMeter.cpp
     LocationPalette.cpp
     MeshDistances.cpp
     ModelMesh.cpp
@@ -29,6 +30,8 @@ set(LUMARO_POINTCLOUD_STREAMING_HEADERS
     BrightnessAndContrast.h
     BudgetListener.h
     IFilter.h
+    LoadingProgress.h
+    LoadingProgressMeter.h
     LocationPalette.h
     MeshDistances.h
     ModelMesh.h

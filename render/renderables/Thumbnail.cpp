@@ -45,6 +45,12 @@ void removeExisting(const std::filesystem::path& file) {
 
 void createThumbnail(const Octree::Location& location, const std::filesystem::path& outputFile, size_t width,
                      size_t height, const Math::Color& backgroundColor, size_t maxLevel) {
+    createThumbnail(location, outputFile, width, height, backgroundColor, maxLevel, nullptr, {});
+}
+
+bool createThumbnail(const Octree::Location& location, const std::filesystem::path& outputFile, size_t width,
+                     size_t height, const Math::Color& backgroundColor, size_t maxLevel,
+                     const std::function<void(const LoadingProgress&)>& onProgress, std::stop_token stop) {
     if (!location.exists()) {
         throw std::invalid_argument("createThumbnail: locationPotree does not exist");
     }
@@ -55,15 +61,22 @@ void createThumbnail(const Octree::Location& location, const std::filesystem::pa
     renderer.setViewport(width, height);
     placeCamera(renderer);
     renderer.setBackgroundColor(backgroundColor);
+    const auto tell = [&] {
+        if (onProgress) {
+            onProgress(cloud->loadingProgress());
+        }
+    };
     cloud->reloadPoints(
-        std::function<void()>(),
-        std::min(maxLevel, static_cast<size_t>(Octree::OctreeNodeId::MAX_REPRESENTABLE_LEVEL)),
-        std::stop_token());
+        tell, std::min(maxLevel, static_cast<size_t>(Octree::OctreeNodeId::MAX_REPRESENTABLE_LEVEL)), stop);
+    if (stop.stop_requested()) {
+        return false;
+    }
     removeExisting(outputFile);
     renderer.render();
     Graphics::ColorImage image;
     renderer.getColorImage(image);
     image.writePng(outputFile);
+    return true;
 }
 
 void createThumbnail(const std::filesystem::path& directory, size_t width, size_t height,

@@ -3,9 +3,12 @@
 #include <core/Export.h>
 #include <math/Color.h>
 #include <octree/Location.h>
+#include <render/pointcloud/LoadingProgress.h>
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
+#include <stop_token>
 
 namespace Render {
 
@@ -19,6 +22,14 @@ namespace Render {
 LUMARO_API void createThumbnail(const Octree::Location& location, const std::filesystem::path& outputFile,
                                 size_t width, size_t height, const Math::Color& backgroundColor,
                                 size_t maxLevel);
+
+/// The same, with news: `onProgress`, unless it is null, is called now and then on the calling thread while
+/// nodes are loaded. False, with the file as it was, when `stop` was signalled before drawing.
+LUMARO_API bool createThumbnail(const Octree::Location& location, const std::filesystem::path& outputFile,
+                                size_t width, size_t height, const Math::Color& backgroundColor,
+                                size_t maxLevel,
+                                const std::function<void(const LoadingProgress&)>& onProgress,
+                                std::stop_token stop);
 
 /// The same for a Potree cloud stored in `directory`; writes "thumbnail.png" there.
 LUMARO_API void createThumbnail(const std::filesystem::path& directory, size_t width, size_t height,

@@ -57,6 +57,54 @@ TEST(StoreConcurrency, ReadersLoadTheHierarchyOnceAndSeeTheSame) {
     }
 }
 
+// A chunk that another thread loads between two looks at the hierarchy.
+TEST(StoreConcurrency, ANodeIsFoundWhileItsChunkIsBeingLoaded) {
+    using Support::hierarchyRecord;
+    constexpr std::uint64_t recordSize = 22;
+    Support::PotreeFixture fixture;
+    std::vector<OctreeNodeId> ids;  // One below each of many references.
+    std::string above, chunks;
+    for (std::size_t level = 0; level < 4; ++level) {
+        for (std::size_t i = 0; i < std::size_t{1} << (3 * level); ++i) {
+            above += hierarchyRecord(0, 0xff, 0, 0, 0);
+        }
+    }
+    const std::uint64_t firstChunkSize = above.size() + 4096 * recordSize;
+    for (std::size_t i = 0; i < 4096; ++i) {
+        ids.push_back(OctreeNodeId().child(i >> 9).child(i >> 6 & 7).child(i >> 3 & 7).child(i & 7).child(0));
+        above += hierarchyRecord(2, 0, 0, firstChunkSize + chunks.size(), 2 * recordSize);
+        chunks += hierarchyRecord(0, 1, 0, 0, 0) + hierarchyRecord(0, 0, 0, 0, 0);
+    }
+    fixture.hierarchy = above + chunks;
+    fixture.metadata["hierarchy"]["firstChunkSize"] = firstChunkSize;
+    fixture.writeAll();
+    for (int round = 0; round < 10; ++round) {
+        const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+        together(3, [&](std::size_t) {
+            for (const OctreeNodeId id : ids) {
+                ASSERT_NO_THROW(octree.nodeVisibility(id)) << id.name();
+            }
+        });
+        EXPECT_THROW(octree.nodeVisibility(ids[0].child(0)), Octree::StoreError);
+        EXPECT_THROW(octree.nodeVisibility(ids[0].parent().child(1).child(2)), Octree::StoreError);
+    }
+}
+
+TEST(StoreConcurrency, CountsThatAreKnownReadNothing) {
+    Support::PotreeFixture fixture;
+    const OctreeNodeId root, reference = root.child(4);
+    const auto known = [&](OctreeNodeId id) {
+        return Octree::Octree{PoTree::FileSystemLocation(fixture.folder.path())}.knownPointCount(id);
+    };
+    fixture.hierarchy.resize(fixture.firstChunkSize);  // The rest cannot be read.
+    fixture.writeAll();
+    EXPECT_EQ(known(root.child(1)), 1u);
+    EXPECT_EQ(known(reference), 2u);
+    fixture.hierarchy.replace(46, 4, std::string(4, '\0'));  // Where the reference does not tell.
+    fixture.writeAll();
+    EXPECT_EQ(known(reference), std::nullopt);
+}
+
 TEST(StoreConcurrency, WaitingForAnotherThreadsWorkCanBeStopped) {
     Octree::StoppableMutex mutex;
     ASSERT_TRUE(mutex.lock({}));

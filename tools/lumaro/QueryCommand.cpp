@@ -118,8 +118,11 @@ bool query(const Options& options, const std::stop_token& stop) {
     const auto octree = std::make_shared<Octree::Octree>(location);
     const std::unique_ptr<PointWriter> writer =
         makeWriter(options, file.stream(), octree->positionGrid(), absoluteBounds(*octree));
+    const bool isWhole = !region && options.maxLevel == 21 && options.minSpacing == 0.0;
+    const uint64_t all = isWhole ? octree->totalPointCount() : 0;
     const auto onChunk = [&](uint64_t written) {
-        progress.show("writing, " + grouped(written) + " points");
+        const std::string share = all >= written && all > 0 ? std::to_string(100 * written / all) + " %" : "";
+        progress.show("writing " + share + (share.empty() ? "" : ", ") + grouped(written) + " points");
         return file.stream().good();
     };
     const std::optional<uint64_t> written = exportPoints(

@@ -2,13 +2,13 @@
 #include <octree/Octree.h>
 #include <render/renderables/GroupRenderable.h>
 #include <tools/lumaro/Commands.h>
+#include <tools/lumaro/LoadingText.h>
 #include <tools/lumaro/ObjMesh.h>
 #include <tools/lumaro/Placement.h>
 #include <tools/lumaro/SceneView.h>
 #include <tools/lumaro/StoreInfo.h>
 
 #include <algorithm>
-#include <functional>
 #include <optional>
 
 namespace Tool {
@@ -189,14 +189,18 @@ bool SceneView::load(const std::stop_token& stop, Progress& progress) {
             return false;
         }
     }
-    return loadClouds(stop, [&] { progress.show("loading, " + grouped(pointsShown()) + " points"); });
+    return loadClouds(stop, progress);
 }
 
 /// Walks each cloud to its end. The clouds share one budget, so what a later one pushed out of an earlier one
 /// is settled by a second round.
-bool SceneView::loadClouds(const std::stop_token& stop, const std::function<void()>& report) {
+bool SceneView::loadClouds(const std::stop_token& stop, Progress& progress) {
     for (size_t round = 0; round < (mClouds.size() > 1 ? 2U : 1U); ++round) {
         for (const Cloud& cloud : mClouds) {
+            const auto report = [&] {
+                progress.show((mClouds.size() > 1 ? cloud->name() + ": " : "") +
+                              loadingText(cloud->loadingProgress()));
+            };
             cloud->setUpdateInterval(std::chrono::milliseconds(250));
             cloud->reloadPoints(report, mOptions.maxLevel, stop);
             if (stop.stop_requested()) {

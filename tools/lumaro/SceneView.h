@@ -58,7 +58,7 @@ public:
 
 private:
     bool load(const std::stop_token& stop, Progress& progress);
-    bool loadClouds(const std::stop_token& stop, const std::function<void()>& report);
+    bool loadClouds(const std::stop_token& stop, Progress& progress);
 
     ViewOptions mOptions;
     Math::Point<double, 3> mOrigin;

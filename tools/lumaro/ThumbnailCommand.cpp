@@ -2,12 +2,9 @@
 #include <render/renderables/Thumbnail.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
+#include <tools/lumaro/LoadingText.h>
 #include <tools/lumaro/StoreInfo.h>
 
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <future>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -38,16 +35,15 @@ public:
             }
         }
     }
-    ~UnfinishedPicture() { discard(); }
+    ~UnfinishedPicture() {
+        std::error_code ignored;
+        fs::remove_all(mFolder, ignored);
+    }
     UnfinishedPicture(const UnfinishedPicture&) = delete;
     UnfinishedPicture& operator=(const UnfinishedPicture&) = delete;
 
     fs::path file() const { return mFolder / "picture.png"; }
     void moveIntoPlace() { fs::rename(file(), mTarget); }
-    void discard() {
-        std::error_code ignored;
-        fs::remove_all(mFolder, ignored);
-    }
 
 private:
     fs::path mTarget;
@@ -62,23 +58,11 @@ bool makeThumbnail(const Options& options, const std::stop_token& stop) {
     UnfinishedPicture picture(options.output.empty() ? location.folder() / "thumbnail.png"
                                                      : pathFromUtf8(options.output));
     Progress progress;
-    std::future<void> work = std::async(std::launch::async, [&] {
-        Render::createThumbnail(location, picture.file(), options.size.width, options.size.height, background,
-                                options.maxLevel);
-    });
-    const auto start = std::chrono::steady_clock::now();
-    while (work.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
-        if (stop.stop_requested()) {
-            // The library makes a thumbnail in one call that cannot be stopped.
-            picture.discard();
-            std::fputs("lumaro: stopped\n", stderr);
-            std::_Exit(130);
-        }
-        const auto seconds =
-            std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start);
-        progress.show("drawing, " + std::to_string(seconds.count()) + " s");
+    const auto report = [&](const Render::LoadingProgress& loading) { progress.show(loadingText(loading)); };
+    if (!Render::createThumbnail(location, picture.file(), options.size.width, options.size.height,
+                                 background, options.maxLevel, report, stop)) {
+        return false;
     }
-    work.get();
     picture.moveIntoPlace();
     return true;
 }

@@ -4,7 +4,9 @@
 #include <tests/octree/entwine/EptFixture.h>
 
 #include <atomic>
+#include <filesystem>
 #include <future>
+#include <optional>
 #include <stop_token>
 #include <thread>
 
@@ -40,6 +42,14 @@ TEST(EptConcurrency, ReadersLoadTheHierarchyTogetherAndSeeTheSame) {
         EXPECT_EQ(nodes, 4 * 5u);
         EXPECT_EQ(colors, 4 * (1u + 4 + 255 + 7));
     }
+}
+
+TEST(EptConcurrency, CountsThatAreKnownReadNothing) {
+    const Support::EptFixture fixture;
+    std::filesystem::remove(fixture.folder.path() / Support::EptFixture::hierarchyFile("1-1-0-0"));
+    Entwine::EntwineTree tree(Entwine::FileSystemLocation(fixture.folder.path()));
+    EXPECT_EQ(tree.knownPointCount(OctreeNodeId().child(1), {}), 1u);
+    EXPECT_EQ(tree.knownPointCount(OctreeNodeId().child(4), {}), std::nullopt);
 }
 
 TEST(EptConcurrency, AStopEndsReadingWithoutAnError) {

@@ -67,6 +67,24 @@ TEST_F(Thumbnail, touchesNothingWithoutACloud) {
     EXPECT_EQ(store.folder.read("thumbnail.png"), "old");
 }
 
+TEST_F(Thumbnail, tellsHowItGoesAndCanBeStopped) {
+    const PoTree::FileSystemLocation location(store.folder.path());
+    std::stop_source stop;
+    store.folder.write("thumbnail.png", "old");
+    const auto stopAtOnce = [&](const Render::LoadingProgress& progress) {
+        EXPECT_GT(progress.residentPoints, 0u);
+        stop.request_stop();
+    };
+    EXPECT_FALSE(
+        Render::createThumbnail(location, file, 40, 30, kBackground, 9, stopAtOnce, stop.get_token()));
+    EXPECT_EQ(store.folder.read("thumbnail.png"), "old");
+    Render::LoadingProgress last;
+    EXPECT_TRUE(Render::createThumbnail(location, file, 40, 30, kBackground, 9,
+                                        [&](const auto& progress) { last = progress; }, {}));
+    EXPECT_EQ(last.share(), 1.0);
+    EXPECT_EQ(last.residentPoints, 7u);
+}
+
 TEST_F(Thumbnail, saysThatTheOldPictureCannotBeRemoved) {
     std::filesystem::create_directories(file / "inside");
     try {

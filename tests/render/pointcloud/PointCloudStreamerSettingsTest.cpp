@@ -76,8 +76,8 @@ TEST_F(PointCloudStreamerSettingsTest, AWalkKeepsToTheUnitScaleItBeganWith) {
         each->attach(nextId(), nextId(), camera, nullptr);
         each->setPriorityThreshold(1.0f);
     }
-    source->setReadHook([&, reads = 0](Octree::OctreeNodeId) mutable {
-        if (++reads == 1) {
+    source->setReadHook([&](Octree::OctreeNodeId id) {
+        if (id.isRoot()) {
             other.setUnitScale(0.25);
         }
     });

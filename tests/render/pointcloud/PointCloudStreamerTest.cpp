@@ -288,7 +288,7 @@ TEST_F(PointCloudStreamerTest, CallbacksGoWithTheLoader) {
     const auto streamer = streamerOf(sourceOf({.depth = 1}));
     const auto token = std::make_shared<int>();
     for (const bool detaches : {false, true}) {
-        streamer->startAsyncReload([token] {}, 21);
+        streamer->startAsyncReload([token] {}, 21, [token](const std::exception_ptr&) {});
         streamer->waitUntilIdle();
         if (detaches) {
             streamer->detach();
