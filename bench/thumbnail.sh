@@ -1,7 +1,8 @@
 #!/bin/bash
-# bench/thumbnail.sh [STORE…]: `lumaro thumbnail` as a whole process, start to end, under Wine: seconds and peak
-# memory, best of three runs after one that warms the file cache. Without a store: the sample scene with a million
-# points. Build first: cmake --build --preset windows-mingw --target lumaro. LUMARO_EXE names another program.
+# bench/thumbnail.sh [STORE…]: `lumaro thumbnail` and `lumaro render` as whole processes, start to end, under Wine:
+# seconds and peak memory, best of three runs after one that warms the file cache. Without a store: the sample scene
+# with a million points. Build first: cmake --build --preset windows-mingw --target lumaro. LUMARO_EXE names
+# another program.
 set -euo pipefail
 # shellcheck source-path=SCRIPTDIR source=../scripts/lib/common.sh
 . "$(dirname "$0")/../scripts/lib/common.sh"
@@ -20,16 +21,19 @@ fi
 # The largest process that the command waits for is the program itself.
 measure() { /usr/bin/time -f '%e %M' -o "$work/time" "$root/scripts/wine-run" "$program" "$@"; }
 
-printf '%-28s %8s %10s %12s\n' store seconds 'peak MiB' 'octree MiB'
+printf '%-28s %-10s %8s %10s %12s\n' store command seconds 'peak MiB' 'octree MiB'
 for store; do
-    best=
-    for ((run = 0; run < 4; ++run)); do
-        measure thumbnail "$store" -o "$work/picture.png"
-        read -r seconds peak <"$work/time"
-        if ((run > 0)) && { [[ -z $best ]] || awk "BEGIN { exit !($seconds < ${best% *}) }"; }; then
-            best="$seconds $peak"
-        fi
-    done
     size=$(stat -c %s "$store/octree.bin")
-    printf '%-28s %8s %10d %12d\n' "$(basename "$store")" "${best% *}" $((${best#* } / 1024)) $((size / 1048576))
+    for command in thumbnail render; do
+        best=
+        for ((run = 0; run < 4; ++run)); do
+            measure "$command" "$store" -o "$work/picture.png"
+            read -r seconds peak <"$work/time"
+            if ((run > 0)) && { [[ -z $best ]] || awk "BEGIN { exit !($seconds < ${best% *}) }"; }; then
+                best="$seconds $peak"
+            fi
+        done
+        printf '%-28s %-10s %8s %10d %12d\n' "$(basename "$store")" "$command" "${best% *}" \
+            $((${best#* } / 1024)) $((size / 1048576))
+    done
 done
