@@ -11,7 +11,7 @@ namespace {
 constexpr int HIDDEN = 2;
 constexpr std::size_t MAX_BYTES_AHEAD = std::size_t{128} << 20;
 /// Looked at for one fetch.
-constexpr std::size_t MAX_CANDIDATES = 256;
+constexpr std::size_t MAX_CANDIDATES = 1024;
 /// For a node that does not say how many it has.
 constexpr std::size_t TYPICAL_POINT_COUNT = 50000;
 

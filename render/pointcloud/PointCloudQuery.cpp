@@ -17,6 +17,8 @@ namespace {
 
 constexpr int ALL_HIDDEN = 2;  // NodeFacts::visibility
 constexpr std::size_t MAX_BYTES_AHEAD = std::size_t{32} << 20;
+/// For a node of which nothing is known before more of the hierarchy is read.
+constexpr std::uint64_t TYPICAL_POINT_COUNT = 50000;
 /// A point with all columns.
 constexpr std::size_t POINT_BYTES = 48;
 
@@ -348,10 +350,11 @@ void PointCloudQuery::loadAhead(Octree::OctreeNodeId id) {
 // 0 for a node that the query will not read, or that cannot be read.
 std::size_t PointCloudQuery::bytesToLoadAhead(Octree::OctreeNodeId id) const {
     try {
-        Octree::NodeFacts facts;
-        mOctree->nodeFacts(id, facts);
-        const bool isRead = facts.visibility != ALL_HIDDEN || mIncludesHidden;
-        return isRead ? static_cast<std::size_t>(facts.pointCount) * POINT_BYTES : 0;
+        if (!mIncludesHidden && mOctree->nodeVisibility(id) == ALL_HIDDEN) {
+            return 0;
+        }
+        const auto count = mOctree->knownPointCount(id).value_or(TYPICAL_POINT_COUNT);
+        return static_cast<std::size_t>(count) * POINT_BYTES;
     } catch (...) {
         return 0;
     }
