@@ -82,7 +82,7 @@ TEST_F(Thumbnail, tellsHowItGoesAndCanBeStopped) {
     EXPECT_TRUE(Render::createThumbnail(location, file, 40, 30, kBackground, 9,
                                         [&](const auto& progress) { last = progress; }, {}));
     EXPECT_EQ(last.share(), 1.0);
-    EXPECT_EQ(last.residentPoints, 7u);
+    EXPECT_GT(last.residentPoints, 3u);  // More than the root has.
 }
 
 TEST_F(Thumbnail, saysThatTheOldPictureCannotBeRemoved) {
