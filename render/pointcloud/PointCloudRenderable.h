@@ -42,7 +42,7 @@ class UploadAllowance;
 
 /// Shows one octree point cloud without ever holding it whole: a walk visits the octree from its root, most
 /// important node first, and keeps what is worth most within a budget in points that the point clouds of a
-/// renderer share; each frame draws what the last publication of a walk held.
+/// renderer share; each frame draws what the last publication of a walk held, as far as it is on the GPU.
 ///
 /// Life: created, initialised by joining a renderer, loading between startAsyncReload() and stopAsyncReload()
 /// (or during reloadPoints()), deinitialised by leaving the renderer, and so on again. Whatever changes which

@@ -6,11 +6,11 @@
 
 #include <tests/render/pointcloud/CloudFixture.h>
 #include <tests/support/ComSpy.h>
+#include <tests/support/PotreeFixture.h>
 #include <tests/support/SyntheticOctree.h>
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -177,9 +177,8 @@ TEST(PointCloudUploadsTest, WhoHasWaitedForThePointsSeesAllOfThem) {
     view.draw();
     load(cloud);
     view.draw();
-    const std::filesystem::path file = std::filesystem::temp_directory_path() / "lumaro-uploads.png";
-    view.renderer.writePngImage(file);
-    std::filesystem::remove(file);
+    const Support::TemporaryFolder folder;
+    view.renderer.writePngImage(folder.path() / "picture.png");
     EXPECT_EQ(cloud.pendingUploadBytes(), 0u);
     EXPECT_EQ(view.picture(), expected);
 }
