@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <span>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -41,6 +42,10 @@ public:
     /// is not finite or all triangles are left out.
     Nearest nearest(const Point<T, 3>& p) const;
 
+    /// The same for each of many points, in less time where neighbours in the list lie close together. There
+    /// must be as many results as points.
+    void nearest(std::span<const Point<T, 3>> points, std::span<Nearest> results) const;
+
 private:
     using Vector = Point<Real, 3>;
     using Box = NBoundingBox<T, 3>;
@@ -51,9 +56,17 @@ private:
     // How many triangles are few enough that they face about the same way.
     static constexpr size_t PATCH = WIDTH * WIDTH * WIDTH;
 
+    static constexpr std::array<uint32_t, 1> ROOT{0};
+
+    // How many neighbours in a list share a way down the tree.
+    static constexpr size_t PACKET = 16;
+
     // What a coordinate along a node's axis is wrong by at most, per distance from the node's origin: twice
     // the sum of all roundings on the way to it.
     static constexpr T ROUNDING = T(16) * std::numeric_limits<T>::epsilon();
+
+    // Squared gaps above this one may have overflowed.
+    static constexpr T LARGEST = (std::numeric_limits<T>::max)() / T(8);
 
     struct Entry {
         std::array<Point<T, 3>, 3> corners;  // In ascending order.
@@ -84,9 +97,27 @@ private:
         uint32_t triangle;
     };
 
+    // A node, or an entry, that is yet to be looked at.
     struct Pending {
         T squaredGap;
-        uint32_t node;
+        uint32_t index;
+        bool isEntry;
+    };
+
+    // 2^32 triangles make 11 levels, each of which leaves 7 children behind; a front adds those of 7 more
+    // nodes.
+    struct Stack {
+        std::array<Pending, 160> items;
+        size_t size = 0;
+    };
+
+    // Nodes that hold whatever is as near to the center as `reach`, or nearer.
+    struct Front {
+        Point<T, 3> center;
+        Real reach = Real(0);
+        std::array<uint32_t, 2 * WIDTH> nodes{};
+        std::array<T, 2 * WIDTH> gaps{};  // Between their boxes and the center.
+        size_t size = 1;
     };
 
     static bool isFinite(const Point<T, 3>& p) {
@@ -98,16 +129,23 @@ private:
     static void divide(std::vector<Item>& items, size_t begin, size_t end, size_t share);
     static int widestAxis(const std::vector<Item>& items, size_t begin, size_t end);
 
+    void addEntries(const std::vector<Item>& items, const std::vector<Point<T, 3>>& vertices,
+                    const std::vector<std::array<uint32_t, 3>>& triangles);
+    void bound(size_t index, std::vector<Range>& ranges);
     void turnLeaf(Node& node) const;
     void turnPatch(Node& node) const;
     static void turn(Node& node, const Vector& normal, const Vector& along);
     void boundTriangles(Node& node, uint32_t child, size_t begin, size_t end) const;
-    static void setBox(Node& node, uint32_t child, const Box& box, T reach);
+    static void setBox(Node& node, uint32_t child, const Box& box, T farthest);
 
     static T limit(Real squaredDistance);
     static std::array<T, WIDTH> squaredGaps(const Node& node, const Point<T, 3>& p);
-    void searchLeaf(const Node& leaf, const std::array<T, WIDTH>& gaps, const Vector& p,
-                    Nearest& nearest) const;
+    void nearestOfPacket(std::span<const Point<T, 3>> points, std::span<Nearest> results) const;
+    Front frontOf(std::span<const Point<T, 3>> points, const Vector& onMesh) const;
+    Nearest nearestBehind(const Front& front, const Point<T, 3>& p, const Vector& onMesh) const;
+    void search(std::span<const uint32_t> nodes, const Point<T, 3>& p, T most, Nearest& nearest) const;
+    void expand(std::span<const uint32_t> nodes, const Point<T, 3>& p, T most, Stack& stack) const;
+    void measure(const Entry& entry, const Vector& p, Nearest& nearest) const;
 
     // The point nearest to the origin.
     static Vector nearestOnTriangle(const Vector& a, const Vector& b, const Vector& c);
@@ -135,44 +173,9 @@ TriangleIndex<T>::TriangleIndex(const std::vector<Point<T, 3>>& vertices,
         }
     }
     std::vector<Range> ranges = split(items, mNodes);
-
-    // Sorted corners make the distance independent of the order in which a triangle names them: back to back
-    // triangles, and neighbours at their common edge, come out equally near to the last bit.
-    mEntries.reserve(items.size());
-    for (const Item& item : items) {
-        const std::array<uint32_t, 3>& triangle = triangles[item.triangle];
-        Entry entry{{vertices[triangle[0]], vertices[triangle[1]], vertices[triangle[2]]}, item.triangle};
-        std::sort(entry.corners.begin(), entry.corners.end(), [](const Point<T, 3>& a, const Point<T, 3>& b) {
-            return std::lexicographical_compare(a.values, a.values + 3, b.values, b.values + 3);
-        });
-        mEntries.push_back(entry);
-    }
+    addEntries(items, vertices, triangles);
     for (size_t i = mNodes.size(); i-- > 0;) {
-        Node& node = mNodes[i];
-        Range& range = ranges[i];
-        node.origin = mEntries[range.begin].corners[0];
-        if (node.leaf) {
-            turnLeaf(node);
-        } else if (range.end - range.begin <= PATCH) {
-            turnPatch(node);
-        }
-        for (uint32_t child = 0; child < node.count; ++child) {
-            if (node.leaf) {
-                boundTriangles(node, child, range.begin + child, range.begin + child + 1);
-                for (const Point<T, 3>& corner : mEntries[range.begin + child].corners) {
-                    range.box.extend(corner);
-                }
-                continue;
-            }
-            const Range& below = ranges[node.first + child];
-            range.box.extend(below.box);
-            if (range.end - range.begin <= PATCH) {
-                boundTriangles(node, child, below.begin, below.end);
-            } else {
-                const Box box(below.box.min - node.origin, below.box.max - node.origin);
-                setBox(node, child, box, reach(box.min) + reach(box.max));
-            }
-        }
+        bound(i, ranges);
     }
 }
 
@@ -235,6 +238,54 @@ int TriangleIndex<T>::widestAxis(const std::vector<Item>& items, size_t begin, s
     return size[2] > size[axis] ? 2 : axis;
 }
 
+// Sorted corners make the distance independent of the order in which a triangle names them: back to back
+// triangles, and neighbours at their common edge, come out equally near to the last bit.
+template <class T>
+void TriangleIndex<T>::addEntries(const std::vector<Item>& items, const std::vector<Point<T, 3>>& vertices,
+                                  const std::vector<std::array<uint32_t, 3>>& triangles) {
+    mEntries.reserve(items.size());
+    for (const Item& item : items) {
+        const std::array<uint32_t, 3>& triangle = triangles[item.triangle];
+        Entry entry{{vertices[triangle[0]], vertices[triangle[1]], vertices[triangle[2]]}, item.triangle};
+        std::sort(entry.corners.begin(), entry.corners.end(), [](const Point<T, 3>& a, const Point<T, 3>& b) {
+            return std::lexicographical_compare(a.values, a.values + 3, b.values, b.values + 3);
+        });
+        mEntries.push_back(entry);
+    }
+}
+
+// Sets the boxes of a node's children, whose own boxes are set.
+template <class T>
+void TriangleIndex<T>::bound(size_t index, std::vector<Range>& ranges) {
+    Node& node = mNodes[index];
+    Range& range = ranges[index];
+    const bool isPatch = range.end - range.begin <= PATCH;
+    node.origin = mEntries[range.begin].corners[0];
+    if (node.leaf) {
+        turnLeaf(node);
+        for (uint32_t child = 0; child < node.count; ++child) {
+            boundTriangles(node, child, node.first + child, node.first + child + 1);
+            for (const Point<T, 3>& corner : mEntries[node.first + child].corners) {
+                range.box.extend(corner);
+            }
+        }
+        return;
+    }
+    if (isPatch) {
+        turnPatch(node);
+    }
+    for (uint32_t child = 0; child < node.count; ++child) {
+        const Range& below = ranges[node.first + child];
+        range.box.extend(below.box);
+        if (isPatch) {
+            boundTriangles(node, child, below.begin, below.end);
+        } else {
+            const Box box(below.box.min - node.origin, below.box.max - node.origin);
+            setBox(node, child, box, reach(box.min) + reach(box.max));
+        }
+    }
+}
+
 // A box along a triangle's longest edge is the tightest in its plane.
 template <class T>
 void TriangleIndex<T>::turnLeaf(Node& node) const {
@@ -295,93 +346,169 @@ void TriangleIndex<T>::boundTriangles(Node& node, uint32_t child, size_t begin, 
     setBox(node, child, box, farthest);
 }
 
-// A box that reaches too far for its distances to be squared is taken as endless.
+// Endless where a corner is too far away for a coordinate.
 template <class T>
-void TriangleIndex<T>::setBox(Node& node, uint32_t child, const Box& box, T reach) {
-    constexpr T ENDLESS = std::numeric_limits<T>::infinity();
-    const bool bounded = reach * reach < ENDLESS;
+void TriangleIndex<T>::setBox(Node& node, uint32_t child, const Box& box, T farthest) {
     for (int k = 0; k < 3; ++k) {
-        node.center[k][child] = bounded ? (box.min[k] + box.max[k]) / T(2) : T(0);
-        node.half[k][child] = bounded ? (box.max[k] - box.min[k]) / T(2) + ROUNDING * reach : ENDLESS;
+        node.center[k][child] = box.min[k] / T(2) + box.max[k] / T(2);
+        node.half[k][child] = box.max[k] / T(2) - box.min[k] / T(2) + ROUNDING * farthest;
     }
 }
 
 template <class T>
 typename TriangleIndex<T>::Nearest TriangleIndex<T>::nearest(const Point<T, 3>& p) const {
     Nearest nearest;
-    if (mNodes.empty() || !isFinite(p)) {
-        return nearest;
-    }
-    const Vector center = p.template cast<Real>();
-    std::array<Pending, 96> stack;  // 2^32 triangles make 11 levels, each of which leaves 7 children behind.
-    size_t size = 0;
-    stack[size++] = {T(0), 0};
-    while (size > 0) {
-        const Pending pending = stack[--size];
-        const T most = limit(nearest.squaredDistance);
-        if (pending.squaredGap > most) {
-            continue;
-        }
-        const Node& node = mNodes[pending.node];
-        const std::array<T, WIDTH> gaps = squaredGaps(node, p);
-        if (node.leaf) {
-            searchLeaf(node, gaps, center, nearest);
-            continue;
-        }
-        const size_t begin = size;
-        size_t closest = size;
-        for (uint32_t i = 0; i < node.count; ++i) {
-            stack[size] = {gaps[i], node.first + i};
-            closest = gaps[i] < stack[closest].squaredGap ? size : closest;
-            size += gaps[i] > most ? 0u : 1u;
-        }
-        if (size > begin) {
-            std::swap(stack[closest], stack[size - 1]);
-        }
+    if (!mNodes.empty() && isFinite(p)) {
+        search(ROOT, p, std::numeric_limits<T>::infinity(), nearest);
     }
     return nearest;
 }
 
 template <class T>
-void TriangleIndex<T>::searchLeaf(const Node& leaf, const std::array<T, WIDTH>& gaps, const Vector& p,
-                                  Nearest& nearest) const {
-    std::array<uint32_t, WIDTH> within;
-    size_t count = 0;
-    T most = limit(nearest.squaredDistance);
-    for (uint32_t i = 0; i < leaf.count; ++i) {
-        within[count] = i;
-        count += gaps[i] > most ? 0u : 1u;
-    }
-    while (count > 0) {
-        size_t closest = 0;
-        for (size_t i = 1; i < count; ++i) {
-            closest = gaps[within[i]] < gaps[within[closest]] ? i : closest;
-        }
-        const uint32_t child = within[closest];
-        within[closest] = within[--count];
-        if (gaps[child] > most) {
-            continue;
-        }
-        const Entry& entry = mEntries[leaf.first + child];
-        const Vector offset = nearestOnTriangle(entry.corners[0].template cast<Real>() - p,
-                                                entry.corners[1].template cast<Real>() - p,
-                                                entry.corners[2].template cast<Real>() - p);
-        const Real squared = offset.squaredLength();
-        if (squared < nearest.squaredDistance ||
-            (squared == nearest.squaredDistance && entry.triangle < nearest.triangle)) {
-            nearest = {offset, squared, entry.triangle};
-            most = limit(squared);
-        }
+void TriangleIndex<T>::nearest(std::span<const Point<T, 3>> points, std::span<Nearest> results) const {
+    for (size_t begin = 0; begin < points.size(); begin += PACKET) {
+        const size_t count = (std::min)(PACKET, points.size() - begin);
+        nearestOfPacket(points.subspan(begin, count), results.subspan(begin, count));
     }
 }
 
-// No triangle in a box whose squared gap is greater can be as near, however either was rounded. Without limit
-// where squared gaps come near to overflowing.
+template <class T>
+void TriangleIndex<T>::nearestOfPacket(std::span<const Point<T, 3>> points,
+                                       std::span<Nearest> results) const {
+    results[0] = nearest(points[0]);
+    if (std::isinf(results[0].squaredDistance) || !std::all_of(points.begin(), points.end(), isFinite)) {
+        std::transform(points.begin(), points.end(), results.begin(),
+                       [this](const Point<T, 3>& p) { return nearest(p); });
+        return;
+    }
+    Vector onMesh = points[0].template cast<Real>() + results[0].offset;
+    const Front front = frontOf(points, onMesh);
+    for (size_t i = 1; i < points.size(); ++i) {
+        results[i] = nearestBehind(front, points[i], onMesh);
+        onMesh = points[i].template cast<Real>() + results[i].offset;
+    }
+}
+
+// Reaches as far as any of the points needs, as a point of the mesh is known.
+template <class T>
+typename TriangleIndex<T>::Front TriangleIndex<T>::frontOf(std::span<const Point<T, 3>> points,
+                                                           const Vector& onMesh) const {
+    Front front;
+    Box box;
+    for (const Point<T, 3>& p : points) {
+        box.extend(p);
+    }
+    front.center = box.min / T(2) + box.max / T(2);
+    for (const Point<T, 3>& p : points) {
+        const Vector from = p.template cast<Real>();
+        const Real reach = distance(from, onMesh) + distance(from, front.center.template cast<Real>());
+        front.reach = reach > front.reach ? reach : front.reach;
+    }
+    const T most = limit(front.reach * front.reach);
+    for (size_t i = 0; i < front.size;) {
+        const Node& node = mNodes[front.nodes[i]];
+        const std::array<T, WIDTH> gaps = squaredGaps(node, front.center);
+        size_t end = front.size;
+        for (uint32_t child = 0; child < node.count; ++child) {
+            front.nodes[end] = node.first + child;
+            front.gaps[end] = std::sqrt((std::min)(gaps[child], LARGEST));
+            end += gaps[child] > most ? 0u : 1u;
+        }
+        if (node.leaf || end > WIDTH + 1) {
+            ++i;
+            continue;
+        }
+        --end;
+        front.nodes[i] = front.nodes[end];
+        front.gaps[i] = front.gaps[end];
+        front.size = end;
+    }
+    return front;
+}
+
+// Looks behind the front no farther than to a known point of the mesh. What it finds there counts when it
+// lies within both, which only rounding can prevent.
+template <class T>
+typename TriangleIndex<T>::Nearest TriangleIndex<T>::nearestBehind(const Front& front, const Point<T, 3>& p,
+                                                                   const Vector& onMesh) const {
+    const Vector from = p.template cast<Real>();
+    const Real away = distance(from, front.center.template cast<Real>());
+    const T most = limit(squaredDistance(from, onMesh));
+    const Real reach = (std::sqrt(Real(most)) + away) * (Real(1) + Real(ROUNDING));
+    std::array<uint32_t, WIDTH> nodes;
+    size_t count = 0;
+    for (size_t i = 0; i < front.size; ++i) {
+        nodes[count] = front.nodes[i];
+        count += Real(front.gaps[i]) > reach ? 0u : 1u;
+    }
+    Nearest nearest;
+    search({nodes.data(), count}, p, most, nearest);
+    if (!(nearest.squaredDistance <= Real(most) &&
+          std::sqrt(nearest.squaredDistance) + away <= front.reach)) {
+        search(ROOT, p, limit(nearest.squaredDistance), nearest);
+    }
+    return nearest;
+}
+
+template <class T>
+void TriangleIndex<T>::search(std::span<const uint32_t> nodes, const Point<T, 3>& p, T most,
+                              Nearest& nearest) const {
+    const Vector center = p.template cast<Real>();
+    Stack stack;
+    expand(nodes, p, most, stack);
+    while (stack.size > 0) {
+        const Pending pending = stack.items[--stack.size];
+        if (pending.squaredGap > most) {
+            continue;
+        }
+        if (!pending.isEntry) {
+            expand({&pending.index, 1}, p, most, stack);
+            continue;
+        }
+        measure(mEntries[pending.index], center, nearest);
+        most = (std::min)(most, limit(nearest.squaredDistance));
+    }
+}
+
+// Puts on the stack what is within these nodes and may be near enough, the nearest on top.
+template <class T>
+void TriangleIndex<T>::expand(std::span<const uint32_t> nodes, const Point<T, 3>& p, T most,
+                              Stack& stack) const {
+    T least = std::numeric_limits<T>::infinity();
+    size_t closest = stack.size;
+    for (const uint32_t index : nodes) {
+        const Node& node = mNodes[index];
+        const std::array<T, WIDTH> gaps = squaredGaps(node, p);
+        for (uint32_t i = 0; i < node.count; ++i) {
+            stack.items[stack.size] = {gaps[i], node.first + i, node.leaf};
+            const bool isCloser = gaps[i] < least;
+            closest = isCloser ? stack.size : closest;
+            least = isCloser ? gaps[i] : least;
+            stack.size += gaps[i] > most ? 0u : 1u;
+        }
+    }
+    if (closest < stack.size) {
+        std::swap(stack.items[closest], stack.items[stack.size - 1]);
+    }
+}
+
+template <class T>
+void TriangleIndex<T>::measure(const Entry& entry, const Vector& p, Nearest& nearest) const {
+    const Vector offset = nearestOnTriangle(entry.corners[0].template cast<Real>() - p,
+                                            entry.corners[1].template cast<Real>() - p,
+                                            entry.corners[2].template cast<Real>() - p);
+    const Real squared = offset.squaredLength();
+    if (squared < nearest.squaredDistance ||
+        (squared == nearest.squaredDistance && entry.triangle < nearest.triangle)) {
+        nearest = {offset, squared, entry.triangle};
+    }
+}
+
+// No triangle in a box whose squared gap is greater can be as near, however either was rounded.
 template <class T>
 T TriangleIndex<T>::limit(Real squaredDistance) {
     const Real raised = squaredDistance * (Real(1) + Real(ROUNDING)) + Real((std::numeric_limits<T>::min)());
-    const Real largest = Real((std::numeric_limits<T>::max)()) / Real(8);
-    return raised < largest ? static_cast<T>(raised) : std::numeric_limits<T>::infinity();
+    return raised < Real(LARGEST) ? static_cast<T>(raised) : std::numeric_limits<T>::infinity();
 }
 
 // Without a branch or a comparison, as compilers turn such loops into vector instructions: x + |x| is twice x

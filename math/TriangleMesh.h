@@ -5,12 +5,14 @@
 #include <math/Point.h>
 #include <math/TriangleIndex.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -97,14 +99,21 @@ public:
 
     /// The distance, negative behind the triangle of the nearest point, that is on the side its
     /// counter-clockwise normal points away from. Throws as nearestPoint does.
-    T signedDistance(const Point<T, 3>& p) const {
-        const Nearest nearest = find(p);
-        const Point<Real, 3> a = corner(nearest.triangle, 0);
-        const Point<Real, 3> normal =
-            (corner(nearest.triangle, 1) - a).cross(corner(nearest.triangle, 2) - a);
-        const T distance = static_cast<T>(std::sqrt(nearest.squaredDistance));
-        // The nearest point lies in the triangle's plane, as its corner does, which is not rounded.
-        return normal.dot(p.template cast<Real>() - a) < Real(0) ? -distance : distance;
+    T signedDistance(const Point<T, 3>& p) const { return signedDistance(p, find(p)); }
+
+    /// The same for each of many points, in less time where neighbours in the list lie close together. There
+    /// must be as many distances as points.
+    void signedDistances(std::span<const Point<T, 3>> points, std::span<T> distances) const {
+        std::array<Nearest, 64> nearest;
+        while (!points.empty()) {
+            const size_t count = (std::min)(nearest.size(), points.size());
+            index().nearest(points.first(count), std::span(nearest).first(count));
+            for (size_t i = 0; i < count; ++i) {
+                distances[i] = signedDistance(points[i], nearest[i]);
+            }
+            points = points.subspan(count);
+            distances = distances.subspan(count);
+        }
     }
 
 private:
@@ -113,14 +122,25 @@ private:
 
     using Index = Core::Lazy<TriangleIndex<T>>;
 
+    T signedDistance(const Point<T, 3>& p, const Nearest& nearest) const {
+        const Point<Real, 3> a = corner(nearest.triangle, 0);
+        const Point<Real, 3> normal =
+            (corner(nearest.triangle, 1) - a).cross(corner(nearest.triangle, 2) - a);
+        const T distance = static_cast<T>(std::sqrt(nearest.squaredDistance));
+        // The nearest point lies in the triangle's plane, as its corner does, which is not rounded.
+        return normal.dot(p.template cast<Real>() - a) < Real(0) ? -distance : distance;
+    }
+
     std::shared_ptr<Index> makeIndex() const { return empty() ? nullptr : std::make_shared<Index>(); }
 
-    Nearest find(const Point<T, 3>& p) const {
+    const TriangleIndex<T>& index() const {
         if (empty()) {
             throw std::logic_error("An empty mesh has no nearest point");
         }
-        return mIndex->get([this] { return TriangleIndex<T>(mVertices, mTriangles); }).nearest(p);
+        return mIndex->get([this] { return TriangleIndex<T>(mVertices, mTriangles); });
     }
+
+    Nearest find(const Point<T, 3>& p) const { return index().nearest(p); }
 
     Point<Real, 3> corner(size_t triangle, size_t i) const {
         return mVertices[mTriangles[triangle][i]].template cast<Real>();

@@ -261,7 +261,9 @@ typename Math::TriangleIndex<T>::Nearest nearest(const std::vector<Math::Point<T
         bool finite = true;
         for (size_t k = 0; k < 3; ++k) {
             corners[k] = vertices[triangles[i][k]];
-            finite = finite && std::isfinite(corners[k].x() + corners[k].y() + corners[k].z());
+            for (const T value : corners[k].values) {
+                finite = finite && std::isfinite(value);
+            }
         }
         if (finite) {
             std::sort(corners.begin(), corners.end(), [](const Corner& a, const Corner& b) {
@@ -286,6 +288,7 @@ void TriangleIndexTest::expectTheSameAtManyPoints(const std::vector<Math::Point<
                                                   const Triangles& triangles) {
     using Corner = Math::Point<T, 3>;
     const Math::TriangleIndex<T> index(vertices, triangles);
+    std::vector<Corner> points;
     for (int query = 0; query < 600; ++query) {
         // On a corner, an edge, a face, or anywhere up to very far away.
         const auto& triangle = triangles[random() % triangles.size()];
@@ -295,6 +298,10 @@ void TriangleIndexTest::expectTheSameAtManyPoints(const std::vector<Math::Point<
             query % 4 < 2 ? onEdge : onEdge + (vertices[triangle[2]] - onEdge) * T(any(0, 1));
         const float away = query % 4 < 3 ? 0 : std::pow(10.0f, any(-6, query % 8 < 4 ? 3 : 37));
         const Corner p = onFace + anyPoint(away).cast<T>();
+        for (int neighbour = 0; neighbour < (query % 4 < 3 ? 0 : 20); ++neighbour) {
+            points.push_back(p + anyPoint(away / float(1 + query % 7)).cast<T>());
+        }
+        points.push_back(p);
         if (!std::isfinite(p.x() + p.y() + p.z())) {
             continue;
         }
@@ -303,6 +310,15 @@ void TriangleIndexTest::expectTheSameAtManyPoints(const std::vector<Math::Point<
         ASSERT_EQ(found.triangle, expected.triangle) << p.x() << ' ' << p.y() << ' ' << p.z();
         ASSERT_EQ(found.squaredDistance, expected.squaredDistance);
         ASSERT_EQ(found.offset, expected.offset);
+    }
+
+    std::vector<typename Math::TriangleIndex<T>::Nearest> all(points.size());
+    index.nearest(points, all);
+    for (size_t i = 0; i < points.size(); ++i) {
+        const auto alone = index.nearest(points[i]);
+        ASSERT_EQ(all[i].triangle, alone.triangle) << i;
+        ASSERT_EQ(all[i].squaredDistance, alone.squaredDistance) << i;
+        ASSERT_EQ(all[i].offset, alone.offset) << i;
     }
 }
 
@@ -327,8 +343,12 @@ TEST_F(TriangleIndexTest, FindsToTheLastBitWhatALookAtEveryTriangleFinds) {
     }
     std::vector<P> broken = soup(600, 2).vertices();
     for (size_t i = 0; i < broken.size(); i += 1 + random() % 12) {
-        const float values[] = {NOTHING, ENDLESS, 1e25f, 1e-40f, -3e18f};
+        const float values[] = {NOTHING, ENDLESS, 3e38f, 1e-40f, -3e18f};
         broken[i][int(random() % 3)] = values[random() % 5];
+    }
+    std::vector<P> poles = soup(12, 1).vertices();
+    for (size_t i = 0; i < poles.size(); ++i) {
+        poles[i][0] = i < 15 ? -1.6e38f : 1.6e38f;
     }
     const auto changed = [](std::vector<P> points, float factor, const P& by) {
         for (P& p : points) {
@@ -341,11 +361,12 @@ TEST_F(TriangleIndexTest, FindsToTheLastBitWhatALookAtEveryTriangleFinds) {
         {grid, ties},
         {needles, threeByThree(600)},
         {broken, threeByThree(broken.size())},
+        {poles, threeByThree(poles.size())},
         {ball.vertices(), ball.triangles()},
         {changed(ball.vertices(), 0.1f, P(1e6f, -1e6f, 1e6f)), ball.triangles()},
         {changed(soup(600, 1).vertices(), 1, P(1e6f, 2e6f, 0)), threeByThree(1800)},
         {changed(ball.vertices(), 1e-30f, P()), ball.triangles()},
-        {changed(ball.vertices(), 1e30f, P()), ball.triangles()}};
+        {changed(ball.vertices(), 4e37f, P()), ball.triangles()}};
     for (size_t m = 0; m < meshes.size(); ++m) {
         SCOPED_TRACE(m);
         const auto& [vertices, triangles] = meshes[m];
