@@ -81,7 +81,7 @@ void stoppedTasks(benchmark::State& state) {
                                       all.set_value();
                                   }
                               },
-                          .stop = stop.get_token()});
+                          .stop = stop});
         }
         all.get_future().wait();
     }

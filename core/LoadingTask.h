@@ -7,11 +7,11 @@ namespace Core {
 
 /// What a LoadingQueue takes: exactly one of the two functions is called, once, under no lock.
 struct LoadingTask {
-    /// Its token is signalled with `stop`, and when the queue is destroyed.
+    /// With the token of `stop`.
     std::function<void(std::stop_token)> run;
     /// Called instead of run, on whichever thread finds out. May be empty.
     std::function<void()> dropped = nullptr;
-    std::stop_token stop = {};
+    std::stop_source stop = std::stop_source();  ///< Also signalled when the queue is destroyed.
     /// The most important task of a queue is the next; among equals the one submitted first.
     float priority = 0.0f;
 };

@@ -62,7 +62,7 @@ void LoadingWorkers::submit(const std::shared_ptr<Queue>& queue, LoadingTask tas
         mRotation.push_back(queue);
         queue->isInRotation = true;
     }
-    queue->tasks.push_back({std::move(task), std::stop_source(), ++queue->lastNumber});
+    queue->tasks.push_back({std::move(task), ++queue->lastNumber});
     std::push_heap(queue->tasks.begin(), queue->tasks.end(), comesLater);
     wakeOrStartThread();
 }
@@ -142,8 +142,7 @@ void LoadingWorkers::drop(std::vector<Queue::Entry>& entries) {
 }
 
 void LoadingWorkers::run(Queue::Entry& entry) {
-    const std::stop_callback link(entry.task.stop, [&] { entry.stop.request_stop(); });
-    callLogged([&] { entry.task.run(entry.stop.get_token()); });
+    callLogged([&] { entry.task.run(entry.task.stop.get_token()); });
 }
 
 void LoadingWorkers::work() {
@@ -170,7 +169,7 @@ void LoadingWorkers::serveNextTask(std::unique_lock<std::mutex>& lock) {
     {
         Queue::Entry entry = takeNextTask(queue);
         const bool stopped = entry.task.stop.stop_requested();
-        mActive.push_back({queue.get(), std::this_thread::get_id(), entry.stop});
+        mActive.push_back({queue.get(), std::this_thread::get_id(), entry.task.stop});
         ++mRunning;
         wakeOrStartThread();
         lock.unlock();

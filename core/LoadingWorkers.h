@@ -23,7 +23,6 @@ public:
         friend class LoadingWorkers;
         struct Entry {
             LoadingTask task;
-            std::stop_source stop;  ///< What the task's function listens to.
             std::uint64_t number;
         };
         std::vector<Entry> tasks;  ///< A heap, the next task first.

@@ -2,6 +2,7 @@
 
 #include <core/BlockingSection.h>
 #include <core/CacheEntrySizeCount.h>
+#include <core/StoppableWait.h>
 
 #include <condition_variable>
 #include <cstddef>
@@ -153,7 +154,7 @@ private:
         bool wait(const std::stop_token& stop) {
             const BlockingSection waiting;
             std::unique_lock lock(mMutex);
-            return mEnded.wait(lock, stop, [this] { return mHasEnded; }) && value != nullptr;
+            return waitUnlessStopped(mEnded, lock, stop, [this] { return mHasEnded; }) && value != nullptr;
         }
         void end() {
             {
@@ -165,7 +166,7 @@ private:
 
     private:
         std::mutex mMutex;  ///< Guards mHasEnded.
-        std::condition_variable_any mEnded;
+        std::condition_variable mEnded;
         bool mHasEnded = false;
     };
 

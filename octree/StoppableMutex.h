@@ -1,6 +1,7 @@
 #pragma once
 
 #include <core/BlockingSection.h>
+#include <core/StoppableWait.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -19,7 +20,7 @@ public:
         if (mIsLocked) {
             waiting.emplace();
         }
-        if (!mUnlocked.wait(lock, stop, [this] { return !mIsLocked; })) {
+        if (!Core::waitUnlessStopped(mUnlocked, lock, stop, [this] { return !mIsLocked; })) {
             return false;
         }
         mIsLocked = true;
@@ -36,7 +37,7 @@ public:
 
 private:
     std::mutex mMutex;
-    std::condition_variable_any mUnlocked;
+    std::condition_variable mUnlocked;
     bool mIsLocked = false;  ///< Guarded by mMutex.
 };
 

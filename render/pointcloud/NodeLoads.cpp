@@ -1,5 +1,7 @@
 #include <render/pointcloud/NodeLoads.h>
 
+#include <core/StoppableWait.h>
+
 #include <condition_variable>
 #include <exception>
 #include <mutex>
@@ -42,7 +44,7 @@ public:
 
     bool waitForEnd(Octree::OctreeNodeId id, const std::stop_token& stop) {
         std::unique_lock lock(mMutex);
-        return mEnded.wait(lock, stop, [&] { return mStates.at(id).hasEnded; });
+        return Core::waitUnlessStopped(mEnded, lock, stop, [&] { return mStates.at(id).hasEnded; });
     }
 
     void rethrowErrorOf(Octree::OctreeNodeId id) {
@@ -91,7 +93,7 @@ private:
     }
 
     mutable std::mutex mMutex;  ///< Guards mStates.
-    std::condition_variable_any mEnded;
+    std::condition_variable mEnded;
     std::unordered_map<Octree::OctreeNodeId, State> mStates;
 };
 
@@ -153,7 +155,7 @@ bool NodeLoads::add(Octree::OctreeNodeId id, float importance, std::size_t bytes
             mShared->add(id, stop);
             mQueue->submit({.run = [shared = mShared, load = mLoad, id, stop, walkStop = mWalkStop](
                                        const std::stop_token&) { shared->run(*load, id, stop, walkStop); },
-                            .stop = stop.get_token(),
+                            .stop = stop,
                             .priority = importance});
         } catch (...) {
             forget(asked);

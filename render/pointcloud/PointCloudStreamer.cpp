@@ -1,5 +1,7 @@
 #include <render/pointcloud/PointCloudStreamer.h>
 
+#include <core/StoppableWait.h>
+
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
@@ -28,7 +30,8 @@ PointCloudStreamer::~PointCloudStreamer() {
 PointCloudStreamer::WalkTurn::WalkTurn(PointCloudStreamer& streamer, std::stop_token stop)
     : mStreamer(streamer), mStop(std::move(stop)) {
     std::unique_lock lock(mStreamer.mWalkMutex);
-    mHasCome = mStreamer.mWalkEnded.wait(lock, mStop, [this] { return !mStreamer.mIsWalking; });
+    mHasCome =
+        Core::waitUnlessStopped(mStreamer.mWalkEnded, lock, mStop, [this] { return !mStreamer.mIsWalking; });
     mStreamer.mIsWalking = true;
 }
 

@@ -244,7 +244,7 @@ private:
     std::chrono::steady_clock::time_point mLastPublication;  ///< Guarded by mPublishMutex.
 
     std::mutex mWalkMutex;  ///< Guards mIsWalking.
-    std::condition_variable_any mWalkEnded;
+    std::condition_variable mWalkEnded;
     bool mIsWalking = false;
     LoadingProgressMeter mProgress;
     NodeWalk mWalk{mProgress};  ///< Of who has the turn.

@@ -1,5 +1,6 @@
 #include <core/ExceptionChain.h>
 #include <core/Log.h>
+#include <core/StoppableWait.h>
 #include <render/renderables/PanoConstants.h>
 #include <render/renderables/PanoTiles.h>
 
@@ -200,7 +201,7 @@ JobState PanoTiles::run(uint64_t number, std::stop_token stop, std::function<voi
 bool PanoTiles::waitForTurn(uint64_t number, std::stop_token stop) {
     std::unique_lock lock(mRunMutex);
     mRunThreads.push_back(std::this_thread::get_id());
-    if (!mRunEnded.wait(lock, stop, [this] { return mTurn == 0; })) {
+    if (!Core::waitUnlessStopped(mRunEnded, lock, stop, [this] { return mTurn == 0; })) {
         return false;
     }
     mTurn = number;

@@ -129,7 +129,7 @@ private:
     Eigen::Vector3f mViewDirection = Eigen::Vector3f::Zero();  ///< Guarded by mViewMutex.
 
     mutable std::mutex mRunMutex;  ///< Guards the five below, and mState against overtaking.
-    mutable std::condition_variable_any mRunEnded;
+    mutable std::condition_variable mRunEnded;
     std::exception_ptr mError;
     uint64_t mTurn = 0;  ///< The run that loads; 0 when none does.
     uint64_t mLastRun = 0;

@@ -20,10 +20,10 @@ using Core::LoadingPool;
 using Core::LoadingQueue;
 using namespace std::chrono_literals;
 
-std::stop_token stopped() {
+std::stop_source stopped() {
     std::stop_source source;
     source.request_stop();
-    return source.get_token();
+    return source;
 }
 
 bool comesTrueSoon(std::future<void> event) {
@@ -79,14 +79,14 @@ TEST(LoadingPoolTest, WhatIsStoppedBeforeItsTurnIsDropped) {
     Gate gate(queue);
     std::stop_source later;
     std::promise<void> last;
-    const auto submit = [&](char run, char dropped, std::stop_token stop) {
+    const auto submit = [&](char run, char dropped, const std::stop_source& stop) {
         queue.submit({.run = [&order, run](std::stop_token) { order += run; },
                       .dropped = [&order, dropped] { order += dropped; },
                       .stop = stop});
     };
     submit('-', 'a', stopped());
     submit('B', '-', {});
-    submit('-', 'c', later.get_token());
+    submit('-', 'c', later);
     queue.dropStopped();
     EXPECT_EQ(order, "a");
     later.request_stop();
@@ -199,7 +199,7 @@ TEST(LoadingPoolTest, OfManyTasksEachIsRunOrDroppedOnceAndNoMoreRunThanThereAreP
                                           }
                                       },
                                   .dropped = [&, i] { ++calls[static_cast<size_t>(i)]; },
-                                  .stop = i == 0 ? std::stop_token() : stop.get_token()});
+                                  .stop = i == 0 ? std::stop_source() : stop});
                     if (i % 64 == t) {
                         std::this_thread::sleep_for(100us);
                         stop.request_stop();
