@@ -47,6 +47,7 @@ Frame playFrame(StreamingHost& host, const SlowSource& source, size_t number, si
     const size_t reads = source.readCount();
     frame.isWaiting = underWay > 0 || reads > readsBefore;
     readsBefore = reads;
+    host.beginFrame();
     const Stopwatch sending;
     frame.hasNews = host.takeNews();
     frame.sendMs = sending.milliseconds();

@@ -90,7 +90,7 @@ std::vector<std::unique_ptr<StreamingHost>> makeClouds(size_t count,
     shape.childMask = 0x55;
     shape.pointsPerNode = 1000;
     const auto source = std::make_shared<TestSupport::SyntheticOctree>(shape);
-    const size_t renderer = StreamingHost::newRendererId();
+    const size_t renderer = StreamingHost::newId();
     std::vector<std::unique_ptr<StreamingHost>> clouds;
     for (size_t i = 0; i < count; ++i) {
         auto& cloud = clouds.emplace_back(std::make_unique<StreamingHost>(source, BUDGET, camera, renderer));
@@ -119,6 +119,7 @@ private:
 /// A picture of all clouds; returns how many have brought news.
 size_t takeNewsOfAll(std::vector<std::unique_ptr<StreamingHost>>& clouds) {
     size_t news = 0;
+    clouds.front()->beginFrame();
     for (const auto& cloud : clouds) {
         news += cloud->takeNews() ? 1U : 0U;
     }

@@ -65,16 +65,17 @@ std::vector<OctreeNodeId> SlowSource::reads() const {
 }
 
 StreamingHost::StreamingHost(std::shared_ptr<Octree::NodeSource> source, size_t budget,
-                             std::shared_ptr<Render::Camera> camera, std::optional<size_t> rendererId)
+                             std::shared_ptr<Render::Camera> camera, size_t rendererId)
     : mOctree(std::make_shared<Octree::Octree>(std::move(source), Octree::Location())),
       mCamera(std::move(camera)),
+      mInstanceId(newId()),
+      mAllowance(Render::UploadAllowance::shared(rendererId)),
       mStreamer(mOctree, budget) {
-    const size_t renderer = rendererId ? *rendererId : newRendererId();
-    mStreamer.attach(renderer, newRendererId(), mCamera, [] {});
+    mStreamer.attach(rendererId, mInstanceId, mCamera, [] {});
     mStreamer.setUpdateInterval(std::chrono::milliseconds(2));
 }
 
-size_t StreamingHost::newRendererId() {
+size_t StreamingHost::newId() {
     static std::atomic<size_t> next = 100000;
     return next++;
 }
@@ -99,25 +100,29 @@ void StreamingHost::complete() {
 }
 
 bool StreamingHost::takeNews() {
-    if (!mStreamer.acquirePublication()) {
+    if (!mStreamer.acquirePublication() && !mHasMoreToSend) {
         return false;
     }
     Render::PublishedNodes& published = mStreamer.publication();
     send(published);
     std::vector<OctreeNodeId> shown;
     shown.reserve(published.nodes.size());
-    for (Render::PublishedNode& node : published.nodes) {
-        shown.push_back(node.id);
-        node.vertices.reset();
+    mShownPoints = 0;
+    for (size_t i = 0; i < published.nodes.size(); ++i) {
+        const size_t points = mPool.ranges()[i].count;
+        if (points > 0 || published.nodes[i].pointCount == 0) {
+            shown.push_back(published.nodes[i].id);
+            mShownPoints += points;
+        }
     }
     const bool isNews = !std::includes(mShown.begin(), mShown.end(), shown.begin(), shown.end());
     mShown.swap(shown);
-    mShownPoints = published.pointCount;
     return isNews;
 }
 
-void StreamingHost::send(const Render::PublishedNodes& published) {
-    mPool.update(published.nodes);
+void StreamingHost::send(Render::PublishedNodes& published) {
+    const Render::UploadAllowance::Share share = mAllowance->share(mInstanceId);
+    mPool.update(published.nodes, {share.bytes / VERTEX, share.isOneAllowed});
     mPages.resize(mPool.pageCount());
     for (size_t page = 0; page < mPages.size(); ++page) {
         const size_t capacity = mPool.pageCapacity(page);
@@ -125,11 +130,18 @@ void StreamingHost::send(const Render::PublishedNodes& published) {
             mPages[page] = {capacity, std::make_unique_for_overwrite<std::byte[]>(capacity * VERTEX)};
         }
     }
+    size_t sent = 0;
     for (const size_t node : mPool.uploads()) {
         const Render::PointPool::Range range = mPool.ranges()[node];
         const Render::VertexContainer& vertices = published.nodes[node].vertices->vertices;
         std::memcpy(mPages[range.page].memory.get() + range.first * VERTEX, vertices.data(),
                     vertices.size() * VERTEX);
+        sent += vertices.size() * VERTEX;
+    }
+    mAllowance->report(mInstanceId, sent, mPool.pointsLeft() * VERTEX);
+    mHasMoreToSend = !mPool.isSettled();
+    if (!mHasMoreToSend) {
+        published.dropVertices();
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <octree/NodeSource.h>
 #include <render/core/Camera.h>
+#include <render/core/UploadAllowance.h>
 #include <render/pointcloud/PointCloudStreamer.h>
 #include <render/pointcloud/PointPool.h>
 
@@ -10,7 +11,6 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <set>
 #include <vector>
 
@@ -68,8 +68,9 @@ private:
 class StreamingHost {
 public:
     StreamingHost(std::shared_ptr<Octree::NodeSource> source, size_t budget,
-                  std::shared_ptr<Render::Camera> camera, std::optional<size_t> rendererId = {});
-    static size_t newRendererId();
+                  std::shared_ptr<Render::Camera> camera, size_t rendererId = newId());
+    /// Of renderers and clouds.
+    static size_t newId();
     /// For clouds whose points are not limited.
     static constexpr size_t NO_LIMIT = 1000000000;
 
@@ -82,7 +83,10 @@ public:
     void start() { mStreamer.startAsyncReload({}, 21); }
     void complete();
 
-    /// Takes over a publication, if there is one; true when it has nodes that the one before had not.
+    /// From now on a frame sends no more than a renderer would. For all hosts with one renderer id, once a
+    /// frame.
+    void beginFrame() { mAllowance->beginFrame(BYTES_A_FRAME); }
+    /// Takes over what is published and not sent yet; true when that shows nodes that were not shown before.
     bool takeNews();
     /// Until there is news or nothing more will come; false for the latter.
     bool waitForNews();
@@ -97,12 +101,17 @@ private:
         std::unique_ptr<std::byte[]> memory;
     };
 
-    void send(const Render::PublishedNodes& published);
+    static constexpr size_t BYTES_A_FRAME = 40000000;  // As a renderer's default.
+
+    void send(Render::PublishedNodes& published);
 
     const std::shared_ptr<Octree::Octree> mOctree;
     const std::shared_ptr<Render::Camera> mCamera;
     Render::PointPool mPool{1U << 20U};
     std::vector<Page> mPages;
+    const size_t mInstanceId;
+    const std::shared_ptr<Render::UploadAllowance> mAllowance;
+    bool mHasMoreToSend = false;
     std::vector<Octree::OctreeNodeId> mShown;  ///< In order.
     size_t mShownPoints = 0;
     Render::PointCloudStreamer mStreamer;

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -22,6 +23,7 @@ std::unique_ptr<StreamingHost> makeHost(std::shared_ptr<Octree::NodeSource> sour
     auto host = std::make_unique<StreamingHost>(std::move(source), StreamingHost::NO_LIMIT,
                                                 std::make_shared<Render::Camera>(true));
     host->seeAll();
+    host->streamer().setUpdateInterval(std::chrono::milliseconds(20));
     return host;
 }
 
