@@ -2,8 +2,8 @@
 
 #include <core/ExceptionChain.h>
 #include <core/Log.h>
+#include <core/Mutex.h>
 
-#include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <utility>
@@ -27,9 +27,9 @@ private:
 
     const std::function<void(std::stop_token)> mFunction;
 
-    mutable std::mutex mMutex;  ///< Guards all below; held for flag changes only, never during a run.
-    std::condition_variable mWake;
-    std::condition_variable mIdle;
+    mutable Mutex mMutex;  ///< Guards all below; held for flag changes only, never during a run.
+    ConditionVariable mWake;
+    ConditionVariable mIdle;
     std::stop_source mStop{std::nostopstate};  ///< Of the current run.
     bool mRunDue = true;
     bool mInRun = false;

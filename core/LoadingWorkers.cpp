@@ -159,7 +159,7 @@ void LoadingWorkers::work() {
     }
 }
 
-void LoadingWorkers::serveNextTask(std::unique_lock<std::mutex>& lock) {
+void LoadingWorkers::serveNextTask(std::unique_lock<Mutex>& lock) {
     std::shared_ptr<Queue> queue = mRotation.front();
     if (queue->tasks.empty()) {  // All were dropped.
         queue->isInRotation = false;

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <core/LoadingTask.h>
+#include <core/Mutex.h>
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -58,7 +58,7 @@ private:
     static void run(Queue::Entry& entry);
 
     void work();
-    void serveNextTask(std::unique_lock<std::mutex>& lock);
+    void serveNextTask(std::unique_lock<Mutex>& lock);
     // All of these expect the lock to be held.
     size_t places() const { return mThreadCount + (mOutsideWaits > 0 ? 1 : 0); }
     bool canBegin() const { return !mRotation.empty() && mRunning < places(); }
@@ -67,13 +67,13 @@ private:
     void startThread();
     bool runsElsewhere(const Queue& queue) const;
 
-    mutable std::mutex mMutex;  ///< Guards all below and the queues.
-    std::condition_variable mWake;
-    std::condition_variable mEnded;  ///< A task of any queue.
-    size_t mThreadCount;             ///< Of the tasks that may run at a time.
-    size_t mRunning = 0;             ///< Tasks, without those in a BlockingSection.
-    size_t mWaiting = 0;             ///< Those.
-    size_t mOutsideWaits = 0;        ///< Threads outside that wait for a task.
+    mutable Mutex mMutex;  ///< Guards all below and the queues.
+    ConditionVariable mWake;
+    ConditionVariable mEnded;  ///< A task of any queue.
+    size_t mThreadCount;       ///< Of the tasks that may run at a time.
+    size_t mRunning = 0;       ///< Tasks, without those in a BlockingSection.
+    size_t mWaiting = 0;       ///< Those.
+    size_t mOutsideWaits = 0;  ///< Threads outside that wait for a task.
     size_t mIdleThreads = 0;
     bool mQuit = false;
     std::list<std::shared_ptr<Queue>> mRotation;  ///< Queues with tasks, the next one first.

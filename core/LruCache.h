@@ -4,7 +4,6 @@
 #include <core/CacheEntrySizeCount.h>
 #include <core/StoppableWait.h>
 
-#include <condition_variable>
 #include <cstddef>
 #include <iterator>
 #include <list>
@@ -153,20 +152,20 @@ private:
         /// For the end of the load; false when it failed or the wait was stopped.
         bool wait(const std::stop_token& stop) {
             const BlockingSection waiting;
-            std::unique_lock lock(mMutex);
+            std::unique_lock<Mutex> lock(mMutex);
             return waitUnlessStopped(mEnded, lock, stop, [this] { return mHasEnded; }) && value != nullptr;
         }
         void end() {
             {
-                const std::lock_guard lock(mMutex);
+                const std::lock_guard<Mutex> lock(mMutex);
                 mHasEnded = true;
             }
             mEnded.notify_all();
         }
 
     private:
-        std::mutex mMutex;  ///< Guards mHasEnded.
-        std::condition_variable mEnded;
+        Mutex mMutex;  ///< Guards mHasEnded.
+        ConditionVariable mEnded;
         bool mHasEnded = false;
     };
 

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <core/Mutex.h>
+
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <stop_token>
 
@@ -16,8 +17,8 @@ namespace Core {
  * that is just being called may miss its end and wait for ever.
  */
 template <class IsDone>
-bool waitUnlessStopped(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
-                       const std::stop_token& stop, IsDone&& isDone) {
+bool waitUnlessStopped(ConditionVariable& changed, std::unique_lock<Mutex>& lock, const std::stop_token& stop,
+                       IsDone&& isDone) {
     if (!stop.stop_possible()) {
         changed.wait(lock, isDone);
         return true;

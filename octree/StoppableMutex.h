@@ -1,9 +1,9 @@
 #pragma once
 
 #include <core/BlockingSection.h>
+#include <core/Mutex.h>
 #include <core/StoppableWait.h>
 
-#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <stop_token>
@@ -36,8 +36,8 @@ public:
     }
 
 private:
-    std::mutex mMutex;
-    std::condition_variable mUnlocked;
+    Core::Mutex mMutex;
+    Core::ConditionVariable mUnlocked;
     bool mIsLocked = false;  ///< Guarded by mMutex.
 };
 

@@ -1,8 +1,8 @@
 #include <render/pointcloud/NodeLoads.h>
 
+#include <core/Mutex.h>
 #include <core/StoppableWait.h>
 
-#include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <utility>
@@ -92,8 +92,8 @@ private:
         mEnded.notify_all();
     }
 
-    mutable std::mutex mMutex;  ///< Guards mStates.
-    std::condition_variable mEnded;
+    mutable Core::Mutex mMutex;  ///< Guards mStates.
+    Core::ConditionVariable mEnded;
     std::unordered_map<Octree::OctreeNodeId, State> mStates;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <core/BackgroundThread.h>
+#include <core/Mutex.h>
 #include <core/TripleBuffer.h>
 #include <math/HalfSpace.h>
 #include <math/NPlane.h>
@@ -17,7 +18,6 @@
 #include <Eigen/Core>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -243,8 +243,8 @@ private:
     std::unique_ptr<Core::TripleBuffer<PublishedNodes>> mBuffers;
     std::chrono::steady_clock::time_point mLastPublication;  ///< Guarded by mPublishMutex.
 
-    std::mutex mWalkMutex;  ///< Guards mIsWalking.
-    std::condition_variable mWalkEnded;
+    Core::Mutex mWalkMutex;  ///< Guards mIsWalking.
+    Core::ConditionVariable mWalkEnded;
     bool mIsWalking = false;
     LoadingProgressMeter mProgress;
     NodeWalk mWalk{mProgress};  ///< Of who has the turn.

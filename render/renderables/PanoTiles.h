@@ -1,6 +1,7 @@
 #pragma once
 
 #include <core/JobState.h>
+#include <core/Mutex.h>
 #include <graphics/ColorImage.h>
 #include <graphics/DepthImage.h>
 #include <graphics/PanoramaLoader.h>
@@ -9,7 +10,6 @@
 
 #include <Eigen/Core>
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
@@ -128,8 +128,8 @@ private:
     mutable std::mutex mViewMutex;
     Eigen::Vector3f mViewDirection = Eigen::Vector3f::Zero();  ///< Guarded by mViewMutex.
 
-    mutable std::mutex mRunMutex;  ///< Guards the five below, and mState against overtaking.
-    mutable std::condition_variable mRunEnded;
+    mutable Core::Mutex mRunMutex;  ///< Guards the five below, and mState against overtaking.
+    mutable Core::ConditionVariable mRunEnded;
     std::exception_ptr mError;
     uint64_t mTurn = 0;  ///< The run that loads; 0 when none does.
     uint64_t mLastRun = 0;
