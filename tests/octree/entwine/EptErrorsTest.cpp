@@ -1,6 +1,5 @@
 #include <core/ExceptionChain.h>
 #include <octree/Octree.h>
-#include <octree/OpenStopped.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/EntwineTree.h>
 
@@ -270,14 +269,6 @@ TEST(EptErrors, WhatATileAsksForIsBoundedByTheHierarchyAndByItsBytes) {
         }
         EXPECT_EQ(large.here(), 0u) << attack.problem;
     }
-}
-
-TEST(EptErrors, OpeningStops) {
-    const EptFixture fixture;
-    std::stop_source stop;
-    stop.request_stop();
-    EXPECT_THROW(Entwine::EntwineTree(Entwine::FileSystemLocation(fixture.folder.path()), stop.get_token()),
-                 Octree::OpenStopped);
 }
 
 TEST(EptErrors, NodesThatAreNotThere) {
