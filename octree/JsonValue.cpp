@@ -1,82 +1,89 @@
-#include <core/File.h>
+#include <octree/JsonDocument.h>
 #include <octree/JsonValue.h>
+#include <octree/Printable.h>
 #include <octree/StoreError.h>
 
+#include <algorithm>
 #include <cmath>
-#include <nlohmann/json.hpp>
-#include <utility>
 
 namespace Octree {
 
 namespace {
 
-using Json = nlohmann::json;
-
-constexpr int MAX_NESTING = 32;
-constexpr double MAX_COORDINATE = 1e30;
+constexpr double MAX_COORDINATE = 1e15;
+constexpr std::size_t MAX_LABEL = 256;
 
 }  // namespace
 
-Json parseJson(const std::string& text, const std::filesystem::path& file) {
-    try {
-        return Json::parse(text, [&file](int depth, Json::parse_event_t, const Json&) {
-            if (depth > MAX_NESTING) {
-                throw StoreError(file, "is nested deeper than any " + Core::pathToUtf8(file.filename()));
-            }
-            return true;
-        });
-    } catch (const Json::exception& error) {
-        std::string detail = error.what();
-        detail.erase(0, detail.find(']') == std::string::npos ? 0 : detail.find(']') + 2);
-        throw StoreError(file, "is not JSON: " + detail);
+JsonValue::JsonValue(const JsonNode& node, std::string key, const std::filesystem::path& file)
+    : mNode(node), mKey(std::move(key)), mFile(file) {}
+
+const JsonNode* JsonValue::find(const char* key) const {
+    const auto* const object = std::get_if<JsonNode::Object>(&mNode.value);
+    if (object == nullptr) {
+        return nullptr;
     }
-}
-
-JsonValue::JsonValue(const Json& json, std::string key, const std::filesystem::path& file)
-    : mJson(json), mKey(std::move(key)), mFile(file) {}
-
-bool JsonValue::has(const char* key) const {
-    return mJson.is_object() && mJson.contains(key);
+    const auto found = std::find_if(object->rbegin(), object->rend(),
+                                    [key](const auto& member) { return member.first == key; });
+    return found == object->rend() ? nullptr : &found->second;
 }
 
 JsonValue JsonValue::operator[](const char* key) const {
     const std::string path = mKey.empty() ? key : mKey + "." + key;
-    if (!has(key)) {
+    const JsonNode* const found = find(key);
+    if (found == nullptr) {
         throw StoreError(mFile, "key \"" + path + "\" is missing");
     }
-    return JsonValue(mJson[key], path, mFile);
+    return JsonValue(*found, path, mFile);
 }
 
 std::string JsonValue::string() const {
-    require(mJson.is_string(), "a string");
-    return mJson.get<std::string>();
+    const auto* const text = std::get_if<std::string>(&mNode.value);
+    require(text != nullptr, "a string");
+    return *text;
+}
+
+std::string JsonValue::label() const {
+    return printable(string(), MAX_LABEL);
 }
 
 bool JsonValue::boolean() const {
-    require(mJson.is_boolean(), "true or false");
-    return mJson.get<bool>();
+    const auto* const value = std::get_if<bool>(&mNode.value);
+    require(value != nullptr, "true or false");
+    return *value;
 }
 
 std::uint64_t JsonValue::count() const {
-    require(mJson.is_number_unsigned(), "a whole number that is not negative");
-    return mJson.get<std::uint64_t>();
+    const auto* const value = std::get_if<std::uint64_t>(&mNode.value);
+    require(value != nullptr, "a whole number that is not negative");
+    return *value;
 }
 
 double JsonValue::number() const {
-    require(mJson.is_number() && std::abs(mJson.get<double>()) <= MAX_COORDINATE,
-            "a number of magnitude up to 1e30");
-    return mJson.get<double>();
+    const char* const expected = "a number of magnitude up to 1e15";
+    require(std::holds_alternative<std::uint64_t>(mNode.value) || std::holds_alternative<double>(mNode.value),
+            expected);
+    const double value = anyNumber();
+    require(std::abs(value) <= MAX_COORDINATE, expected);
+    return value;
 }
 
 double JsonValue::anyNumber() const {
-    require(mJson.is_number(), "a number");
-    return mJson.get<double>();
+    if (const auto* const whole = std::get_if<std::uint64_t>(&mNode.value)) {
+        return static_cast<double>(*whole);
+    }
+    const auto* const value = std::get_if<double>(&mNode.value);
+    require(value != nullptr, "a number");
+    return *value;
 }
 
-std::vector<JsonValue> JsonValue::list() const {
-    require(mJson.is_array(), "a list");
+std::vector<JsonValue> JsonValue::list(std::size_t maxCount) const {
+    const auto* const elements = std::get_if<JsonNode::List>(&mNode.value);
+    require(elements != nullptr, "a list");
+    require(elements->size() <= maxCount, "a list of at most " + std::to_string(maxCount) + " elements");
     std::vector<JsonValue> values;
-    for (const Json& element : mJson) {
+    values.reserve(elements->size());
+    for (const JsonNode& element : *elements) {
         values.emplace_back(element, mKey + "[" + std::to_string(values.size()) + "]", mFile);
     }
     return values;
@@ -96,7 +103,7 @@ Math::NBoundingBox<double, 3> JsonValue::box() const {
     return result;
 }
 
-void JsonValue::require(bool condition, const char* expected) const {
+void JsonValue::require(bool condition, const std::string& expected) const {
     if (!condition) {
         throw StoreError(mFile, "key \"" + mKey + "\" is not " + expected);
     }

@@ -23,12 +23,13 @@ constexpr unsigned bit(Attribute attribute) {
 }
 
 std::shared_ptr<NodeSource> openStore(const Location& location,
-                                      PoTree::StoreRole role = PoTree::StoreRole::Cloud) {
+                                      PoTree::StoreRole role = PoTree::StoreRole::Cloud,
+                                      const std::stop_token& stop = {}) {
     if (const PoTree::FileSystemLocation* potree = location.potree()) {
-        return std::make_shared<PoTree::Store>(*potree, role);
+        return std::make_shared<PoTree::Store>(*potree, role, stop);
     }
     if (const Entwine::FileSystemLocation* entwine = location.entwine()) {
-        return std::make_shared<Entwine::EntwineTree>(*entwine);
+        return std::make_shared<Entwine::EntwineTree>(*entwine, stop);
     }
     throw std::invalid_argument("There is no point cloud without a location");
 }
@@ -56,8 +57,10 @@ void mergeVisibility(int visibility, NodePointData& data) {
 
 }  // namespace
 
-Octree::Octree(const Location& location, double unitScale)
-    : Octree(openStore(location), location, unitScale) {}
+Octree::Octree(const Location& location, double unitScale) : Octree(location, unitScale, std::stop_token()) {}
+
+Octree::Octree(const Location& location, double unitScale, const std::stop_token& stop)
+    : Octree(openStore(location, PoTree::StoreRole::Cloud, stop), location, unitScale) {}
 
 Octree::Octree(std::shared_ptr<NodeSource> source, const Location& location, double unitScale)
     : mLocation(location),

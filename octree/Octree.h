@@ -39,6 +39,8 @@ public:
     /// Opens the store. Throws StoreError, and std::invalid_argument for a unit scale that is not positive
     /// and finite or for no location.
     explicit Octree(const Location& location, double unitScale = 1.0);
+    /// The same, and throws OpenStopped when stopped.
+    Octree(const Location& location, double unitScale, const std::stop_token& stop);
     /// Serves a source of the host's own; the location is only its name in caches and palettes.
     Octree(std::shared_ptr<NodeSource> source, const Location& location, double unitScale = 1.0);
     /// One over the same stores that no change to this one reaches: what caches of its identifier are filled

@@ -126,4 +126,14 @@ bool RandomAccessFile::read(std::uint64_t offset, std::size_t size, char* target
     return true;
 }
 
+bool RandomAccessFile::readAll(char* target, const std::stop_token& stop) const {
+    if (!read(0, static_cast<std::size_t>(mSize), target, stop)) {
+        return false;
+    }
+    if (char beyond = 0; readSome(mSize, 1, &beyond) != 0) {
+        throw StoreError(mPath, "grows while it is read");
+    }
+    return true;
+}
+
 }  // namespace Octree

@@ -29,6 +29,9 @@ public:
     /// Core::BlockingSection.
     bool read(std::uint64_t offset, std::size_t size, char* target, const std::stop_token& stop) const;
 
+    /// Reads the whole file, size() bytes, and throws StoreError when it has grown meanwhile, too.
+    bool readAll(char* target, const std::stop_token& stop) const;
+
 private:
     std::size_t readSome(std::uint64_t offset, std::size_t size, char* target) const;
 

@@ -23,7 +23,7 @@ using Octree::StoreError;
 
 constexpr std::array<Known, 3> POSITION{Known::X, Known::Y, Known::Z};
 
-Metadata readMetadata(const FileSystemLocation& location) {
+Metadata readMetadata(const FileSystemLocation& location, const std::stop_token& stop) {
     std::error_code ignored;
     const auto status = std::filesystem::status(location.folder(), ignored);
     if (!std::filesystem::exists(status)) {
@@ -32,7 +32,7 @@ Metadata readMetadata(const FileSystemLocation& location) {
     if (!std::filesystem::is_directory(status)) {
         throw StoreError(location.folder(), "is not a folder");
     }
-    return Metadata::read(location.folder() / "ept.json");
+    return Metadata::read(location.folder() / "ept.json", stop);
 }
 
 std::string typeName(NumberType type) {
@@ -129,11 +129,11 @@ Octree::StoreFacts makeFacts(const Metadata& metadata) {
 
 }  // namespace
 
-EntwineTree::EntwineTree(const FileSystemLocation& location)
-    : mMetadata(readMetadata(location)),
+EntwineTree::EntwineTree(const FileSystemLocation& location, const std::stop_token& stop)
+    : mMetadata(readMetadata(location, stop)),
       mReader(makeTileReader(mMetadata, location.folder())),
       mFacts(makeFacts(mMetadata)),
-      mHierarchy(location.folder()),
+      mHierarchy(location.folder(), stop),
       mDeclaredColorDepth(declaredColorDepth(mMetadata)),
       mDeclaredIntensityRange(declaredIntensityRange(mMetadata)) {}
 

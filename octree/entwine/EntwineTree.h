@@ -20,8 +20,8 @@ namespace Entwine {
 /// for, each once. A node's point count is what the hierarchy says; its tile may hold fewer or more.
 class EntwineTree final : public Octree::NodeSource {
 public:
-    /// Reads ept.json and the hierarchy's first file. Throws StoreError.
-    explicit EntwineTree(const FileSystemLocation& location);
+    /// Reads ept.json and the hierarchy's first file. Throws StoreError, and OpenStopped when stopped.
+    explicit EntwineTree(const FileSystemLocation& location, const std::stop_token& stop = {});
     ~EntwineTree() override;
 
     const Octree::StoreFacts& storeFacts() const override { return mFacts; }

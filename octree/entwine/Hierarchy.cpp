@@ -1,3 +1,4 @@
+#include <octree/OpenStopped.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/Hierarchy.h>
 #include <octree/entwine/NodeKey.h>
@@ -9,8 +10,12 @@ namespace Entwine {
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 
-Hierarchy::Hierarchy(const std::filesystem::path& folder)
-    : mFolder(folder / "ept-hierarchy"), mRoot(readPage(OctreeNodeId(), {})) {}
+Hierarchy::Hierarchy(const std::filesystem::path& folder, const std::stop_token& stop)
+    : mFolder(folder / "ept-hierarchy"), mRoot(readPage(OctreeNodeId(), stop)) {
+    if (mRoot == nullptr) {
+        throw Octree::OpenStopped();
+    }
+}
 
 Hierarchy::~Hierarchy() = default;
 
@@ -27,12 +32,12 @@ const HierarchyNode* Hierarchy::findEntry(OctreeNodeId id, bool followsOwnLink, 
     while (page != nullptr) {
         // The node, or else the nearest above it that the page has: the page's own node at the latest.
         OctreeNodeId place = id;
-        auto entry = page->nodes.find(place);
-        while (entry == page->nodes.end()) {
+        const HierarchyNode* entry = page->find(place);
+        while (entry == nullptr) {
             place = place.parent();
-            entry = page->nodes.find(place);
+            entry = page->find(place);
         }
-        const HierarchyNode& node = entry->second;
+        const HierarchyNode& node = *entry;
         if (place == id && !(node.isLink && followsOwnLink)) {
             return &node;
         }

@@ -16,8 +16,8 @@ namespace Entwine {
 /// as files only hold what is below their own node, no link leads back.
 class Hierarchy {
 public:
-    /// Reads the root's file. Throws StoreError, as the other operations do.
-    explicit Hierarchy(const std::filesystem::path& folder);
+    /// Reads the root's file. Throws StoreError, as the other operations do, and OpenStopped when stopped.
+    Hierarchy(const std::filesystem::path& folder, const std::stop_token& stop);
     Hierarchy(const Hierarchy&) = delete;
     Hierarchy& operator=(const Hierarchy&) = delete;
     ~Hierarchy();

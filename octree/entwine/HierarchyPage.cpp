@@ -1,11 +1,14 @@
+#include <octree/OpenStopped.h>
 #include <octree/RandomAccessFile.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/HierarchyPage.h>
 #include <octree/entwine/NodeKey.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace Entwine {
 
@@ -18,19 +21,43 @@ using Octree::StoreError;
 constexpr std::uint64_t MAX_FILE_SIZE = std::uint64_t{32} << 20;
 constexpr std::uint64_t MAX_POINT_COUNT = 0xffffffffu;
 constexpr std::size_t MAX_SHOWN_KEY = 100;
+/// Nodes compared or joined with their parents between two looks at the stop token.
+constexpr std::size_t STOP_STEP = 65536;
+
+struct Entry {
+    OctreeNodeId id;
+    std::uint32_t pointCount = 0;
+    bool isLink = false;
+};
 
 /// Takes the file's keys and counts as the parser meets them.
 class PageBuilder final : public nlohmann::json_sax<nlohmann::json> {
 public:
-    PageBuilder(const std::filesystem::path& file, OctreeNodeId root, HierarchyPage& page)
-        : mFile(file), mRoot(root), mPage(page) {}
+    PageBuilder(const std::filesystem::path& file, OctreeNodeId root, const std::stop_token& stop)
+        : mFile(file), mRoot(root), mStop(stop) {}
 
-    void finish() {
-        for (auto& [id, node] : mPage.nodes) {
-            if (id != mRoot) {
-                addToParent(id);
-            }
+    // The nodes in the order of their ids. Throws OpenStopped.
+    std::unique_ptr<HierarchyNode[]> finish(std::vector<OctreeNodeId>& ids) {
+        sort();
+        if (mEntries.empty() && mRoot.isRoot()) {
+            mEntries.emplace_back();
         }
+        if (mEntries.empty() || mEntries.front().id != mRoot) {
+            throw StoreError(mFile, NodeKey(mRoot).text(), "is missing");
+        }
+        auto nodes = std::make_unique<HierarchyNode[]>(mEntries.size());
+        ids.reserve(mEntries.size());
+        for (const Entry& entry : mEntries) {
+            HierarchyNode& node = nodes[ids.size()];
+            node.pointCount = entry.pointCount;
+            node.isLink = entry.isLink;
+            if (!ids.empty()) {
+                addToParent(entry.id, ids, nodes.get());
+            }
+            ids.push_back(entry.id);
+            lookAtStop();
+        }
+        return nodes;
     }
 
     bool start_object(std::size_t) override {
@@ -48,7 +75,7 @@ public:
         if (!mKey) {
             failHere("is not the name of a node");
         }
-        return true;
+        return !mStop.stop_requested();
     }
 
     bool number_integer(std::int64_t value) override {
@@ -98,33 +125,49 @@ private:
         if (mKey->depth > OctreeNodeId::MAX_REPRESENTABLE_LEVEL) {
             return;
         }
-        const auto [node, isNew] = mPage.nodes.try_emplace(id);
-        if (!isNew) {
-            failHere("is there twice");
+        mEntries.push_back({id, static_cast<std::uint32_t>(pointCount), isLink});
+    }
+
+    void lookAtStop() {
+        if (++mSteps % STOP_STEP == 0 && mStop.stop_requested()) {
+            throw Octree::OpenStopped();
         }
-        node->second.pointCount = pointCount;
-        node->second.isLink = isLink;
+    }
+
+    void sort() {
+        std::sort(mEntries.begin(), mEntries.end(), [this](const Entry& a, const Entry& b) {
+            lookAtStop();
+            return a.id < b.id;
+        });
+        const auto twice = std::adjacent_find(mEntries.begin(), mEntries.end(),
+                                              [](const Entry& a, const Entry& b) { return a.id == b.id; });
+        if (twice != mEntries.end()) {
+            throw StoreError(mFile, NodeKey(twice->id).text(), "is there twice");
+        }
+    }
+
+    // Parents stand before their children.
+    void addToParent(OctreeNodeId id, const std::vector<OctreeNodeId>& ids, HierarchyNode* nodes) const {
+        const auto parent = std::lower_bound(ids.begin(), ids.end(), id.parent());
+        if (parent == ids.end() || *parent != id.parent()) {
+            throw StoreError(mFile, NodeKey(id).text(), "its parent is missing");
+        }
+        HierarchyNode& node = nodes[parent - ids.begin()];
+        if (node.isLink) {
+            throw StoreError(mFile, NodeKey(id).text(), "its parent stands in another file");
+        }
+        node.childMask = static_cast<std::uint8_t>(node.childMask | 1u << id.childIndex());
     }
 
     bool isBelowRoot(OctreeNodeId id) const {
         return id.level() >= mRoot.level() && id.code() >> (3 * (id.level() - mRoot.level())) == mRoot.code();
     }
 
-    void addToParent(OctreeNodeId id) {
-        const auto parent = mPage.nodes.find(id.parent());
-        if (parent == mPage.nodes.end()) {
-            throw StoreError(mFile, NodeKey(id).text(), "its parent is missing");
-        }
-        if (parent->second.isLink) {
-            throw StoreError(mFile, NodeKey(id).text(), "its parent stands in another file");
-        }
-        parent->second.childMask =
-            static_cast<std::uint8_t>(parent->second.childMask | 1u << id.childIndex());
-    }
-
     const std::filesystem::path& mFile;
     const OctreeNodeId mRoot;
-    HierarchyPage& mPage;
+    const std::stop_token& mStop;
+    std::vector<Entry> mEntries;
+    std::size_t mSteps = 0;
     bool mIsOpen = false;
     std::optional<NodeKey> mKey;
     std::string mKeyText;
@@ -140,20 +183,29 @@ std::unique_ptr<const HierarchyPage> HierarchyPage::read(const std::filesystem::
                          "is larger than any hierarchy file: " + std::to_string(file.size()) + " bytes");
     }
     std::string text(static_cast<std::size_t>(file.size()), '\0');
-    if (!file.read(0, text.size(), text.data(), stop)) {
+    if (!file.readAll(text.data(), stop)) {
         return nullptr;
     }
-    auto page = std::make_unique<HierarchyPage>();
-    PageBuilder builder(path, root, *page);
-    nlohmann::json::sax_parse(text, &builder);
-    builder.finish();
-    if (page->nodes.empty() && root.isRoot()) {
-        page->nodes.try_emplace(root);
+    PageBuilder builder(path, root, stop);
+    if (!nlohmann::json::sax_parse(text, &builder)) {
+        return nullptr;
     }
-    if (page->nodes.find(root) == page->nodes.end()) {
-        throw StoreError(path, NodeKey(root).text(), "is missing");
+    try {
+        std::vector<OctreeNodeId> ids;
+        auto nodes = builder.finish(ids);
+        return std::unique_ptr<const HierarchyPage>(new HierarchyPage(std::move(ids), std::move(nodes)));
+    } catch (const Octree::OpenStopped&) {
+        return nullptr;
     }
-    return page;
+}
+
+HierarchyPage::HierarchyPage(std::vector<OctreeNodeId> ids, std::unique_ptr<HierarchyNode[]> nodes)
+    : mIds(std::move(ids)), mNodes(std::move(nodes)) {}
+
+const HierarchyNode* HierarchyPage::find(OctreeNodeId id) const {
+    const auto found = std::lower_bound(mIds.begin(), mIds.end(), id);
+    return found != mIds.end() && *found == id ? &mNodes[static_cast<std::size_t>(found - mIds.begin())]
+                                               : nullptr;
 }
 
 }  // namespace Entwine

@@ -7,11 +7,11 @@
 #include <filesystem>
 #include <memory>
 #include <stop_token>
-#include <unordered_map>
+#include <vector>
 
 namespace Entwine {
 
-struct HierarchyPage;
+class HierarchyPage;
 
 /// A node as a hierarchy file has it.
 struct HierarchyNode {
@@ -27,7 +27,8 @@ struct HierarchyNode {
 
 /// One file of a store's hierarchy: a node and what is below it, without gaps. Nodes deeper than
 /// OctreeNodeId::MAX_REPRESENTABLE_LEVEL are left out, their ancestors there have no children.
-struct HierarchyPage {
+class HierarchyPage {
+public:
     /// nullptr when stopped. Throws StoreError naming the file, and the node where one is at fault, when the
     /// file is not to be had, is not an object of point counts by node, misses root, or has a node that is
     /// not below root, whose parent is missing, or whose count is negative and not a link. An empty file of
@@ -35,7 +36,15 @@ struct HierarchyPage {
     static std::unique_ptr<const HierarchyPage> read(const std::filesystem::path& path,
                                                      Octree::OctreeNodeId root, const std::stop_token& stop);
 
-    std::unordered_map<Octree::OctreeNodeId, HierarchyNode> nodes;
+    /// nullptr for a node that is not in the file.
+    const HierarchyNode* find(Octree::OctreeNodeId id) const;
+
+private:
+    HierarchyPage(std::vector<Octree::OctreeNodeId> ids, std::unique_ptr<HierarchyNode[]> nodes);
+
+    /// Ascending; in order rather than hashed, so that no file can make them collide.
+    std::vector<Octree::OctreeNodeId> mIds;
+    std::unique_ptr<HierarchyNode[]> mNodes;
 };
 
 }  // namespace Entwine

@@ -5,6 +5,7 @@
 #include <octree/las/Tile.h>
 
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <memory>
@@ -26,6 +27,9 @@ constexpr std::array<NumberType, 10> EXTRA_TYPES{
     NumberType::Uint8, NumberType::Int8,   NumberType::Uint16, NumberType::Int16, NumberType::Uint32,
     NumberType::Int32, NumberType::Uint64, NumberType::Int64,  NumberType::Float, NumberType::Double};
 
+/// Doubles hold every integer up to here.
+constexpr double MAX_STEPS = 9007199254740992.0;
+
 template <class T>
 void setColumn(Tile& tile, Known dimension, const std::vector<T>& numbers, NumberType type,
                double scale = 1.0, double offset = 0.0) {
@@ -39,7 +43,9 @@ void setColumn(Tile& tile, Known dimension, const std::vector<T>& numbers, Numbe
 class LaszipTileReader final : public TileReader {
 public:
     LaszipTileReader(const Metadata& metadata, const std::filesystem::path& folder)
-        : mHasNormals(metadata.find(nameOf(Known::NormalX)) != nullptr), mFolder(folder / "ept-data") {}
+        : mHasNormals(metadata.find(nameOf(Known::NormalX)) != nullptr),
+          mBounds(metadata.bounds),
+          mFolder(folder / "ept-data") {}
 
     std::filesystem::path fileOf(OctreeNodeId id) const override {
         return mFolder / (NodeKey(id).text() + ".laz");
@@ -48,7 +54,7 @@ public:
     bool read(OctreeNodeId id, std::uint64_t expectedCount, Tile& tile,
               const std::stop_token& stop) const override {
         std::size_t size = 0;
-        const std::unique_ptr<std::byte[]> bytes = readTileFile(fileOf(id), id, size, stop);
+        const std::unique_ptr<std::byte[]> bytes = readTileFile(fileOf(id), id, MAX_TILE_SIZE, size, stop);
         if (bytes == nullptr) {
             return false;
         }
@@ -66,16 +72,20 @@ private:
         using Las::Field;
         const Las::LasFile file(name, std::as_bytes(std::span(bytes)));
         const Las::Header& header = file.header();
-        if (header.pointCount == 0 || header.pointCount > maxPointCount(expectedCount)) {
+        const bool hasTooMany =
+            header.pointCount > maxPointCount(expectedCount) && header.pointCount <= Octree::MAX_NODE_POINTS;
+        if (header.pointCount == 0 || hasTooMany) {  // Still more are too many anywhere.
             throw StoreError(name + ": it has " + std::to_string(header.pointCount) +
                              " points where the hierarchy says " + std::to_string(expectedCount));
         }
+        checkGrid(name, header);
         unsigned fields = 0;
         for (const Field field :
              {Field::Position, Field::Intensity, Field::Classification, Field::PointSourceId, Field::Color}) {
             fields |= static_cast<unsigned>(field);
         }
-        fields |= mHasNormals ? static_cast<unsigned>(Field::ExtraBytes) : 0u;
+        fields |=
+            mHasNormals && !file.extraAttributes().empty() ? static_cast<unsigned>(Field::ExtraBytes) : 0u;
         const auto decoded = std::make_shared<Las::Tile>();
         if (!Las::readTile(name, bytes, fields, stop, *decoded)) {
             return false;
@@ -86,6 +96,16 @@ private:
         setColumns(decoded->points, header, tile);
         setExtraColumns(file, decoded->points, tile);
         return true;
+    }
+
+    void checkGrid(const std::string& name, const Las::Header& header) const {
+        for (int axis = 0; axis < 3; ++axis) {
+            for (const auto& corner : {mBounds.min, mBounds.max}) {
+                if (!(std::abs(corner[axis] - header.offset[axis]) / header.scale[axis] <= MAX_STEPS)) {
+                    throw StoreError(name + ": the store's bounds are out of reach of its scale and offset");
+                }
+            }
+        }
     }
 
     static void setColumns(const Las::Columns& points, const Las::Header& header, Tile& tile) {
@@ -118,6 +138,7 @@ private:
     }
 
     const bool mHasNormals;
+    const Math::NBoundingBox<double, 3> mBounds;
     const std::filesystem::path mFolder;
 };
 

@@ -1,12 +1,10 @@
-#include <core/File.h>
-#include <octree/JsonValue.h>
+#include <octree/JsonDocument.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/Metadata.h>
 
 #include <algorithm>
 #include <cmath>
-#include <nlohmann/json.hpp>
-#include <system_error>
+#include <set>
 
 namespace Entwine {
 
@@ -15,7 +13,6 @@ namespace {
 using Octree::JsonValue;
 using Octree::StoreError;
 
-constexpr std::uintmax_t MAX_FILE_SIZE = std::uintmax_t{16} << 20;
 constexpr std::size_t MAX_RECORD_SIZE = 65536;
 constexpr std::uint64_t MAX_SPAN = std::uint64_t{1} << 30;
 /// Sides of a cube that was written with few digits.
@@ -47,7 +44,7 @@ NumberType parseType(const JsonValue& json) {
 
 Dimension parseDimension(const JsonValue& json) {
     Dimension result;
-    result.name = json["name"].string();
+    result.name = json["name"].label();
     result.type = parseType(json);
     if (json.has("scale")) {
         result.scale = json["scale"].number();
@@ -66,9 +63,10 @@ Dimension parseDimension(const JsonValue& json) {
 }
 
 void parseSchema(const JsonValue& json, Metadata& metadata) {
+    std::set<std::string> names;
     for (const JsonValue& value : json.list()) {
         Dimension dimension = parseDimension(value);
-        value["name"].require(metadata.find(dimension.name) == nullptr, "a name of its own");
+        value["name"].require(names.insert(dimension.name).second, "a name of its own");
         dimension.recordOffset = metadata.recordSize;
         metadata.recordSize += sizeOf(dimension.type);
         json.require(metadata.recordSize <= MAX_RECORD_SIZE, "of at most 65536 bytes a point");
@@ -144,21 +142,17 @@ bool isInteger(NumberType type) {
     return type != NumberType::Float && type != NumberType::Double;
 }
 
-Metadata Metadata::read(const std::filesystem::path& file) {
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(file, error);
-    if (error) {
-        throw StoreError(file, "cannot be read: " + error.message());
-    }
-    if (size > MAX_FILE_SIZE) {
-        throw StoreError(file, "is larger than any ept.json: " + std::to_string(size) + " bytes");
-    }
-    return parse(Core::readLocalFile(file), file);
+Metadata Metadata::read(const std::filesystem::path& file, const std::stop_token& stop) {
+    const auto document = Octree::JsonDocument::read(file, stop);
+    return make(document.root(), file);
 }
 
 Metadata Metadata::parse(const std::string& text, const std::filesystem::path& file) {
-    const nlohmann::json json = Octree::parseJson(text, file);
-    const JsonValue root(json, "", file);
+    const auto document = Octree::JsonDocument::parse(text, file);
+    return make(document.root(), file);
+}
+
+Metadata Metadata::make(const JsonValue& root, const std::filesystem::path& file) {
     checkKind(root, file);
     Metadata result;
     result.dataType = root["dataType"].string();

@@ -2,11 +2,13 @@
 
 #include <math/NBoundingBox.h>
 #include <math/Point.h>
+#include <octree/JsonValue.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -44,8 +46,8 @@ struct Dimension {
 /// What a store's ept.json says, checked: every number is finite, scales are positive, the bounds are a cube,
 /// boxes are not inverted, X, Y and Z are there, and doubles hold every step of their grids.
 struct Metadata {
-    /// Throws StoreError naming the file and the key that is missing or wrong.
-    static Metadata read(const std::filesystem::path& file);
+    /// Throws StoreError naming the file and the key that is missing or wrong, OpenStopped when stopped.
+    static Metadata read(const std::filesystem::path& file, const std::stop_token& stop = {});
     static Metadata parse(const std::string& text, const std::filesystem::path& file);
 
     /// nullptr when the schema has no dimension of this name.
@@ -62,6 +64,9 @@ struct Metadata {
     std::vector<Dimension> schema;
     /// Bytes of a point in "binary" and "zstandard" tiles.
     std::size_t recordSize = 0;
+
+private:
+    static Metadata make(const Octree::JsonValue& root, const std::filesystem::path& file);
 };
 
 }  // namespace Entwine

@@ -29,8 +29,11 @@ public:
 
     bool read(OctreeNodeId id, std::uint64_t expectedCount, Tile& tile,
               const std::stop_token& stop) const override {
+        // What cannot be compressed grows by less than a tenth.
+        const std::uint64_t most = sizeOf(maxPointCount(expectedCount));
         std::size_t size = 0;
-        std::unique_ptr<std::byte[]> bytes = readTileFile(fileOf(id), id, size, stop);
+        std::unique_ptr<std::byte[]> bytes =
+            readTileFile(fileOf(id), id, mIsCompressed ? most + most / 8 + 1024 : most, size, stop);
         if (bytes != nullptr && mIsCompressed) {
             bytes = decompress(id, expectedCount, bytes.get(), size, stop);
         }
@@ -50,16 +53,19 @@ private:
         throw StoreError(fileOf(id), NodeKey(id).text(), problem);
     }
 
+    std::uint64_t sizeOf(std::uint64_t pointCount) const {
+        return std::min(pointCount * mMetadata.recordSize, MAX_TILE_SIZE);
+    }
+
     // Replaces size by what comes out; nullptr when stopped.
     std::unique_ptr<std::byte[]> decompress(OctreeNodeId id, std::uint64_t expectedCount,
                                             const std::byte* bytes, std::size_t& size,
                                             const std::stop_token& stop) const {
-        const auto sizeOfPoints = [this](std::uint64_t count) {
-            return static_cast<std::size_t>(std::min(count * mMetadata.recordSize, MAX_TILE_SIZE));
-        };
+        const std::uint64_t limit =
+            std::min(sizeOf(maxPointCount(expectedCount)), Octree::maxDecodedSize(size));
         try {
-            return decompressFrame(std::span(bytes, size), sizeOfPoints(expectedCount),
-                                   sizeOfPoints(maxPointCount(expectedCount)), size, stop);
+            return decompressFrame(std::span(bytes, size), std::min(sizeOf(expectedCount), limit), limit,
+                                   size, stop);
         } catch (const FrameError& error) {
             fail(id, std::string("its tile ") + error.what());
         }

@@ -13,16 +13,18 @@ namespace Entwine {
 TileReader::~TileReader() = default;
 
 std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Octree::OctreeNodeId id,
-                                          std::size_t& size, const std::stop_token& stop) {
+                                          std::uint64_t maxSize, std::size_t& size,
+                                          const std::stop_token& stop) {
     try {
         const Octree::RandomAccessFile file(path);
-        if (file.size() > MAX_TILE_SIZE) {
-            throw Octree::StoreError(path,
-                                     "is larger than any tile: " + std::to_string(file.size()) + " bytes");
+        if (file.size() > maxSize) {
+            throw Octree::StoreError(
+                path, "is larger than the node's tile may be: " + std::to_string(file.size()) + " of " +
+                          std::to_string(maxSize) + " bytes");
         }
         size = static_cast<std::size_t>(file.size());
         auto bytes = std::make_unique_for_overwrite<std::byte[]>(size);
-        const bool isRead = file.read(0, size, reinterpret_cast<char*>(bytes.get()), stop);
+        const bool isRead = file.readAll(reinterpret_cast<char*>(bytes.get()), stop);
         return isRead ? std::move(bytes) : nullptr;
     } catch (const Octree::StoreError&) {
         std::throw_with_nested(Octree::StoreError(path, NodeKey(id).text(), "its points cannot be read"));

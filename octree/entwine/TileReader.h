@@ -1,9 +1,11 @@
 #pragma once
 
+#include <octree/NodeLimits.h>
 #include <octree/OctreeNodeId.h>
 #include <octree/entwine/Metadata.h>
 #include <octree/entwine/Tile.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -14,9 +16,9 @@ namespace Entwine {
 
 /// No node of a sensible store comes near: nodes hold tens of thousands of points.
 constexpr std::uint64_t MAX_TILE_SIZE = std::uint64_t{512} << 20;
-/// What a compressed tile may decompress to where the hierarchy says so many points: hierarchies err.
+/// What a tile may hold where the hierarchy says so many points: hierarchies err.
 constexpr std::uint64_t maxPointCount(std::uint64_t expectedCount) {
-    return 2 * expectedCount + 65536;
+    return std::min(2 * expectedCount + 65536, Octree::MAX_NODE_POINTS);
 }
 
 /// Reads the tiles of one data type. Any number of threads at once.
@@ -40,9 +42,11 @@ public:
 /// reader.
 std::unique_ptr<TileReader> makeTileReader(const Metadata& metadata, const std::filesystem::path& folder);
 
-/// A tile's file as it is; nullptr when stopped. Throws StoreError naming the node as well.
+/// A tile's file as it is; nullptr when stopped. Throws StoreError naming the node as well, and before it
+/// reads anything for a file of more than maxSize bytes.
 std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Octree::OctreeNodeId id,
-                                          std::size_t& size, const std::stop_token& stop);
+                                          std::uint64_t maxSize, std::size_t& size,
+                                          const std::stop_token& stop);
 
 /// For "binary" and "zstandard", and for "laszip".
 std::unique_ptr<TileReader> makeRecordTileReader(const Metadata& metadata,

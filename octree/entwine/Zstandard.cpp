@@ -3,6 +3,10 @@
 
 #include <zstd.h>
 #include <zstd_errors.h>
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -11,6 +15,9 @@ namespace Entwine {
 namespace {
 
 using Core::GrowingBuffer;
+
+/// 8 MiB, as much as every decoder is asked to have.
+constexpr int ALWAYS_WINDOW_LOG = 23;
 
 struct ContextDeleter {
     void operator()(ZSTD_DCtx* context) const { ZSTD_freeDCtx(context); }
@@ -21,6 +28,11 @@ struct ContextDeleter {
 }
 
 void checkExtent(std::span<const std::byte> frame) {
+    // The library may read frames of its first versions, too, which nobody tests any more.
+    constexpr std::array<unsigned char, 4> MAGIC{0x28, 0xb5, 0x2f, 0xfd};
+    if (frame.size() >= MAGIC.size() && std::memcmp(frame.data(), MAGIC.data(), MAGIC.size()) != 0) {
+        throw FrameError("is no Zstandard frame");
+    }
     const std::size_t extent = ZSTD_findFrameCompressedSize(frame.data(), frame.size());
     if (ZSTD_isError(extent) != 0) {
         if (ZSTD_getErrorCode(extent) == ZSTD_error_srcSize_wrong) {
@@ -50,6 +62,10 @@ std::unique_ptr<std::byte[]> decompressAtOnce(ZSTD_DCtx* context, std::span<cons
 std::unique_ptr<std::byte[]> decompressStepwise(ZSTD_DCtx* context, std::span<const std::byte> frame,
                                                 std::size_t limit, std::size_t& size,
                                                 const std::stop_token& stop) {
+    // A window is memory that a header of some bytes can ask for.
+    const int windowLog = std::max(ALWAYS_WINDOW_LOG, static_cast<int>(std::bit_width(limit)));
+    ZSTD_DCtx_setParameter(context, ZSTD_d_windowLogMax,
+                           std::min(windowLog, ZSTD_dParam_getBounds(ZSTD_d_windowLogMax).upperBound));
     GrowingBuffer output(limit, frame.size());
     ZSTD_inBuffer input{frame.data(), frame.size(), 0};
     for (;;) {

@@ -34,6 +34,15 @@ void forEachColumn(Columns& columns, PointSink& sink, unsigned fields, std::size
 
 }  // namespace
 
+std::size_t Columns::bytesPerPoint(unsigned fields, std::size_t extraByteCount) {
+    Columns none;
+    PointSink unused;
+    std::size_t sum = 0;
+    forEachColumn(none, unused, fields, extraByteCount,
+                  [&](auto&, auto*& place, std::size_t width) { sum += width * sizeof *place; });
+    return sum;
+}
+
 void Columns::clear() {
     PointSink unused;
     size = 0;

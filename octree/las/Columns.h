@@ -63,6 +63,9 @@ struct Columns {
     /// Those of one point after those of the other.
     std::vector<std::byte> extraBytes;
 
+    /// What a point of these fields takes.
+    static std::size_t bytesPerPoint(unsigned fields, std::size_t extraByteCount);
+
     void clear();
     /// Room for more points in all, of these fields.
     void reserve(std::size_t count, unsigned fields, std::size_t extraByteCount);

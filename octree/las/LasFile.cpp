@@ -35,8 +35,10 @@ Math::Point<double, 3> nextPoint(FieldReader& reader) {
 
 void checkGrid(const Header& header) {
     for (int axis = 0; axis < 3; ++axis) {
-        const double scale = header.scale[axis];
-        if (!std::isfinite(scale) || scale == 0.0 || !std::isfinite(header.offset[axis])) {
+        // Of the outermost integers, which a subnormal scale would blur.
+        const double reach = std::ldexp(header.scale[axis], 31);
+        if (!std::isnormal(header.scale[axis]) || !std::isfinite(header.offset[axis] + reach) ||
+            !std::isfinite(header.offset[axis] - reach)) {
             throw DataError("scale and offset are not usable");
         }
     }

@@ -1,3 +1,4 @@
+#include <octree/NodeLimits.h>
 #include <octree/StoreError.h>
 #include <octree/las/PointReader.h>
 #include <octree/las/Tile.h>
@@ -9,10 +10,27 @@ namespace Las {
 
 namespace {
 
-/// No tile of a sensible store comes near.
-constexpr std::uint64_t MAX_POINTS = std::uint64_t{1} << 26;
+/// Each takes kilobytes of a decoder; files are seen with some dozens.
+constexpr std::size_t MAX_EXTRA_BYTES = 4096;
 /// What is given room to in advance, whatever the header says.
-constexpr std::uint64_t POINTS_PER_BYTE = 8;
+constexpr std::uint64_t RESERVED_BYTES_PER_BYTE = 16;
+
+void checkSize(const LasFile& file, std::size_t bytesPerPoint) {
+    const std::uint64_t count = file.header().pointCount;
+    if (count > Octree::MAX_NODE_POINTS) {
+        throw Octree::StoreError(file.name() + ": " + std::to_string(count) +
+                                 " points are more than a tile may have");
+    }
+    if (file.format().extraByteCount > MAX_EXTRA_BYTES) {
+        throw Octree::StoreError(file.name() + ": " + std::to_string(file.format().extraByteCount) +
+                                 " extra bytes a point are more than a tile may have");
+    }
+    if (count * bytesPerPoint > Octree::maxDecodedSize(file.bytes().size())) {
+        throw Octree::StoreError(file.name() + ": its " + Octree::pointsText(count, bytesPerPoint) +
+                                 " are too many for " + std::to_string(file.bytes().size()) +
+                                 " bytes in the file");
+    }
+}
 
 }  // namespace
 
@@ -21,14 +39,15 @@ bool readTile(const std::string& fileName, std::string_view bytes, unsigned fiel
     const LasFile file(fileName, std::as_bytes(std::span(bytes)));
     out.header = file.header();
     out.points.clear();
-    const std::uint64_t count = file.header().pointCount;
-    if (count > MAX_POINTS) {
-        throw Octree::StoreError(fileName + ": " + std::to_string(count) +
-                                 " points are more than a tile may have");
-    }
+    const unsigned present = file.format().fieldsOf(fields);
+    const std::size_t extraByteCount = file.format().extraByteCount;
+    const std::size_t bytesPerPoint =
+        std::max<std::size_t>(1, Columns::bytesPerPoint(present, extraByteCount));
+    checkSize(file, bytesPerPoint);
     PointReader reader(file, fields);
-    out.points.reserve(static_cast<std::size_t>(std::min(count, bytes.size() * POINTS_PER_BYTE)),
-                       file.format().fieldsOf(fields), file.format().extraByteCount);
+    const std::uint64_t reserved = RESERVED_BYTES_PER_BYTE * bytes.size() / bytesPerPoint;
+    out.points.reserve(static_cast<std::size_t>(std::min(file.header().pointCount, reserved)), present,
+                       extraByteCount);
     while (!stop.stop_requested()) {
         if (!reader.read(out.points)) {
             return true;

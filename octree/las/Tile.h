@@ -17,7 +17,8 @@ struct Tile {
 
 /// Reads a file in memory, whose name is for errors. The fields or Field values. False when stopped, which is
 /// looked at every few thousand points. Throws Octree::StoreError naming the file, and the chunk and the
-/// point where they are concerned. Memory grows with the points decoded.
+/// point where they are concerned, and for more points, or more bytes of points, than a node of so small a
+/// file may have. Memory grows with the points decoded.
 bool readTile(const std::string& fileName, std::string_view bytes, unsigned fields,
               const std::stop_token& stop, Tile& out);
 

@@ -19,6 +19,7 @@ public:
 
     const std::filesystem::path& hierarchyFile() const { return mHierarchy.path(); }
     const std::filesystem::path& octreeFile() const { return mOctree.path(); }
+    std::uint64_t octreeSize() const { return mOctree.size(); }
 
     /// False when stopped; bytes are then unspecified.
     bool fetchHierarchyChunk(std::uint64_t offset, std::uint64_t size, std::string& bytes,

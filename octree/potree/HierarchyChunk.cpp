@@ -4,6 +4,7 @@
 
 #include <bit>
 #include <cstring>
+#include <deque>
 #include <exception>
 #include <string>
 #include <utility>
@@ -35,10 +36,14 @@ bool hasChildren(NodeType type, std::size_t level) {
     return type != NodeType::Proxy && level < Octree::OctreeNodeId::MAX_REPRESENTABLE_LEVEL;
 }
 
-void appendChildren(const Node& node, std::vector<std::shared_ptr<Node>>& nodes) {
+/// The nodes of one chunk: few allocations, which a chunk that is given up frees fast.
+using Storage = std::shared_ptr<std::deque<Node>>;
+
+void appendChildren(const Node& node, const Storage& storage, std::vector<std::shared_ptr<Node>>& nodes) {
     for (std::size_t i = 0; i < 8; ++i) {
         if ((node.childMask >> i & 1) != 0) {
-            nodes.push_back(std::make_shared<Node>(node.id.child(i), Octree::childCube(node.boundingBox, i)));
+            Node& child = storage->emplace_back(node.id.child(i), Octree::childCube(node.boundingBox, i));
+            nodes.emplace_back(storage, &child);
         }
     }
 }
@@ -106,6 +111,7 @@ private:
     }
 
     bool makeNodes(const std::stop_token& stop, std::vector<std::shared_ptr<Node>>& nodes) const {
+        const auto storage = std::make_shared<std::deque<Node>>();
         const std::size_t first = nodes.size();
         nodes.push_back(mRoot);
         for (std::size_t k = 0; k < mRecordCount && first + k < nodes.size(); ++k) {
@@ -115,7 +121,7 @@ private:
             const std::shared_ptr<Node> node = nodes[first + k];
             readRecord(recordAt(k), *node);
             if (hasChildren(node->type, node->id.level())) {
-                appendChildren(*node, nodes);
+                appendChildren(*node, storage, nodes);
             }
         }
         return true;

@@ -1,12 +1,9 @@
-#include <core/File.h>
-#include <octree/JsonValue.h>
+#include <octree/JsonDocument.h>
 #include <octree/StoreError.h>
 #include <octree/potree/Metadata.h>
 
 #include <algorithm>
 #include <cmath>
-#include <nlohmann/json.hpp>
-#include <system_error>
 
 namespace PoTree {
 
@@ -14,7 +11,6 @@ namespace {
 
 using Octree::StoreError;
 
-constexpr std::uintmax_t MAX_FILE_SIZE = std::uintmax_t{16} << 20;
 constexpr std::size_t MAX_BYTES_PER_POINT = 65536;
 /// Sides of a cube that was written with few digits; a step of the grid is let pass as well.
 constexpr double CUBE_TOLERANCE = 1e-6;
@@ -33,7 +29,7 @@ std::vector<double> numbers(const Octree::JsonValue& attribute, const char* key)
 
 Octree::AttributeInfo parseAttribute(const Octree::JsonValue& json) {
     Octree::AttributeInfo result;
-    result.name = json["name"].string();
+    result.name = json["name"].label();
     const std::uint64_t size = json["size"].count();
     json["size"].require(size >= 1 && size <= MAX_BYTES_PER_POINT, "a number from 1 to 65536");
     result.size = static_cast<std::size_t>(size);
@@ -41,10 +37,10 @@ Octree::AttributeInfo parseAttribute(const Octree::JsonValue& json) {
         result.elementCount = static_cast<std::size_t>(json["numElements"].count());
     }
     if (json.has("type")) {
-        result.type = json["type"].string();
+        result.type = json["type"].label();
     }
     if (json.has("description")) {
-        result.description = json["description"].string();
+        result.description = json["description"].label();
     }
     result.min = numbers(json, "min");
     result.max = numbers(json, "max");
@@ -107,27 +103,23 @@ void parseAttributes(const Octree::JsonValue& json, StoreRole role, Metadata& me
 
 }  // namespace
 
-Metadata Metadata::read(const std::filesystem::path& file, StoreRole role) {
-    std::error_code error;
-    const std::uintmax_t size = std::filesystem::file_size(file, error);
-    if (error) {
-        throw StoreError(file, "cannot be read: " + error.message());
-    }
-    if (size > MAX_FILE_SIZE) {
-        throw StoreError(file, "is larger than any metadata.json: " + std::to_string(size) + " bytes");
-    }
-    return parse(Core::readLocalFile(file), file, role);
+Metadata Metadata::read(const std::filesystem::path& file, StoreRole role, const std::stop_token& stop) {
+    const auto document = Octree::JsonDocument::read(file, stop);
+    return make(document.root(), file, role);
 }
 
 Metadata Metadata::parse(const std::string& text, const std::filesystem::path& file, StoreRole role) {
-    const nlohmann::json json = Octree::parseJson(text, file);
-    const Octree::JsonValue root(json, "", file);
+    const auto document = Octree::JsonDocument::parse(text, file);
+    return make(document.root(), file, role);
+}
+
+Metadata Metadata::make(const Octree::JsonValue& root, const std::filesystem::path& file, StoreRole role) {
     parseVersion(root["version"], file);
     Metadata result;
     result.encoding = root["encoding"].string();
     result.layout = parseEncoding(result.encoding, file);
     if (root.has("name")) {
-        result.name = root["name"].string();
+        result.name = root["name"].label();
     }
     if (root.has("nodeVisibility")) {
         result.hasNodeVisibility = root["nodeVisibility"].boolean();

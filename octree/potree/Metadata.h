@@ -3,10 +3,12 @@
 #include <math/NBoundingBox.h>
 #include <math/Point.h>
 #include <octree/AttributeInfo.h>
+#include <octree/JsonValue.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -31,8 +33,9 @@ enum class ChunkLayout {
 /// What a store's metadata.json says, checked: every number is finite, scales are positive, boxes are not
 /// inverted, the bounding box of a cloud is a cube, and it can be reached on the integer grid.
 struct Metadata {
-    /// Throws StoreError naming the file and the key that is missing or wrong.
-    static Metadata read(const std::filesystem::path& file, StoreRole role = StoreRole::Cloud);
+    /// Throws StoreError naming the file and the key that is missing or wrong, OpenStopped when stopped.
+    static Metadata read(const std::filesystem::path& file, StoreRole role = StoreRole::Cloud,
+                         const std::stop_token& stop = {});
     static Metadata parse(const std::string& text, const std::filesystem::path& file,
                           StoreRole role = StoreRole::Cloud);
 
@@ -61,6 +64,9 @@ struct Metadata {
     std::vector<Octree::AttributeInfo> attributes;
     /// Sum of the attributes' sizes in a chunk; at least 1.
     std::size_t bytesPerPoint = 0;
+
+private:
+    static Metadata make(const Octree::JsonValue& root, const std::filesystem::path& file, StoreRole role);
 };
 
 }  // namespace PoTree

@@ -3,6 +3,7 @@
 #include <math/NBoundingBox.h>
 #include <octree/OctreeNodeId.h>
 
+#include <atomic>
 #include <cstdint>
 
 namespace PoTree {
@@ -12,7 +13,7 @@ enum class NodeType : std::uint8_t { Normal = 0, Leaf = 1, Proxy = 2 };
 /// How many of a node's points are visible; every value but these two means that each point says so itself.
 enum class VisibilityType : std::uint8_t { AllVisible = 1, AllHidden = 2 };
 
-/// One node as its hierarchy record has it. Immutable once it is shared.
+/// One node as its hierarchy record has it. Immutable once it is shared, but for what is mutable.
 struct Node {
     Node(Octree::OctreeNodeId nodeId, const Math::NBoundingBox<double, 3>& box)
         : id(nodeId), boundingBox(box) {}
@@ -29,6 +30,8 @@ struct Node {
     NodeType type = NodeType::Normal;
     VisibilityType visibility{};
     std::uint8_t childMask = 0;
+    /// Whether its points are among those that the store has given out.
+    mutable std::atomic<bool> isCounted{false};
 };
 
 }  // namespace PoTree

@@ -1,4 +1,5 @@
 #include <core/Brotli.h>
+#include <octree/NodeLimits.h>
 #include <octree/StoreError.h>
 #include <octree/potree/FetchCancelled.h>
 #include <octree/potree/NodeChunk.h>
@@ -12,9 +13,6 @@ namespace PoTree {
 
 namespace {
 
-/// No node of a sensible store comes near: nodes hold tens of thousands of points.
-constexpr std::uint64_t MAX_CHUNK_SIZE = std::uint64_t{512} << 20;
-
 class ChunkReader {
 public:
     ChunkReader(const Node& node, const Metadata& metadata, const FileLoader& loader)
@@ -25,8 +23,12 @@ public:
           mExpected(std::uint64_t{node.pointCount} * metadata.bytesPerPoint) {}
 
     PointChunk read(const std::stop_token& stop) const {
-        if (mExpected > MAX_CHUNK_SIZE) {
+        if (mNode.pointCount > Octree::MAX_NODE_POINTS) {
             fail("its " + claim() + " are more than a node may have");
+        }
+        if (mExpected > Octree::maxDecodedSize(mNode.byteSize)) {
+            fail("its " + claim() + " are too many for " + std::to_string(mNode.byteSize) +
+                 " bytes in the file");
         }
         return {mLayout == ChunkLayout::Records ? readRecords(stop) : readBrotli(stop), mNode.pointCount,
                 mBytesPerPoint, mLayout};
@@ -54,9 +56,7 @@ private:
         throw Octree::StoreError(mLoader.octreeFile(), mNode.id.name(), problem);
     }
 
-    std::string claim() const {
-        return std::to_string(mNode.pointCount) + " points of " + std::to_string(mBytesPerPoint) + " bytes";
-    }
+    std::string claim() const { return Octree::pointsText(mNode.pointCount, mBytesPerPoint); }
 
     std::string fetch(const std::stop_token& stop) const {
         try {

@@ -1,8 +1,11 @@
+#include <octree/NodeLimits.h>
+#include <octree/OpenStopped.h>
 #include <octree/StoreError.h>
 #include <octree/potree/FetchCancelled.h>
 #include <octree/potree/HierarchyChunk.h>
 #include <octree/potree/Store.h>
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -17,13 +20,13 @@ using Octree::StoreError;
 
 /// Millions of nodes in one chunk, where stores have thousands.
 constexpr std::uint64_t MAX_HIERARCHY_CHUNK_SIZE = std::uint64_t{64} << 20;
+/// Nodes inserted between two looks at the stop token.
+constexpr std::size_t INSERT_STEP = 4096;
 constexpr double BOUNDS_SLACK_STEPS = 1e-3;
 constexpr int ALL_VISIBLE = 1;
 constexpr int ALL_HIDDEN = 2;
-/// More points than this are not taken on the hierarchy's word alone.
-constexpr std::size_t MAX_UNREAD_POINTS = std::size_t{1} << 24;
 
-Metadata readMetadata(const FileSystemLocation& location, StoreRole role) {
+Metadata readMetadata(const FileSystemLocation& location, StoreRole role, const std::stop_token& stop) {
     std::error_code ignored;
     const auto status = std::filesystem::status(location.folder(), ignored);
     if (!std::filesystem::exists(status)) {
@@ -32,7 +35,7 @@ Metadata readMetadata(const FileSystemLocation& location, StoreRole role) {
     if (!std::filesystem::is_directory(status)) {
         throw StoreError(location.folder(), "is not a folder");
     }
-    return Metadata::read(location.folder() / "metadata.json", role);
+    return Metadata::read(location.folder() / "metadata.json", role, stop);
 }
 
 unsigned columnsOf(const Metadata& metadata) {
@@ -76,8 +79,8 @@ Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& gri
 
 }  // namespace
 
-Store::Store(const FileSystemLocation& location, StoreRole role)
-    : mMetadata(readMetadata(location, role)),
+Store::Store(const FileSystemLocation& location, StoreRole role, const std::stop_token& stop)
+    : mMetadata(readMetadata(location, role, stop)),
       mLoader(location.folder()),
       mPlaces(mMetadata),
       mGrid(mMetadata),
@@ -89,7 +92,9 @@ Store::Store(const FileSystemLocation& location, StoreRole role)
         mNodes.insert(root);
         return;
     }
-    loadChunk(root, 0, mMetadata.firstChunkSize, {});
+    if (!loadChunk(root, 0, mMetadata.firstChunkSize, stop)) {
+        throw Octree::OpenStopped();
+    }
 }
 
 Store::~Store() = default;
@@ -133,6 +138,9 @@ bool Store::loadChunkOf(const Node& proxy, const std::stop_token& stop) {
         return false;
     }
     const std::lock_guard lock(mLoading, std::adopt_lock);
+    if (!insertPending(stop)) {
+        return false;
+    }
     if (mNodes.find(proxy.id) != &proxy) {
         return true;  // loaded by another thread meanwhile
     }
@@ -150,11 +158,24 @@ bool Store::loadChunk(const std::shared_ptr<Node>& root, std::uint64_t offset, s
     if (root->isProxy()) {
         failInHierarchy(root->id, "its hierarchy chunk begins with another reference instead of the node");
     }
-    // Children first: a reader that sees the root's own record finds them.
-    for (auto node = nodes.rbegin(); node != nodes.rend(); ++node) {
-        mNodes.insert(*node);
-    }
     mLoadedRanges.emplace(offset, offset + size);
+    mPending = std::move(nodes);
+    return insertPending(stop);
+}
+
+// False when stopped: the next to load a chunk goes on with it.
+bool Store::insertPending(const std::stop_token& stop) {
+    if (!mNodes.reserve(mPending.size(), stop)) {
+        return false;
+    }
+    // Children first: a reader that sees the root's own record finds them.
+    while (!mPending.empty()) {
+        if (mPending.size() % INSERT_STEP == 0 && stop.stop_requested()) {
+            return false;
+        }
+        mNodes.insert(mPending.back());
+        mPending.pop_back();
+    }
     return true;
 }
 
@@ -199,10 +220,37 @@ void Store::checkPointCount(const Node& node) const {
         failInHierarchy(node.id, "it claims " + std::to_string(count) + " points, the whole store has " +
                                      std::to_string(mMetadata.pointCount));
     }
-    const bool needsNoBytes =
-        mPlaces.visibility && mMetadata.attributes.size() == 1 && visibilityOf(node) != 0;
-    if (needsNoBytes && count > MAX_UNREAD_POINTS) {
+    if (!needsBytes(node) && count > Octree::MAX_NODE_POINTS) {
         failInHierarchy(node.id, "its " + std::to_string(count) + " points are more than a node may have");
+    }
+}
+
+bool Store::needsBytes(const Node& node) const {
+    return !mPlaces.visibility || mMetadata.attributes.size() > 1 || visibilityOf(node) == 0;
+}
+
+// Nodes may share their bytes with others, which alone look sound.
+void Store::checkTotals(const Node& node) const {
+    if (node.isCounted || pointCountOf(node) == 0) {
+        return;
+    }
+    if (mReadPoints + pointCountOf(node) > mMetadata.pointCount) {
+        failInHierarchy(node.id, "with its " + std::to_string(pointCountOf(node)) +
+                                     " points the nodes read have more than the " +
+                                     std::to_string(mMetadata.pointCount) + " of the whole store");
+    }
+    const std::uint64_t fileSize = mLoader.octreeSize();
+    if (needsBytes(node) && node.byteSize <= fileSize && mReadBytes > fileSize - node.byteSize) {
+        failInHierarchy(node.id, "with its " + std::to_string(node.byteSize) +
+                                     " bytes the nodes read take more than the " + std::to_string(fileSize) +
+                                     " of octree.bin");
+    }
+}
+
+void Store::addToTotals(const Node& node) {
+    if (pointCountOf(node) > 0 && !node.isCounted.exchange(true)) {
+        mReadPoints += pointCountOf(node);
+        mReadBytes += needsBytes(node) ? node.byteSize : 0;
     }
 }
 
@@ -238,8 +286,10 @@ bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& d
         return false;
     }
     checkPointCount(*node);
+    checkTotals(*node);
     try {
         fill(*node, unitScale, data, stop);
+        addToTotals(*node);
         return true;
     } catch (const FetchCancelled&) {
         return false;

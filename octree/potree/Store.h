@@ -10,6 +10,7 @@
 #include <octree/potree/NodeTable.h>
 #include <octree/potree/PointColumns.h>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -17,6 +18,7 @@
 #include <optional>
 #include <stop_token>
 #include <string>
+#include <vector>
 
 namespace PoTree {
 
@@ -25,8 +27,9 @@ namespace PoTree {
 /// end.
 class Store final : public Octree::NodeSource {
 public:
-    /// Reads the metadata and the first hierarchy chunk. Throws StoreError.
-    explicit Store(const FileSystemLocation& location, StoreRole role = StoreRole::Cloud);
+    /// Reads the metadata and the first hierarchy chunk. Throws StoreError, and OpenStopped when stopped.
+    explicit Store(const FileSystemLocation& location, StoreRole role = StoreRole::Cloud,
+                   const std::stop_token& stop = {});
     ~Store() override;
 
     const Octree::StoreFacts& storeFacts() const override { return mFacts; }
@@ -44,12 +47,16 @@ private:
     const Node* find(Octree::OctreeNodeId id, const std::stop_token& stop);
     const Node* findLoaded(Octree::OctreeNodeId id, const std::stop_token& stop);
     bool loadChunkOf(const Node& proxy, const std::stop_token& stop);
+    bool insertPending(const std::stop_token& stop);
     bool loadChunk(const std::shared_ptr<Node>& root, std::uint64_t offset, std::uint64_t size,
                    const std::stop_token& stop);
     void checkRange(const Node& root, std::uint64_t offset, std::uint64_t size) const;
     int visibilityOf(const Node& node) const;
     static std::size_t pointCountOf(const Node& node);
     void checkPointCount(const Node& node) const;
+    bool needsBytes(const Node& node) const;
+    void checkTotals(const Node& node) const;
+    void addToTotals(const Node& node);
     void fill(const Node& node, double unitScale, Octree::NodePointData& data,
               const std::stop_token& stop) const;
     void fillFromCodes(const Node& node, const PointChunk& chunk, double unitScale,
@@ -65,11 +72,16 @@ private:
     const std::uint16_t mIntensityRange;
     Octree::StoreFacts mFacts;
 
+    /// Of the nodes read well so far, each once: what lies in the file but once is not given out twice.
+    std::atomic<std::uint64_t> mReadPoints{0}, mReadBytes{0};
+
     /// Read without mLoading, written under it.
     NodeTable mNodes;
     Octree::StoppableMutex mLoading;
     /// Loaded ranges of hierarchy.bin, end by beginning; guarded by mLoading.
     std::map<std::uint64_t, std::uint64_t> mLoadedRanges;
+    /// Of a loaded chunk: still to be inserted, from the last to the first; guarded by mLoading.
+    std::vector<std::shared_ptr<Node>> mPending;
 };
 
 }  // namespace PoTree

@@ -158,3 +158,28 @@ TEST(StoreConcurrency, ANewRecordTakesTheOldOnesPlace) {
     EXPECT_EQ(table.find(OctreeNodeId())->pointCount, 2u);
     EXPECT_EQ(old->pointCount, 1u);  // whoever still holds it may
 }
+
+TEST(NodeTable, FindsNodesFastThatWereChosenToCollide) {
+    PoTree::NodeTable table;
+    std::size_t collisions = 0;
+    for (std::size_t i = 0; collisions < 2000; ++i) {
+        OctreeNodeId id;
+        for (std::size_t level = 0; level < 8; ++level) {
+            id = id.child(i >> 3 * level & 7);
+        }
+        if ((std::hash<OctreeNodeId>()(id) & 4095) < 2) {
+            table.insert(std::make_shared<PoTree::Node>(id, Math::NBoundingBox<double, 3>()));
+            ++collisions;
+        }
+    }
+    EXPECT_LT(table.longestSearch(), 200u);
+}
+
+TEST(NodeTable, KeepsWhatItHasWhenStoppedWhileItGrows) {
+    std::stop_source stop;
+    stop.request_stop();
+    PoTree::NodeTable table;
+    table.insert(std::make_shared<PoTree::Node>(OctreeNodeId(), Math::NBoundingBox<double, 3>()));
+    EXPECT_FALSE(table.reserve(4096, stop.get_token()));
+    EXPECT_NE(table.find(OctreeNodeId()), nullptr);
+}

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <tests/octree/entwine/EptFixture.h>
+#include <tests/support/LargeAllocations.h>
 
 #include <filesystem>
 #include <functional>
@@ -59,6 +60,25 @@ std::string errorWithTile(const std::string& dataType, const std::string& bytes)
     return errorOf(fixture);
 }
 
+/// An uncompressed tile of points at the origin of its own grid.
+std::string lasTile(double scale, std::uint32_t count) {
+    std::string bytes(227 + 20 * std::size_t{count}, '\0');
+    const auto put = [&bytes](std::size_t offset, auto value) {
+        bytes.replace(offset, sizeof value, Support::bytesOf(value));
+    };
+    bytes.replace(0, 4, "LASF");
+    put(24, std::uint16_t{0x0201});
+    put(94, std::uint16_t{227});
+    put(96, std::uint32_t{227});
+    put(105, std::uint16_t{20});
+    put(107, count);
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        put(131 + 8 * axis, scale);
+        put(155 + 8 * axis, 1000.0 * static_cast<double>(axis + 1));
+    }
+    return bytes;
+}
+
 bool startsWith(const std::string& text, const std::string& start) {
     return text.rfind(start, 0) == 0;
 }
@@ -85,8 +105,8 @@ TEST(EptErrors, MetadataThatIsNotJson) {
     }
     fixture.folder.write("ept.json", std::string(100000, '['));
     EXPECT_EQ(errorOf(fixture), "/ept.json: is nested deeper than any ept.json");
-    fixture.folder.write("ept.json", std::string(17 << 20, ' '));
-    EXPECT_EQ(errorOf(fixture), "/ept.json: is larger than any ept.json: 17825792 bytes");
+    fixture.folder.write("ept.json", std::string((1 << 20) + 1, ' '));
+    EXPECT_EQ(errorOf(fixture), "/ept.json: is larger than any ept.json: 1048577 bytes");
 }
 
 TEST(EptErrors, StoresOfAnotherKindAreRefusedByName) {
@@ -128,10 +148,10 @@ TEST(EptErrors, MetadataThatIsMissingOrMakesNoSenseIsNamed) {
     expect("/bounds/0", 2000, "bounds", "a box whose minimum is not above its maximum");
     expect("/bounds/4", 2255, "bounds", "a cube");
     expect("/bounds", {1, 2, 3, 1, 2, 3}, "bounds", "a cube");
-    expect("/bounds/0", nullptr, "bounds[0]", "a number of magnitude up to 1e30");
+    expect("/bounds/0", nullptr, "bounds[0]", "a number of magnitude up to 1e15");
     expect("/boundsConforming/5", 0, "boundsConforming", "a box whose minimum is not above its maximum");
     expect("/schema/0/scale", 0, "schema[0].scale", "positive");
-    expect("/schema/0/scale", "NaN", "schema[0].scale", "a number of magnitude up to 1e30");
+    expect("/schema/0/scale", "NaN", "schema[0].scale", "a number of magnitude up to 1e15");
     expect("/schema/0/scale", 1e-20, "bounds",
            "within reach of the scale and offset of \"X\", \"Y\" and \"Z\"");
     expect("/schema/3/size", std::uint64_t{1} << 40, "schema[3].size", "1, 2, 4 or 8");
@@ -197,7 +217,8 @@ TEST(EptErrors, CompressedTiles) {
     const std::string points = EptFixture().tiles.at("0-0-0-0");
     const std::string good = Support::zstandardEncode(points);
     EXPECT_EQ(errorWithTile("zstandard", good), "");
-    EXPECT_TRUE(startsWith(errorWithTile("zstandard", points), node + "is damaged: "));
+    EXPECT_EQ(errorWithTile("zstandard", points), node + "is no Zstandard frame");
+    EXPECT_EQ(errorWithTile("zstandard", "\x27" + good.substr(1)), node + "is no Zstandard frame");
     EXPECT_EQ(errorWithTile("zstandard", good.substr(0, good.size() - 1)), node + "is cut short");
     EXPECT_EQ(errorWithTile("zstandard", ""), node + "is cut short");
     EXPECT_EQ(errorWithTile("zstandard", good + "xy"), node + "ends 2 bytes before its end");
@@ -211,6 +232,43 @@ TEST(EptErrors, CompressedTiles) {
     const std::string bomb = Support::zstandardEncode(std::string(std::size_t{1} << 28, '\0'));
     ASSERT_LT(bomb.size(), 20000u);
     EXPECT_EQ(errorWithTile("zstandard", bomb), node + "decompresses to more than 1376382 bytes");
+}
+
+TEST(EptErrors, WhatATileAsksForIsBoundedByTheHierarchyAndByItsBytes) {
+    using namespace std::string_literals;
+    struct Attack {
+        const char* dataType;
+        std::uint32_t claim;
+        std::string tile;
+        const char* problem;
+    };
+    const Attack attacks[] = {
+        {"binary", 1, std::string(21 * 65539, '\0'),
+         "is larger than the node's tile may be: 1376319 of 1376298"},
+        {"zstandard", 1, std::string(2 << 20, '\0'), "is larger than the node's tile may be: "},
+        // The end of a frame whose window has 128 MiB.
+        {"zstandard", 1000000, "\x28\xb5\x2f\xfd\x00\x88\x01\x00\x00"s, "requires too much memory"},
+        {"laszip", 3, lasTile(1e-300, 3), "the store's bounds are out of reach of its scale and offset"},
+        {"laszip", 3, lasTile(0.25, 65543), "it has 65543 points where the hierarchy says 3"},
+    };
+    for (const Attack& attack : attacks) {
+        EptFixture fixture(attack.dataType);
+        fixture.hierarchy["0-0-0-0"]["0-0-0-0"] = attack.claim;
+        fixture.writeAll();
+        const bool isLas = attack.dataType == "laszip"s;
+        fixture.folder.write(isLas ? "ept-data/0-0-0-0.laz" : fixture.tileFile("0-0-0-0"), attack.tile);
+        Entwine::EntwineTree tree{Entwine::FileSystemLocation(fixture.folder.path())};
+        const TestSupport::LargeAllocations large(std::size_t{4} << 20);
+        try {
+            Octree::NodePointData data;
+            tree.readNode(OctreeNodeId(), 1.0, data, {});
+            ADD_FAILURE() << attack.problem;
+        } catch (const Octree::StoreError& error) {
+            const std::string message = Core::exceptionChain(error);
+            EXPECT_NE(message.find(attack.problem), std::string::npos) << message;
+        }
+        EXPECT_EQ(large.here(), 0u) << attack.problem;
+    }
 }
 
 TEST(EptErrors, NodesThatAreNotThere) {

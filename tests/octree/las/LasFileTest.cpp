@@ -3,11 +3,13 @@
 #include <octree/las/PointReader.h>
 #include <octree/las/Tile.h>
 #include <tests/octree/las/RandomCloud.h>
+#include <tests/support/LargeAllocations.h>
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <filesystem>
+#include <limits>
 
 namespace {
 
@@ -148,7 +150,9 @@ TEST(LasFile, RefusesByNameWhatItDoesNotRead) {
     }
     EXPECT_EQ(problemOf(with(plain, RECORD_LENGTH, std::uint16_t{27})),
               "a.laz: point format 1 takes 28 bytes a point, the header says 27");
-    EXPECT_EQ(problemOf(with(plain, SCALE, 0.0)), "a.laz: scale and offset are not usable");
+    for (const double scale : {0.0, 5e-324, 1e300, std::numeric_limits<double>::quiet_NaN()}) {
+        EXPECT_EQ(problemOf(with(plain, SCALE, scale)), "a.laz: scale and offset are not usable");
+    }
     EXPECT_EQ(problemOf(with(plain, FORMAT, std::uint8_t{129})),
               "a.laz: is compressed, but its record \"laszip encoded\" is missing");
     EXPECT_EQ(problemOf(with(laz, COMPRESSION, std::uint16_t{1})),
@@ -177,10 +181,24 @@ TEST(LasFile, ThatPromisesMoreThanItHoldsIsAnError) {
               "a.laz: the chunk table ends 1 points before the 251 that the header says");
     // A chunk of very many points: neither memory nor time follows the promise.
     const std::string one = with(fileOf("format2-one-point"), COMPRESSION + 12, std::uint32_t{1} << 28);
-    EXPECT_NE(problemOf(with(one, OLD_POINT_COUNT, std::uint32_t{1} << 26)).find("bytes are too few for"),
+    EXPECT_NE(problemOf(with(one, OLD_POINT_COUNT, std::uint32_t{1} << 21)).find("bytes are too few for"),
               std::string::npos);
-    EXPECT_NE(problemOf(with(one, OLD_POINT_COUNT, std::uint32_t{1} << 27)).find("more than a tile may have"),
-              std::string::npos);
+    EXPECT_NE(
+        problemOf(with(one, OLD_POINT_COUNT, (std::uint32_t{1} << 21) + 1)).find("more than a tile may have"),
+        std::string::npos);
+}
+
+TEST(LasTile, ItsExtraBytesCostNoMoreThanTheFileIsWorth) {
+    std::string manyExtra = RandomCloud{0, 0, 4097}.lasFile();
+    EXPECT_EQ(problemOf(manyExtra), "a.laz: 4097 extra bytes a point are more than a tile may have");
+    // One chunk of two million points: the layers of their extra bytes need not be there.
+    std::string file = with(fileOf("format7-extra2-chunk1"), RECORD_LENGTH, std::uint16_t{36 + 60});
+    file = with(file, 247, std::uint64_t{1} << 21);
+    file = with(with(file, 477, std::uint16_t{60}), 441, std::uint32_t{1} << 28);
+    const TestSupport::LargeAllocations large(std::size_t{1} << 20);
+    const std::string problem = problemOf(file);
+    EXPECT_NE(problem.find("its 2097152 points of "), std::string::npos) << problem;
+    EXPECT_EQ(large.here(), 0u);
 }
 
 TEST(LasTile, StopsWhenAsked) {

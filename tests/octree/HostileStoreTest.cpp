@@ -1,0 +1,184 @@
+#include <core/ExceptionChain.h>
+#include <octree/JsonDocument.h>
+#include <octree/Octree.h>
+#include <octree/OpenStopped.h>
+#include <octree/RandomAccessFile.h>
+#include <octree/StoreError.h>
+
+#include <gtest/gtest.h>
+#include <tests/support/LargeAllocations.h>
+#include <tests/support/PotreeFixture.h>
+
+#include <functional>
+#include <thread>
+
+using Octree::OctreeNodeId;
+using Support::hierarchyRecord;
+using Support::PotreeFixture;
+using TestSupport::LargeAllocations;
+
+namespace {
+
+constexpr std::size_t MEBIBYTE = std::size_t{1} << 20;
+
+std::string messageOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const Octree::StoreError& error) {
+        return Core::exceptionChain(error);
+    }
+    return "none";
+}
+
+/// Of opening the store and reading its root; allocations count from that many bytes on.
+std::string messageOf(const PotreeFixture& fixture, std::size_t large, std::size_t& allocations) {
+    const LargeAllocations counter(large);
+    const std::string message = messageOf([&] {
+        const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+        Octree::NodePointData data;
+        octree.getNodePointData(OctreeNodeId(), data);
+    });
+    allocations = counter.here();
+    return message;
+}
+
+void setRoot(PotreeFixture& fixture, std::uint32_t count, std::uint64_t size) {
+    fixture.metadata["points"] = count;
+    fixture.hierarchy.replace(0, 22, hierarchyRecord(0, 0b00010010, count, 0, size));
+}
+
+/// A complete tree of so many levels below r4, of nodes without points.
+void growBelowR4(PotreeFixture& fixture, std::size_t levels) {
+    std::string chunk;
+    for (std::size_t level = 0, nodes = 1; level <= levels; ++level, nodes *= 8) {
+        for (std::size_t i = 0; i < nodes; ++i) {
+            chunk += hierarchyRecord(0, level < levels ? 255 : 0, 0, 0, 0);
+        }
+    }
+    fixture.hierarchy.replace(44, 22, hierarchyRecord(2, 0, 0, 66, chunk.size()));
+    fixture.hierarchy.replace(66, std::string::npos, chunk);
+    fixture.writeAll();
+}
+
+}  // namespace
+
+TEST(HostileStore, IsRefusedBeforeItCostsAnything) {
+    struct Attack {
+        std::function<void(PotreeFixture&)> change;
+        const char* message;
+        std::size_t large = MEBIBYTE;
+    };
+    const auto list = [](std::size_t count) { return nlohmann::json(std::vector<int>(count, 1)); };
+    const Attack attacks[] = {
+        {[](auto& store) { setRoot(store, (1u << 21) + 1, 50); },
+         "its 2097153 points of 26 bytes are more than a node may have"},
+        {[](auto& store) {
+             store.metadata["attributes"].push_back(Support::attribute("x", 65000, "undefined"));
+             setRoot(store, 1u << 20, 50);
+         },
+         "its 1048576 points of 65026 bytes are too many for 50 bytes in the file"},
+        {[](auto& store) { store.hierarchy.replace(1, 1, "\xff"); },
+         "is cut short: it names 9 nodes and has 3 records"},
+        {[&](auto& store) { store.metadata["scale"] = list(200000); },
+         "key \"scale\" is not a list of at most 65536 elements", 32 * MEBIBYTE},
+        {[](auto& store) { store.metadata["name"] = std::string(MEBIBYTE, 'x'); },
+         "is larger than any metadata.json"},
+        {[](auto& store) { store.metadata["version"] = std::string(500000, '3'); }, "333...", 4 * MEBIBYTE},
+        {[](auto& store) { store.metadata["encoding"] = "\x1b]0;gone\a\xc2\x9b"; },
+         "encoding \"?]0;gone??\" is not supported"}};
+    for (const Attack& attack : attacks) {
+        PotreeFixture fixture;
+        attack.change(fixture);
+        fixture.writeAll();
+        std::size_t allocations = 0;
+        const std::string message = messageOf(fixture, attack.large, allocations);
+        EXPECT_NE(message.find(attack.message), std::string::npos) << message;
+        EXPECT_LT(message.size(), 3000u);
+        EXPECT_EQ(allocations, 0u) << message;
+    }
+}
+
+TEST(HostileStore, GivesBytesOutOnce) {
+    PotreeFixture fixture("UNCOMPRESSED");
+    fixture.hierarchy.replace(22, 22, hierarchyRecord(1, 0, 3, 0, 60));  // r1 has the bytes of the root
+    const auto read = [&fixture](const std::vector<OctreeNodeId>& ids) {
+        fixture.writeAll();
+        return messageOf([&] {
+            const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+            for (const OctreeNodeId id : ids) {
+                Octree::NodePointData data(static_cast<unsigned>(Octree::Attribute::Color));
+                octree.getNodePointData(id, data);
+            }
+        });
+    };
+    const OctreeNodeId r, r1 = r.child(1), r4 = r.child(4);
+    EXPECT_EQ(read({r, r, r, r1, r}), "none");
+    const auto hasText = [](const std::string& text, const char* part) {
+        return text.find(part) != std::string::npos;
+    };
+    EXPECT_TRUE(hasText(read({r, r1, r4}),
+                        "r4: with its 2 points the nodes read have more than the 7 of the whole store"));
+    fixture.metadata["points"] = 100;
+    fixture.hierarchy.replace(66, 22, hierarchyRecord(0, 0b01001000, 3, 0, 60));
+    EXPECT_TRUE(hasText(read({r, r1, r4}),
+                        "r4: with its 60 bytes the nodes read take more than the 140 of octree.bin"));
+}
+
+TEST(HostileStore, NamesOfAttributesCanBeShown) {
+    PotreeFixture fixture;
+    fixture.metadata["attributes"][1]["name"] = "\x1b]0;gone\x07" + std::string(1000, 'x');
+    fixture.writeAll();
+    const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+    EXPECT_EQ(octree.attributes()[1].name, "?]0;gone?" + std::string(247, 'x') + "...");
+}
+
+TEST(JsonDocument, IsDestroyedWithoutAllocating) {
+    auto document = std::make_unique<Octree::JsonDocument>(Octree::JsonDocument::parse(
+        R"({"a": [[1, [2, {"b": "long enough for the heap, surely"}]], []]})", "f"));
+    const LargeAllocations counter(1);
+    document.reset();
+    EXPECT_EQ(counter.here(), 0u);
+}
+
+TEST(HostileStore, FilesThatChangeWhileTheyAreReadAreNoticed) {
+    const Support::TemporaryFolder folder;
+    char bytes[4];
+    for (const char* now : {"1234", "12345", "123"}) {
+        folder.write("file", "1234");
+        const Octree::RandomAccessFile file(folder.path() / "file");
+        folder.write("file", now);
+        const std::string message = messageOf([&] { file.readAll(bytes, {}); });
+        const char* const problem = now[3] == '\0'   ? "ends at byte 3"
+                                    : now[4] == '\0' ? "none"
+                                                     : "grows while";
+        EXPECT_NE(message.find(problem), std::string::npos) << message;
+    }
+}
+
+TEST(StoreOpening, Stops) {
+    const PotreeFixture fixture;
+    std::stop_source stop;
+    const Octree::Location location{PoTree::FileSystemLocation(fixture.folder.path())};
+    EXPECT_NO_THROW(Octree::Octree(location, 1.0, stop.get_token()));
+    stop.request_stop();
+    EXPECT_THROW(Octree::Octree(location, 1.0, stop.get_token()), Octree::OpenStopped);
+}
+
+TEST(StoreOpening, AStoppedHierarchyChunkIsLoadedByTheNextWhoAsks) {
+    PotreeFixture fixture;
+    growBelowR4(fixture, 5);
+    const OctreeNodeId r4 = OctreeNodeId().child(4);
+    const OctreeNodeId deep = r4.child(7).child(0).child(5).child(1).child(6);
+    for (int i = 0; i < 20; ++i) {
+        const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
+        std::stop_source stop;
+        std::jthread stopping([&stop, i] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(i));
+            stop.request_stop();
+        });
+        octree.children(deep, stop.get_token());
+        EXPECT_TRUE(octree.children(deep).empty());
+        EXPECT_EQ(octree.children(r4).size(), 8u);
+        EXPECT_EQ(octree.children(deep.parent()).size(), 8u);
+    }
+}
