@@ -50,7 +50,7 @@ install(TARGETS LumaroRender EXPORT LumaroRenderTargets
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT sdk)
 
 # Headers of the inside: nothing that they declare is exported, and none of the others includes them.
-set(private_core BackgroundThread Brotli GrowingBuffer LoadingQueue LoadingTask LoadingWorkers)
+set(private_core BackgroundThread Brotli ExceptionLog GrowingBuffer LoadingQueue LoadingTask LoadingWorkers)
 set(private_graphics ImageFile Jpeg PanoramaGrid Pfm Png)
 set(private_octree ChildCube IntensityRange JsonValue RandomAccessFile StoppableMutex las/.*
     entwine/EntwineTree entwine/Hierarchy entwine/HierarchyPage entwine/Metadata entwine/NodeKey entwine/Tile
