@@ -27,8 +27,8 @@ bool isDevice(std::string_view part) {
     if (std::find(devices.begin(), devices.end(), name) != devices.end()) {
         return true;
     }
-    // Digits, also the raised ones of Latin-1.
-    constexpr std::string_view digits = "0 1 2 3 4 5 6 7 8 9 \u00b9 \u00b2 \u00b3 ";
+    // Digits, also the raised 1 to 3, in UTF-8.
+    constexpr std::string_view digits = "0 1 2 3 4 5 6 7 8 9 \xc2\xb9 \xc2\xb2 \xc2\xb3 ";
     return (name.starts_with("COM") || name.starts_with("LPT")) && name.size() > 3 &&
            digits.find(name.substr(3) + ' ') != std::string_view::npos;
 }

@@ -311,7 +311,7 @@ TEST_F(ObjMeshLoaderTest, NoNameInAFileLeadsOutOfItsFolder) {
     for (const char* const name :
          {"", ".", "below", "../secret.mtl", "below/../own.mtl", "/secret.mtl", "\\\\server\\share\\m.mtl",
           "//server/share/m.mtl", "C:own.mtl", "below/own.mtl:stream", "aux.mtl", "Nul", "com1.mtl",
-          "LPT\u00b2 .mtl", "conin$", ".. /secret.mtl", "a\nb"}) {
+          "LPT\xc2\xb2 .mtl", "conin$", ".. /secret.mtl", "a\nb"}) {
         EXPECT_EQ(Render::fileWithin(inside, name), "") << name;
     }
     std::error_code code;
