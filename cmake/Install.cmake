@@ -50,7 +50,7 @@ install(TARGETS LumaroRender EXPORT LumaroRenderTargets
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT sdk)
 
 # Headers of the inside: nothing that they declare is exported, and none of the others includes them.
-set(private_core BackgroundThread Brotli GrowingBuffer LoadingQueue LoadingTask LoadingWorkers)
+set(private_core BackgroundThread Brotli ExceptionLog GrowingBuffer LoadingQueue LoadingTask LoadingWorkers)
 set(private_graphics ImageFile Jpeg PanoramaGrid Pfm Png)
 set(private_octree ChildCube IntensityRange JsonDocument JsonValue NodeLimits Printable RandomAccessFile StoppableMutex
     las/.*
@@ -65,8 +65,8 @@ set(private_render core/DepthTerms core/ReadMapping core/TargetNames core/Upload
     pointcloud/NodeId pointcloud/NodeLoads pointcloud/NodePrioritizer pointcloud/NodeVertexLoader pointcloud/NodeVertexPacking
     pointcloud/NodeVertexSource pointcloud/NodeWalk pointcloud/PointCloudGpu
     pointcloud/PointCloudStreamer pointcloud/PointPool pointcloud/PublishedNodes pointcloud/ResidentNodes pointcloud/WalkParameters
-    renderables/LineBuffer renderables/ObjLines renderables/ObjMeshLoader renderables/PanoDistances
-    renderables/PanoGpu renderables/PanoLoading renderables/PanoTiles)
+    renderables/FileWithin renderables/LineBuffer renderables/ObjLines renderables/ObjMeshLoader renderables/PanoDistances
+    renderables/PanoGpu renderables/PanoLoading renderables/PanoTiles renderables/PolygonCutter)
 foreach(folder IN ITEMS core math graphics octree render)
   list(JOIN private_${folder} "|" private)
   file(GLOB_RECURSE headers CONFIGURE_DEPENDS RELATIVE "${PROJECT_SOURCE_DIR}/${folder}"

@@ -1,10 +1,8 @@
 #include <core/BackgroundThread.h>
 
-#include <core/ExceptionChain.h>
-#include <core/Log.h>
+#include <core/ExceptionLog.h>
 #include <core/Mutex.h>
 
-#include <exception>
 #include <mutex>
 #include <utility>
 
@@ -23,7 +21,7 @@ public:
 
 private:
     void signal(bool& flag);  ///< Sets one of the flags below and stops the current run.
-    void runOnce(std::stop_token stop) const;
+    void runOnce(std::unique_lock<std::mutex>& lock);
 
     const std::function<void(std::stop_token)> mFunction;
 
@@ -64,13 +62,7 @@ void BackgroundThread::Worker::work() {
         }
         mRunDue = false;
         mInRun = true;
-        mStop = std::stop_source();
-        const std::stop_token stop = mStop.get_token();
-
-        lock.unlock();
-        runOnce(stop);
-        lock.lock();
-
+        runOnce(lock);
         mInRun = false;
         if (!mRunDue) {
             mIdle.notify_all();
@@ -78,14 +70,19 @@ void BackgroundThread::Worker::work() {
     }
 }
 
-void BackgroundThread::Worker::runOnce(std::stop_token stop) const {
+void BackgroundThread::Worker::runOnce(std::unique_lock<std::mutex>& lock) {
     try {
+        mStop = std::stop_source();
+        std::stop_token stop = mStop.get_token();
+        lock.unlock();
         mFunction(std::move(stop));
-    } catch (const std::exception& exception) {
-        Log::error("A background thread's function failed: " + exceptionChain(exception));
     } catch (...) {
-        Log::error("A background thread's function failed: unknown exception");
+        if (lock.owns_lock()) {  // There was no memory to begin.
+            lock.unlock();
+        }
+        logCurrentException("A background thread's function failed");
     }
+    lock.lock();
 }
 
 BackgroundThread::BackgroundThread(std::function<void(std::stop_token)> function)

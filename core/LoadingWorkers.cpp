@@ -1,12 +1,10 @@
 #include <core/LoadingWorkers.h>
 
-#include <core/ExceptionChain.h>
+#include <core/ExceptionLog.h>
 #include <core/LoadingPool.h>
-#include <core/Log.h>
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
 #include <limits>
 #include <utility>
 
@@ -30,10 +28,8 @@ template <class Function>
 void callLogged(Function&& function) {
     try {
         function();
-    } catch (const std::exception& exception) {
-        Log::error("A loading task failed: " + exceptionChain(exception));
     } catch (...) {
-        Log::error("A loading task failed: unknown exception");
+        logCurrentException("A loading task failed");
     }
 }
 
@@ -84,23 +80,20 @@ void LoadingWorkers::dropStopped(Queue& queue) {
 
 void LoadingWorkers::close(const std::shared_ptr<Queue>& queue) {
     std::vector<Queue::Entry> dropped;
-    std::vector<std::stop_source> running;
-    {
-        const std::lock_guard lock(mMutex);
-        dropped.swap(queue->tasks);
-        mRotation.remove(queue);
-        queue->isInRotation = false;
-        for (const Active& active : mActive) {
-            if (active.queue == queue.get()) {
-                running.push_back(active.stop);
-            }
-        }
-    }
-    for (std::stop_source& stop : running) {
-        stop.request_stop();
-    }
-    drop(dropped);
     std::unique_lock lock(mMutex);
+    dropped.swap(queue->tasks);
+    mRotation.remove(queue);
+    queue->isInRotation = false;
+    // One after another, as a destructor calls this and a list of them would take memory.
+    while (std::stop_source* const running = unstopped(*queue)) {
+        std::stop_source stop = *running;
+        lock.unlock();
+        stop.request_stop();
+        lock.lock();
+    }
+    lock.unlock();
+    drop(dropped);
+    lock.lock();
     mEnded.wait(lock, [&] { return !runsElsewhere(*queue); });
 }
 
@@ -218,6 +211,13 @@ void LoadingWorkers::wakeOrStartThread() noexcept {
 void LoadingWorkers::startThread() {
     mActive.reserve(mThreads.size() + 1);  // So that beginning a task cannot fail.
     mThreads.emplace_back([self = shared_from_this()] { self->work(); });
+}
+
+std::stop_source* LoadingWorkers::unstopped(const Queue& queue) {
+    const auto found = std::find_if(mActive.begin(), mActive.end(), [&](const Active& active) {
+        return active.queue == &queue && !active.stop.stop_requested();
+    });
+    return found != mActive.end() ? &found->stop : nullptr;
 }
 
 bool LoadingWorkers::runsElsewhere(const Queue& queue) const {

@@ -65,6 +65,7 @@ private:
     Queue::Entry takeNextTask(std::shared_ptr<Queue>& queue);
     void wakeOrStartThread() noexcept;
     void startThread();
+    std::stop_source* unstopped(const Queue& queue);  ///< Of a task that runs; null without one.
     bool runsElsewhere(const Queue& queue) const;
 
     mutable Mutex mMutex;  ///< Guards all below and the queues.

@@ -1,10 +1,8 @@
 #include <render/pointcloud/BudgetListener.h>
 
-#include <core/ExceptionChain.h>
-#include <core/Log.h>
+#include <core/ExceptionLog.h>
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 
 namespace Render {
@@ -22,10 +20,8 @@ void BudgetListener::tell(const BudgetNews& news) {
     }
     try {
         mCallback(news);
-    } catch (const std::exception& exception) {
-        Core::Log::error("A point cloud failed to follow the budget: " + Core::exceptionChain(exception));
     } catch (...) {
-        Core::Log::error("A point cloud failed to follow the budget: unknown exception");
+        Core::logCurrentException("A point cloud failed to follow the budget");
     }
     const std::lock_guard lock(mMutex);
     mCallers.erase(std::find(mCallers.begin(), mCallers.end(), self));

@@ -16,8 +16,8 @@ bool isLineEnd(char c) {
 
 }  // namespace
 
-LineBuffer::LineBuffer(const std::filesystem::path& file)
-    : mName(Core::pathToUtf8(file)), mBuffer(2 * maxLineLength) {
+LineBuffer::LineBuffer(const std::filesystem::path& file, std::stop_token stop)
+    : mName(Core::pathToUtf8(file)), mStop(std::move(stop)), mBuffer(2 * maxLineLength) {
     // Some systems open a folder.
     std::error_code code;
     if (!std::filesystem::is_directory(file, code)) {
@@ -62,6 +62,9 @@ bool LineBuffer::hasEndlessExponent(std::string_view line) {
 LineBuffer::int_type LineBuffer::underflow() {
     for (;;) {
         ++mLineNumber;
+        if (mStop.stop_requested()) {
+            fail("loading was stopped");
+        }
         const Line found = nextLine();
         if (found.lengthWithEnd == 0) {
             return traits_type::eof();
@@ -70,7 +73,12 @@ LineBuffer::int_type LineBuffer::underflow() {
         mBegin += found.lengthWithEnd;
         std::string_view line(first, found.length);
         line = line.substr(0, line.find('\0'));
-        char* const shown = first + (admits(withoutBlanksBefore(line)) ? 0 : found.length);
+        mReplacement.clear();
+        char* shown = first + (admits(withoutBlanksBefore(line)) ? 0 : found.length);
+        if (!mReplacement.empty()) {
+            shown = first + found.length - mReplacement.size();
+            std::copy(mReplacement.begin(), mReplacement.end(), shown);
+        }
         char* const last = first + found.lengthWithEnd;
         if (shown != last) {
             setg(shown, shown, last);

@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <filesystem>
 #include <fstream>
+#include <stop_token>
 #include <streambuf>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Render {
@@ -13,14 +15,14 @@ namespace Render {
 /// Hands a text file on line by line, looking at each before, for a reader that takes lines of any length and
 /// believes what they say. Lines end as that reader sees it: with a line feed, a carriage return or both.
 ///
-/// Throws std::runtime_error naming file and line for a line of more than maxLineLength bytes and when the
-/// file cannot be read; a stream passes it on if its exceptions() have the badbit.
+/// Throws std::runtime_error naming file and line for a line of more than maxLineLength bytes, when the file
+/// cannot be read and when it is stopped; a stream passes it on if its exceptions() have the badbit.
 class LineBuffer : public std::streambuf {
 public:
     /// Room for a polygon of ten thousand corners with the longest of indices.
     static constexpr std::size_t maxLineLength = std::size_t{512} * 1024;
 
-    explicit LineBuffer(const std::filesystem::path& file);
+    explicit LineBuffer(const std::filesystem::path& file, std::stop_token stop = {});
 
     /// False when there is no such file, and for folders.
     bool isOpen() const { return mFile.is_open(); }
@@ -32,6 +34,8 @@ protected:
     /// empty one comes in its place.
     virtual bool admits(std::string_view line) = 0;
 
+    /// Within admits(): what comes in the line's place. Not longer than the line.
+    void replaceBy(std::string text) { mReplacement = std::move(text); }
     std::size_t lineNumber() const { return mLineNumber; }
     [[noreturn]] void fail(const std::string& what) const;
 
@@ -55,7 +59,9 @@ private:
 
     std::string mName;
     std::ifstream mFile;
+    std::stop_token mStop;
     std::vector<char> mBuffer;
+    std::string mReplacement;
     std::size_t mBegin = 0;  // What is read and not yet handed on lies between these.
     std::size_t mEnd = 0;
     std::size_t mLineNumber = 0;

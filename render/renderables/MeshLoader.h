@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <vector>
 
 namespace Render {
@@ -30,9 +31,12 @@ public:
     /// `origin`: coordinates are read and moved in double, so that those of a survey keep their digits.
     /// Polygons are cut into triangles; lines, points and materials do not count. A face that lacks a normal
     /// is flat. Nothing is read before load(), which throws std::runtime_error naming the file when it cannot
-    /// be read, is damaged or has lines of unreasonable length, and prints the reader's warnings.
+    /// be read, is damaged, has lines of unreasonable length or a face of more than 128 corners that is made
+    /// to take long, and when `stop` is signalled; it prints the reader's warnings. Material files are looked
+    /// for in the file's own folder and nowhere else.
     static std::shared_ptr<MeshLoader> fromObjFile(const std::filesystem::path& file,
-                                                   const Math::Point<double, 3>& origin = {0, 0, 0});
+                                                   const Math::Point<double, 3>& origin = {0, 0, 0},
+                                                   std::stop_token stop = {});
 };
 
 }  // namespace Render

@@ -8,6 +8,12 @@
 
 namespace Render {
 
+namespace {
+
+constexpr std::size_t maxLargeFaces = 100000000;
+
+}  // namespace
+
 void ObjLines::requireIndicesInRange() const {
     for (std::size_t kind = 0; kind < KindCount; ++kind) {
         if (mGreatest[kind].index > mCounts[kind]) {
@@ -54,15 +60,33 @@ void ObjLines::requireNumbers(std::string_view line) const {
 
 void ObjLines::checkFace(std::string_view corners) {
     ++mFaces;
+    mCorners.clear();
     for (corners = withoutBlanksBefore(corners); !corners.empty(); corners = withoutBlanksBefore(corners)) {
         const auto length =
             static_cast<std::size_t>(std::find_if(corners.begin(), corners.end(), isBlank) - corners.begin());
-        checkCorner(corners.substr(0, length));
+        mCorners.push_back(checkCorner(corners.substr(0, length)));
         corners.remove_prefix(length);
+    }
+    if (mCorners.size() > maxReaderCorners) {
+        takeFromReader();
     }
 }
 
-void ObjLines::checkCorner(std::string_view corner) {
+void ObjLines::takeFromReader() {
+    std::string vertex = " 0";  // Which the reader reports.
+    if (std::none_of(mCorners.begin(), mCorners.end(),
+                     [](const Indices& corner) { return corner.vertex < 0; })) {
+        if (mLargeFaces.size() == maxLargeFaces) {
+            fail("more faces of so many corners than can be read");
+        }
+        vertex = ' ' + std::to_string(firstLargeFace + static_cast<std::int64_t>(mLargeFaces.size()) + 1);
+        mLargeFaces.push_back({mCorners, lineNumber()});
+    }
+    replaceBy('f' + vertex + vertex + vertex);
+}
+
+ObjLines::Indices ObjLines::checkCorner(std::string_view corner) {
+    Indices indices;
     for (std::size_t kind = 0; kind < KindCount && !corner.empty(); ++kind) {
         const char* const end = corner.data() + corner.size();
         Reference reference{0, mFaces, lineNumber()};
@@ -78,9 +102,19 @@ void ObjLines::checkCorner(std::string_view corner) {
         if (reference.index > mGreatest[kind].index) {
             mGreatest[kind] = reference;
         }
+        (kind == Vertex     ? indices.vertex
+         : kind == TexCoord ? indices.texCoord
+                            : indices.normal) = indexFromZero(kind, reference.index);
         corner.remove_prefix(std::min(corner.find('/'), corner.size()));
         corner.remove_prefix(corner.empty() ? 0 : 1);
     }
+    return indices;
+}
+
+int ObjLines::indexFromZero(std::size_t kind, std::int64_t index) const {
+    const std::int64_t fromZero =
+        index < 0 ? std::max<std::int64_t>(index, -mCounts[kind] - 1) + mCounts[kind] : index - 1;
+    return static_cast<int>(std::min<std::int64_t>(fromZero, std::numeric_limits<int>::max()));
 }
 
 void ObjLines::failAt(const Reference& reference, std::size_t kind) const {

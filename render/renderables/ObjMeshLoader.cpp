@@ -1,7 +1,11 @@
 #include <core/File.h>
+#include <render/renderables/FileWithin.h>
 #include <render/renderables/ObjLines.h>
 #include <render/renderables/ObjMeshLoader.h>
+#include <render/renderables/PolygonCutter.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <iostream>
@@ -33,8 +37,9 @@ constexpr int maxMaterialFiles = 256;
 /// The lines of a material file.
 class MaterialLines : public LineBuffer {
 public:
-    MaterialLines(const std::filesystem::path& file, std::vector<tinyobj::material_t>& materials)
-        : LineBuffer(file), mMaterials(materials) {}
+    MaterialLines(const std::filesystem::path& file, const std::stop_token& stop,
+                  std::vector<tinyobj::material_t>& materials)
+        : LineBuffer(file, stop), mMaterials(materials) {}
 
 protected:
     /// The rest of a material would only take memory: these are its name and what the reader warns of.
@@ -54,7 +59,8 @@ private:
 /// Reads material files beside the OBJ file.
 class MaterialReader : public tinyobj::MaterialReader {
 public:
-    explicit MaterialReader(const std::filesystem::path& objFile) : mFolder(objFile.parent_path()) {}
+    MaterialReader(const std::filesystem::path& objFile, std::stop_token stop)
+        : mFolder(objFile.parent_path()), mStop(std::move(stop)) {}
 
     bool operator()(const std::string& name, std::vector<tinyobj::material_t>* materials,
                     std::map<std::string, int>* indices, std::string* warnings,
@@ -62,12 +68,10 @@ public:
         if (++mFiles > maxMaterialFiles) {
             return false;
         }
-        std::error_code code;
-        const std::filesystem::path file = inFolder(name);
-        // Neither a folder nor a device, which could be without end.
-        if (std::filesystem::is_regular_file(file, code)) {
+        const std::filesystem::path file = fileWithin(mFolder, name);
+        if (!file.empty()) {
             requireSpace(file);
-            MaterialLines lines(file, *materials);
+            MaterialLines lines(file, mStop, *materials);
             if (lines.isOpen()) {
                 std::istream stream(&lines);
                 stream.exceptions(std::ios::badbit);
@@ -81,17 +85,6 @@ public:
     }
 
 private:
-    /// Never outside by an absolute path or the name of a drive or machine. Empty for a name that is no text.
-    std::filesystem::path inFolder(const std::string& name) const {
-        try {
-            std::filesystem::path file = mFolder.empty() ? std::filesystem::path(".") : mFolder;
-            file += '/';
-            return file += std::u8string(name.begin(), name.end());
-        } catch (const std::system_error&) {
-            return {};
-        }
-    }
-
     void requireSpace(const std::filesystem::path& file) {
         std::error_code code;
         const std::uintmax_t size = std::filesystem::file_size(file, code);
@@ -104,6 +97,7 @@ private:
     }
 
     std::filesystem::path mFolder;
+    std::stop_token mStop;
     std::uintmax_t mSpace = maxMaterialBytes;
     int mFiles = 0;
 };
@@ -160,37 +154,96 @@ bool readCorner(const tinyobj::attrib_t& attributes, const tinyobj::index_t& ind
     return true;
 }
 
-std::vector<Vertex> readFaces(const tinyobj::attrib_t& attributes, const tinyobj::mesh_t& mesh,
-                              const D& origin) {
-    std::vector<Vertex> vertices(3 * mesh.num_face_vertices.size());
-    for (std::size_t first = 0; first < vertices.size(); first += 3) {
-        bool hasNormals = true;
-        for (std::size_t i = first; i < first + 3; ++i) {
-            hasNormals &= readCorner(attributes, mesh.indices[i], origin, vertices[i]);
+struct Contents {
+    tinyobj::attrib_t attributes;
+    std::vector<tinyobj::shape_t> shapes;
+    std::vector<ObjLines::LargeFace> largeFaces;
+};
+
+using Corners = std::array<tinyobj::index_t, 3>;
+
+void addTriangle(const tinyobj::attrib_t& attributes, const Corners& corners, const D& origin,
+                 std::vector<Vertex>& vertices) {
+    bool hasNormals = true;
+    for (const tinyobj::index_t& corner : corners) {
+        hasNormals &= readCorner(attributes, corner, origin, vertices.emplace_back());
+    }
+    if (!hasNormals) {
+        const P normal = faceNormal(&vertices[vertices.size() - 3]);
+        for (std::size_t i = vertices.size() - 3; i < vertices.size(); ++i) {
+            vertices[i].normal = normal;
         }
-        if (!hasNormals) {
-            const P normal = faceNormal(&vertices[first]);
-            for (std::size_t i = first; i < first + 3; ++i) {
-                vertices[i].normal = normal;
-            }
+    }
+}
+
+void addLargeFace(const tinyobj::attrib_t& attributes, const ObjLines::LargeFace& face, const D& origin,
+                  const std::stop_token& stop, std::vector<Vertex>& vertices) {
+    std::vector<D> places;
+    places.reserve(face.corners.size());
+    for (const ObjLines::Indices& corner : face.corners) {
+        const double* const place = &attributes.vertices[static_cast<std::size_t>(corner.vertex) * 3];
+        places.emplace_back(place[0], place[1], place[2]);
+    }
+    for (const PolygonCutter::Triangle& triangle : PolygonCutter(places).cut(stop)) {
+        Corners corners;
+        std::transform(triangle.begin(), triangle.end(), corners.begin(), [&](std::uint32_t number) {
+            const ObjLines::Indices& corner = face.corners[number];
+            return tinyobj::index_t{corner.vertex, corner.normal, corner.texCoord};
+        });
+        addTriangle(attributes, corners, origin, vertices);
+    }
+}
+
+std::vector<Vertex> readFaces(const Contents& contents, const tinyobj::mesh_t& mesh, const D& origin,
+                              const std::stop_token& stop) {
+    std::vector<Vertex> vertices;
+    vertices.reserve(mesh.indices.size());
+    for (std::size_t first = 0; first + 2 < mesh.indices.size() && !stop.stop_requested(); first += 3) {
+        const Corners corners{mesh.indices[first], mesh.indices[first + 1], mesh.indices[first + 2]};
+        if (corners[0].vertex_index < ObjLines::firstLargeFace) {
+            addTriangle(contents.attributes, corners, origin, vertices);
+            continue;
+        }
+        const auto& face =
+            contents.largeFaces[static_cast<std::size_t>(corners[0].vertex_index - ObjLines::firstLargeFace)];
+        try {
+            addLargeFace(contents.attributes, face, origin, stop, vertices);
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error("line " + std::to_string(face.line) + ": " + error.what());
         }
     }
     return vertices;
 }
 
-struct Contents {
-    tinyobj::attrib_t attributes;
-    std::vector<tinyobj::shape_t> shapes;
-};
+/// What a file makes the reader say: not without end, and nothing that a terminal obeys.
+std::string harmless(std::string text) {
+    constexpr std::size_t longest = 4096;
+    if (text.size() > longest) {
+        text.resize(longest);
+        text += "...\n";
+    }
+    std::replace_if(
+        text.begin(), text.end(),
+        [](char c) { return c != '\n' && (static_cast<unsigned char>(c) < ' ' || c == '\x7f'); }, '?');
+    return text;
+}
 
-Contents read(const std::filesystem::path& file) {
-    ObjLines lines(file);
+/// The reader warns of the vertices that stand for large faces; what is beyond the others is an error.
+void dropWarningOfRange(std::string& warnings) {
+    const std::size_t begin = warnings.find("Vertex indices out of bounds");
+    if (begin != std::string::npos) {
+        warnings.erase(begin, warnings.find("\n\n", begin) + 2 - begin);
+    }
+}
+
+Contents read(const std::filesystem::path& file, const std::stop_token& stop) {
+    ObjLines lines(file, stop);
     if (!lines.isOpen()) {
         throw std::runtime_error("TinyObjReader: Cannot open file [" + lines.name() + ']');
     }
     std::istream stream(&lines);
     stream.exceptions(std::ios::badbit);
-    MaterialReader materialReader(file);
+    MaterialReader materialReader(file, stop);
     Contents contents;
     std::vector<tinyobj::material_t> materials;
     std::string warnings;
@@ -200,29 +253,36 @@ Contents read(const std::filesystem::path& file) {
                                          /*default_vcols_fallback=*/true);
     if (!isRead && !errors.empty()) {
         errors.erase(errors.find_last_not_of('\n') + 1);
-        throw std::runtime_error("TinyObjReader: " + errors + " in file [" + lines.name() + ']');
+        throw std::runtime_error("TinyObjReader: " + harmless(errors) + " in file [" + lines.name() + ']');
     }
     lines.requireIndicesInRange();
+    contents.largeFaces = std::move(lines.largeFaces());
+    dropWarningOfRange(warnings);
     if (!warnings.empty()) {
-        std::cout << "TinyObjReader: " << warnings;
+        std::cout << "TinyObjReader: " << harmless(std::move(warnings));
     }
     return contents;
 }
 
 }  // namespace
 
-ObjMeshLoader::ObjMeshLoader(std::filesystem::path file, const D& origin)
-    : mFile(std::move(file)), mOrigin(origin) {}
+ObjMeshLoader::ObjMeshLoader(std::filesystem::path file, const D& origin, std::stop_token stop)
+    : mFile(std::move(file)), mOrigin(origin), mStop(std::move(stop)) {}
 
 void ObjMeshLoader::load(OnPart onPart) {
-    Contents contents = read(mFile);
+    Contents contents = read(mFile, mStop);
     for (tinyobj::shape_t& shape : contents.shapes) {
         std::vector<Vertex> vertices;
         try {
-            vertices = readFaces(contents.attributes, shape.mesh, mOrigin);
+            vertices = readFaces(contents, shape.mesh, mOrigin, mStop);
         } catch (const std::out_of_range& error) {
-            throw std::runtime_error(Core::pathToUtf8(mFile) + ": a face of \"" + shape.name + "\" " +
-                                     error.what());
+            throw std::runtime_error(Core::pathToUtf8(mFile) + ": a face of \"" + harmless(shape.name) +
+                                     "\" " + error.what());
+        } catch (const std::runtime_error& error) {
+            throw std::runtime_error(Core::pathToUtf8(mFile) + ", " + error.what());
+        }
+        if (mStop.stop_requested()) {
+            throw std::runtime_error(Core::pathToUtf8(mFile) + ": loading was stopped");
         }
         shape = {};
         onPart(vertices);

@@ -2,18 +2,23 @@
 
 #include <render/renderables/MeshLoader.h>
 
+#include <filesystem>
+#include <stop_token>
+
 namespace Render {
 
 /// See MeshLoader::fromObjFile.
 class ObjMeshLoader : public MeshLoader {
 public:
-    explicit ObjMeshLoader(std::filesystem::path file, const Math::Point<double, 3>& origin = {0, 0, 0});
+    explicit ObjMeshLoader(std::filesystem::path file, const Math::Point<double, 3>& origin = {0, 0, 0},
+                           std::stop_token stop = {});
 
     void load(OnPart onPart) override;
 
 private:
     std::filesystem::path mFile;
     Math::Point<double, 3> mOrigin;
+    std::stop_token mStop;
 };
 
 }  // namespace Render

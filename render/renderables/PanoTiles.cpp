@@ -1,5 +1,4 @@
-#include <core/ExceptionChain.h>
-#include <core/Log.h>
+#include <core/ExceptionLog.h>
 #include <core/StoppableWait.h>
 #include <render/renderables/PanoConstants.h>
 #include <render/renderables/PanoTiles.h>
@@ -82,9 +81,11 @@ void prepend(std::vector<Tile>& list, std::vector<Tile> front) {
 
 }  // namespace
 
-PanoTiles::PanoTiles(std::shared_ptr<PanoramaLoader> loader, std::string name,
+PanoTiles::PanoTiles(std::shared_ptr<PanoramaLoader> loader, const std::string& name,
                      std::function<void()> askForRedraw)
-    : mLoader(std::move(loader)), mName(std::move(name)), mAskForRedraw(std::move(askForRedraw)) {}
+    : mLoader(std::move(loader)),
+      mFailure("Loading panorama \"" + name + "\" failed"),
+      mAskForRedraw(std::move(askForRedraw)) {}
 
 void PanoTiles::check(const PanoramaLoader& loader) {
     for (const auto& [levels, kind] :
@@ -185,6 +186,7 @@ void PanoTiles::failRun(uint64_t number, std::exception_ptr error) {
 }
 
 JobState PanoTiles::run(uint64_t number, std::stop_token stop, std::function<void()> onTileLoaded) {
+    const RunThread self(*this);
     const bool onTurn = waitForTurn(number, stop);
     Outcome outcome;
     do {
@@ -194,13 +196,11 @@ JobState PanoTiles::run(uint64_t number, std::stop_token stop, std::function<voi
     } while (!end(number, outcome));
     // It may hold the last reference to the panorama, whose destructor must find this thread among the runs.
     onTileLoaded = nullptr;
-    leave();
     return outcome.state;
 }
 
 bool PanoTiles::waitForTurn(uint64_t number, std::stop_token stop) {
     std::unique_lock lock(mRunMutex);
-    mRunThreads.push_back(std::this_thread::get_id());
     if (!Core::waitUnlessStopped(mRunEnded, lock, stop, [this] { return mTurn == 0; })) {
         return false;
     }
@@ -226,14 +226,27 @@ bool PanoTiles::end(uint64_t number, const Outcome& outcome) {
     return true;
 }
 
-void PanoTiles::leave() {
-    const std::lock_guard lock(mRunMutex);
-    std::erase(mRunThreads, std::this_thread::get_id());
+PanoTiles::RunThread::RunThread(PanoTiles& tiles) : mTiles(tiles) {
+    const std::lock_guard lock(mTiles.mRunMutex);
+    mNext = std::exchange(mTiles.mRunThreads, this);
+}
+
+PanoTiles::RunThread::~RunThread() {
+    const std::lock_guard lock(mTiles.mRunMutex);
+    RunThread** link = &mTiles.mRunThreads;
+    while (*link != this) {
+        link = &(*link)->mNext;
+    }
+    *link = mNext;
 }
 
 bool PanoTiles::isCalledByRun() const {
     const std::lock_guard lock(mRunMutex);
-    return std::find(mRunThreads.begin(), mRunThreads.end(), std::this_thread::get_id()) != mRunThreads.end();
+    const RunThread* thread = mRunThreads;
+    while (thread != nullptr && thread->mId != std::this_thread::get_id()) {
+        thread = thread->mNext;
+    }
+    return thread != nullptr;
 }
 
 bool PanoTiles::beginAnew() {
@@ -247,15 +260,15 @@ bool PanoTiles::beginAnew() {
 
 PanoTiles::Outcome PanoTiles::attempt(std::stop_token stop, const std::function<void()>& onTileLoaded) {
     try {
-        try {
-            loadAll(stop, onTileLoaded);
-        } catch (...) {
-            std::throw_with_nested(std::runtime_error("Loading panorama \"" + mName + "\" failed"));
-        }
+        loadAll(stop, onTileLoaded);
         return {stop.stop_requested() ? JobState::Stopped : JobState::Completed, nullptr};
-    } catch (const std::exception& exception) {
-        Core::Log::error(Core::exceptionChain(exception));
-        return {JobState::Failed, std::current_exception()};
+    } catch (...) {
+        Core::logCurrentException(mFailure);
+        try {
+            std::throw_with_nested(std::runtime_error(mFailure));
+        } catch (...) {
+            return {JobState::Failed, std::current_exception()};
+        }
     }
 }
 

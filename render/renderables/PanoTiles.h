@@ -53,7 +53,7 @@ public:
 
     /// The loader may be null; then every run fails. `askForRedraw` is called by a run for each tile, before
     /// the run's own callback; `name` is the panorama's in messages.
-    PanoTiles(std::shared_ptr<Graphics::PanoramaLoader> loader, std::string name,
+    PanoTiles(std::shared_ptr<Graphics::PanoramaLoader> loader, const std::string& name,
               std::function<void()> askForRedraw);
 
     const std::shared_ptr<Graphics::PanoramaLoader>& loader() const { return mLoader; }
@@ -108,16 +108,31 @@ private:
         std::exception_ptr error;
     };
 
+    /// A thread in run(), waiting or loading. On that thread's stack: without memory it is known all the
+    /// same.
+    class RunThread {
+    public:
+        explicit RunThread(PanoTiles& tiles);
+        ~RunThread();
+        RunThread(const RunThread&) = delete;
+        RunThread& operator=(const RunThread&) = delete;
+
+    private:
+        friend class PanoTiles;
+        PanoTiles& mTiles;
+        const std::thread::id mId = std::this_thread::get_id();
+        RunThread* mNext = nullptr;
+    };
+
     bool waitForTurn(uint64_t number, std::stop_token stop);
     void loadAll(std::stop_token stop, const std::function<void()>& onTileLoaded);
     Outcome attempt(std::stop_token stop, const std::function<void()>& onTileLoaded);
     bool end(uint64_t number, const Outcome& outcome);
-    void leave();
     std::vector<Request> requests() const;
     void load(const Request& request);
 
     const std::shared_ptr<Graphics::PanoramaLoader> mLoader;
-    const std::string mName;
+    const std::string mFailure;  ///< What a message about one begins with.
     const std::function<void()> mAskForRedraw;
 
     mutable std::mutex mTileMutex;  ///< Guards the three below.
@@ -133,8 +148,8 @@ private:
     std::exception_ptr mError;
     uint64_t mTurn = 0;  ///< The run that loads; 0 when none does.
     uint64_t mLastRun = 0;
-    std::vector<std::thread::id> mRunThreads;  ///< In run(), waiting or loading.
-    std::atomic<bool> mBeginAnew{false};       ///< Guarded when it is set.
+    RunThread* mRunThreads = nullptr;
+    std::atomic<bool> mBeginAnew{false};  ///< Guarded when it is set.
 
     std::atomic<Core::JobState> mState{Core::JobState::NotStarted};
 };

@@ -1,12 +1,15 @@
 set(LUMARO_RENDERABLES_STREAMING_SOURCES
+    FileWithin.cpp
     LineBuffer.cpp
     MeshLoader.cpp
     ObjLines.cpp
     ObjMeshLoader.cpp
     PanoDistances.cpp
     PanoLoading.cpp
-    PanoTiles.cpp)
+    PanoTiles.cpp
+    PolygonCutter.cpp)
 set(LUMARO_RENDERABLES_STREAMING_HEADERS
+    FileWithin.h
     LineBuffer.h
     MeshLoader.h
     ObjLines.h
@@ -14,7 +17,8 @@ set(LUMARO_RENDERABLES_STREAMING_HEADERS
     PanoConstants.h
     PanoDistances.h
     PanoLoading.h
-    PanoTiles.h)
+    PanoTiles.h
+    PolygonCutter.h)
 set(LUMARO_RENDERABLES_SOURCES
     GroupRenderable.cpp
     MeshRenderable.cpp

@@ -1,5 +1,6 @@
 #include <core/BackgroundThread.h>
 #include <core/Log.h>
+#include <tests/support/FailingAllocation.h>
 
 #include <gtest/gtest.h>
 
@@ -140,6 +141,31 @@ TEST(BackgroundThreadTest, AnEscapingExceptionIsLoggedAndEndsOneRunOnly) {
     Core::Log::setSink(nullptr);
     EXPECT_EQ(runs, 2);
     EXPECT_NE(logged.find("disk on fire"), std::string::npos) << logged;
+}
+
+TEST(BackgroundThreadTest, WithoutMemoryARunFailsAndTheNextOneWorks) {
+    std::vector<std::string> logged;
+    Core::Log::setSink([&](std::string_view message) { logged.emplace_back(message); });
+    for (const bool whileItFails : {true, false}) {
+        std::atomic<int> runs = 0;
+        BackgroundThread thread([&](std::stop_token) {
+            if (++runs == 1 && whileItFails) {
+                const std::runtime_error error("disk on fire");
+                TestSupport::FailingAllocation::failAfter(0);  // The text of what goes wrong.
+                throw error;
+            }
+            TestSupport::FailingAllocation::failAfter(runs == 1 ? 0 : -1);  // What the next run begins with.
+        });
+        for (int i = 0; i < 2; ++i) {
+            thread.waitUntilIdle();
+            thread.restart();
+        }
+        thread.waitUntilIdle();
+        EXPECT_EQ(runs, whileItFails ? 3 : 2);
+    }
+    Core::Log::setSink(nullptr);
+    const std::string failed = "A background thread's function failed";
+    EXPECT_EQ(logged, (std::vector<std::string>{failed, failed + ": std::bad_alloc"}));
 }
 
 TEST(BackgroundThreadTest, TheLastOfManyConcurrentRestartsIsFollowedByARun) {

@@ -359,4 +359,9 @@ TEST(PolygonFile, SaysWhereAndWhatIsWrong) {
     EXPECT_EQ(polygonError("POLYGON EMPTY"), "area.txt, line 1: '(' is missing before 'EMPTY'");
     EXPECT_EQ(polygonError("POLYGON ((0 0, 1 0, 1 1)) 7"),
               "area.txt, line 1: there is more after the polygon: '7'");
+
+    const Support::TemporaryFolder folder;
+    folder.write("huge.txt", "0 0\n");
+    std::filesystem::resize_file(folder.path() / "huge.txt", std::uintmax_t{1} << 40);  // Takes no place.
+    EXPECT_THROW(Tool::readPolygonFile(folder.path() / "huge.txt"), std::runtime_error);
 }

@@ -2,6 +2,7 @@
 #include <tests/support/PotreeFixture.h>
 #include <tests/support/RealData.h>
 #include <tools/lumaro/Arguments.h>
+#include <tools/lumaro/OutputFile.h>
 #include <tools/lumaro/SampleScene.h>
 #include <tools/lumaro/StoreInfo.h>
 #include <tools/lumaro/Ticks.h>
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 using Place = Math::Point<double, 3>;
@@ -168,4 +170,26 @@ TEST(StoreInfo, HasTheDigitsOfTheStoresGrid) {
     EXPECT_EQ(info.cube.max, Place(0.7, 6.724, 2.24));
     EXPECT_NE(Tool::infoText(info).find("minimum     -4.985 1.039 -3.445\n"), std::string::npos);
     EXPECT_NE(Tool::infoJson(info).find("-0.789"), std::string::npos);
+}
+
+TEST(OutputFile, IsWrittenBesideWhatIsThereAndThroughNoLink) {
+    const Support::TemporaryFolder folder;
+    const std::filesystem::path target = folder.path() / "out.txt";
+    const std::filesystem::path elsewhere = folder.path() / "elsewhere.txt";
+    std::filesystem::create_symlink(elsewhere, folder.path() / "out.txt.partial1");  // Leads to nothing yet.
+    folder.write("out.txt.partial2", "another's");
+    {
+        Tool::OutputFile file(target);
+        file.stream() << "given up";
+    }
+    EXPECT_FALSE(std::filesystem::exists(target));
+    Tool::OutputFile file(target);
+    file.stream() << "content";
+    file.moveIntoPlace();
+    EXPECT_FALSE(std::filesystem::exists(elsewhere));
+    EXPECT_FALSE(std::filesystem::is_symlink(target));
+    EXPECT_EQ(std::filesystem::file_size(target), 7U);
+    EXPECT_EQ(std::filesystem::file_size(folder.path() / "out.txt.partial2"), 9U);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "out.txt.partial3"));
+    EXPECT_THROW(Tool::OutputFile(folder.path() / "none" / "out.txt"), std::runtime_error);
 }

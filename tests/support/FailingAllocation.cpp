@@ -6,6 +6,7 @@
 namespace {
 
 thread_local long remaining = -1;
+thread_local bool staysFailing = false;
 thread_local std::size_t allocations = 0;
 
 }  // namespace
@@ -14,6 +15,12 @@ namespace TestSupport {
 
 void FailingAllocation::failAfter(long count) {
     remaining = count;
+    staysFailing = false;
+}
+
+void FailingAllocation::failEverAfter(long count) {
+    remaining = count;
+    staysFailing = true;
 }
 
 std::size_t FailingAllocation::count() {
@@ -25,7 +32,7 @@ std::size_t FailingAllocation::count() {
 void* operator new(std::size_t size) {
     ++allocations;
     const bool fails = remaining == 0;
-    remaining -= remaining >= 0 ? 1 : 0;
+    remaining -= remaining > 0 || (fails && !staysFailing) ? 1 : 0;
     void* const memory = fails ? nullptr : std::malloc(size > 0 ? size : 1);
     if (!memory) {
         throw std::bad_alloc();

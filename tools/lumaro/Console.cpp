@@ -17,10 +17,13 @@ std::stop_source& stopSource() {
     return source;
 }
 
-/// The system calls this on a thread of its own.
+/// The system calls this on a thread of its own. Who asks again, and not in the same breath, leaves the
+/// process to be ended: it may be where nobody looks at the token.
 BOOL WINAPI onControl(DWORD) {
+    constexpr ULONGLONG breath = 1000;  // Milliseconds; some terminals pass one Ctrl-C on twice.
+    static const ULONGLONG first = GetTickCount64();
     stopSource().request_stop();
-    return TRUE;
+    return GetTickCount64() - first < breath ? TRUE : FALSE;
 }
 
 std::string utf8FromWide(const wchar_t* text) {

@@ -16,7 +16,7 @@ std::filesystem::path pathFromUtf8(const std::string& text);
 std::string utf8FromPath(const std::filesystem::path& path);
 
 /// Lets console windows show UTF-8 while it lives and turns Ctrl-C, Ctrl-Break and closing the window into a
-/// stop request. One at a time.
+/// stop request; one more a second later ends the process at once. One at a time.
 class ConsoleSession {
 public:
     ConsoleSession();

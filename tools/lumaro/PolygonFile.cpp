@@ -5,9 +5,11 @@
 #include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace Tool {
 
@@ -149,6 +151,14 @@ Rings readWellKnownText(Scanner& scanner) {
 }  // namespace
 
 Rings readPolygonFile(const std::filesystem::path& file) {
+    // Some million corners. What cannot be measured is reported by who reads it.
+    constexpr std::uintmax_t maxSize = std::uintmax_t{32} * 1024 * 1024;
+    std::error_code code;
+    const std::uintmax_t size = std::filesystem::file_size(file, code);
+    if (!code && size > maxSize) {
+        throw std::runtime_error(Core::pathToUtf8(file) + ": a polygon file has at most " +
+                                 std::to_string(maxSize) + " bytes");
+    }
     const std::string text = Core::readLocalFile(file);
     Scanner scanner(text, file);
     scanner.isAtEnd();

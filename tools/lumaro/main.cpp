@@ -19,7 +19,7 @@ void describe(CLI::App& app) {
     app.name("lumaro");
     app.description("Pictures and facts of very large point clouds (Potree 2.0 stores).");
     app.footer(
-        "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 stopped with Ctrl-C.\n"
+        "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 stopped with Ctrl-C; one more does not wait.\n"
         "'lumaro COMMAND --help' explains a command.");
     app.set_version_flag("--version", "lumaro " LUMARO_VERSION);
     app.require_subcommand(1);

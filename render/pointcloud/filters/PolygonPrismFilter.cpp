@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numeric>
 #include <stdexcept>
+#include <string>
 
 namespace Render {
 
@@ -13,7 +14,8 @@ using Octree::BoxTestResult;
 
 /// More than the rounding of a few products and sums, as a share of their magnitudes.
 constexpr double ROUNDING = 1e-14;
-constexpr std::size_t MAX_BANDS = 256;
+/// Of a polygon with edges enough for four in each.
+constexpr std::size_t MIN_BANDS = 256;
 constexpr std::size_t MAX_ENTRIES_PER_EDGE = 16;  // 64 bytes beside the edge's own 32
 
 }  // namespace
@@ -27,6 +29,9 @@ PolygonPrismFilter::PolygonPrismFilter(const std::vector<Ring>& rings, double mi
         throw std::invalid_argument("A polygon needs a ring");
     }
     for (const Ring& ring : rings) {
+        if (ring.size() > MAX_CORNERS - mEdges.size()) {
+            throw std::invalid_argument("A polygon has at most " + std::to_string(MAX_CORNERS) + " corners");
+        }
         if (ring.size() < 3) {
             throw std::invalid_argument("A ring of a polygon needs three corners");
         }
@@ -45,10 +50,13 @@ PolygonPrismFilter::PolygonPrismFilter(const std::vector<Ring>& rings, double mi
     makeBands();
 }
 
-// More bands where edges are short; edges that reach through all of them would only be listed more often.
+// As many as an edge of average length reaches into few of; edges that reach through all of them would only
+// be listed more often.
 void PolygonPrismFilter::makeBands() {
     const double height = mBounds.max.y() - mBounds.min.y();
-    std::size_t bands = std::clamp<std::size_t>(mEdges.size() / 4, 1, MAX_BANDS);
+    std::size_t bands =
+        std::max({std::min(mEdges.size() / 4, MIN_BANDS),
+                  static_cast<std::size_t>(std::sqrt(static_cast<double>(mEdges.size()))), std::size_t{1}});
     for (std::size_t entries = 0;; bands /= 2) {
         mBandBegins.assign(bands + 1, 0);
         mBandsPerUnit = height > 0.0 ? static_cast<double>(bands) / height : 0.0;

@@ -20,8 +20,12 @@ class LUMARO_API PolygonPrismFilter final : public RegionFilter {
 public:
     using Ring = std::vector<Math::Point<double, 2>>;
 
+    /// Of all rings together. Each takes up to 100 bytes.
+    static constexpr std::size_t MAX_CORNERS = std::size_t{1} << 22;
+
     /// Heights may be infinite. Throws std::invalid_argument without rings, for a ring of fewer than three
-    /// corners, for corners that are not finite, for heights that are NaN and where minZ > maxZ.
+    /// corners, for more than MAX_CORNERS in all, for corners that are not finite, for heights that are NaN
+    /// and where minZ > maxZ.
     explicit PolygonPrismFilter(const std::vector<Ring>& rings,
                                 double minZ = -std::numeric_limits<double>::infinity(),
                                 double maxZ = std::numeric_limits<double>::infinity());

@@ -1,6 +1,7 @@
 #include <core/File.h>
 #include <gtest/gtest.h>
 #include <math/NBoundingBox.h>
+#include <render/renderables/FileWithin.h>
 #include <render/renderables/LineBuffer.h>
 #include <render/renderables/ObjMeshLoader.h>
 #include <tests/support/RealData.h>
@@ -12,6 +13,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -184,6 +186,81 @@ TEST_F(ObjMeshLoaderTest, OnlyAnUnreasonableLineIsTooLong) {
     expectError(triangle + comment + "xyz", "line 4: longer than");
 }
 
+/// In a tilted plane, of corners given around the origin.
+std::string polygonFile(std::size_t corners, const std::function<UV(std::size_t)>& at) {
+    std::string text;
+    std::string face = "f";
+    for (std::size_t i = 0; i < corners; ++i) {
+        const UV place = at(i);
+        text += "v " + std::to_string(place.x()) + ' ' + std::to_string(place.y()) + ' ' +
+                std::to_string(2 * place.x() - place.y()) + '\n';
+        face += ' ' + std::to_string(i + 1);
+    }
+    return text + "o large\n" + face + '\n';
+}
+
+UV onCircle(double turns, double radius) {
+    const double angle = turns * 2 * 3.14159265358979;
+    return {static_cast<float>(radius * std::cos(angle)), static_cast<float>(radius * std::sin(angle))};
+}
+
+TEST_F(ObjMeshLoaderTest, LargePolygonsAreCutWithoutGapsOrOverlaps) {
+    constexpr std::size_t n = 3000;
+    const std::vector<std::function<UV(std::size_t)>> shapes{
+        [](std::size_t i) { return onCircle(static_cast<double>(i) / n, 100); },
+        [](std::size_t i) { return onCircle(static_cast<double>(i) / n, i % 2 == 0 ? 100 : 1); },
+        [](std::size_t i) {  // A spiral: outwards on one side of its wall and back on the other.
+            const double way = static_cast<double>(i < n / 2 ? i : n - 1 - i);
+            return onCircle(way / 100, way + (i < n / 2 ? 5 : 45));
+        },
+        [](std::size_t i) { return UV(static_cast<float>(i / 2), i % 4 < 2 ? 0.0f : 1000.0f); }};
+    for (std::size_t shape = 0; shape < shapes.size(); ++shape) {
+        SCOPED_TRACE(shape);
+        auto corner = shapes[shape];
+        if (shape == 3) {  // A comb needs a back.
+            corner = [at = shapes[3]](std::size_t i) {
+                return i < n - 2 ? at(i) : UV(i == n - 2 ? 1499 : 0, -1);
+            };
+        }
+        double expected = 0.0;
+        for (std::size_t i = 0; i < n; ++i) {
+            const UV a = corner(i), b = corner((i + 1) % n);
+            expected += (static_cast<double>(a.x()) * b.y() - static_cast<double>(a.y()) * b.x()) / 2;
+        }
+        const auto parts = loadText(polygonFile(n, corner) + "f 1 2 3\n");
+        ASSERT_EQ(parts.size(), 1u);
+        ASSERT_EQ(parts[0].size(), 3 * (n - 2) + 3);
+        double area = 0.0;
+        for (std::size_t i = 0; i + 3 < parts[0].size(); i += 3) {
+            const P u = parts[0][i + 1].position - parts[0][i].position;
+            const P v = parts[0][i + 2].position - parts[0][i].position;
+            const double share =
+                (static_cast<double>(u.x()) * v.y() - static_cast<double>(u.y()) * v.x()) / 2;
+            EXPECT_GE(expected > 0 ? share : -share, -1e-3);
+            area += share;
+        }
+        EXPECT_NEAR(area, expected, 1e-4 * std::abs(expected));
+    }
+}
+
+TEST_F(ObjMeshLoaderTest, HostilePolygonsTakeLittleTimeAndLoadingCanBeStopped) {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(trianglesOf(triangle + "f" + repeated(" 1", 260000) + "\nf 1 2 3\n"), 260000u - 2 + 1);
+    trianglesOf(polygonFile(30000, [](std::size_t i) {  // Crosses itself everywhere.
+        return onCircle(static_cast<double>(i * 7919 % 30000) / 30000, 100);
+    }));
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    const std::string large = "f" + repeated(" 1/1", 200);
+    expectError(triangle + large + "\n", "face 1 refers to texture coordinate 1 of 0");
+    expectError(triangle + large + " 4\n", "face 1 refers to vertex 4 of 3");
+    expectError(triangle + "f" + repeated(" -1", 200) + " 0\n", "TinyObjReader: Failed parse `f' line");
+
+    std::stop_source stop;
+    stop.request_stop();
+    Render::ObjMeshLoader stopped(write("mesh.obj", triangle + "f 1 2 3\n"), {}, stop.get_token());
+    EXPECT_THROW(stopped.load([](const Part&) { ADD_FAILURE(); }), std::runtime_error);
+}
+
 TEST_F(ObjMeshLoaderTest, LinesEndAsOnAnySystem) {
     // Comments bring a line end to the border of what is read at once.
     constexpr std::size_t border = 2 * LineBuffer::maxLineLength;
@@ -222,6 +299,33 @@ TEST_F(ObjMeshLoaderTest, MaterialFilesAreReadFromTheFilesOwnFolderOrMissed) {
         EXPECT_EQ(warnings.find("TinyObjReader: Material file ["), 0u) << missing.substr(0, 20);
         EXPECT_LT(warnings.size(), 150000u) << "however many names there are";
     }
+}
+
+TEST_F(ObjMeshLoaderTest, NoNameInAFileLeadsOutOfItsFolder) {
+    const std::filesystem::path inside = folder / "inside";
+    std::filesystem::create_directories(inside / "below");
+    write("secret.mtl", "newmtl a\n");
+    write("inside/below/own.mtl", "newmtl a\n");
+    write("inside/aux.mtl", "newmtl a\n");
+    EXPECT_EQ(Render::fileWithin(inside, "./below/own.mtl").filename(), "own.mtl");
+    for (const char* const name :
+         {"", ".", "below", "../secret.mtl", "below/../own.mtl", "/secret.mtl", "\\\\server\\share\\m.mtl",
+          "//server/share/m.mtl", "C:own.mtl", "below/own.mtl:stream", "aux.mtl", "Nul", "com1.mtl",
+          "LPT\xc2\xb2 .mtl", "conin$", ".. /secret.mtl", "a\nb"}) {
+        EXPECT_EQ(Render::fileWithin(inside, name), "") << name;
+    }
+    std::error_code code;
+    std::filesystem::create_symlink(folder / "secret.mtl", inside / "link.mtl", code);
+    std::filesystem::create_directory_symlink(folder, inside / "up", code);
+    if (!code) {  // Not every system lets everybody make them.
+        EXPECT_EQ(Render::fileWithin(inside, "link.mtl"), "");
+        EXPECT_EQ(Render::fileWithin(inside, "up/secret.mtl"), "");
+    }
+    testing::internal::CaptureStdout();
+    loadText(triangle + "usemtl \x1b]0;title\x07" + std::string(100000, 'x') + "\nf 1 2 3\n");
+    const std::string warnings = testing::internal::GetCapturedStdout();
+    EXPECT_LT(warnings.size(), 5000u);
+    EXPECT_EQ(warnings.find_first_of("\x1b\x07"), std::string::npos);
 }
 
 TEST_F(ObjMeshLoaderTest, HostileMaterialFilesAreErrorsOrHarmless) {

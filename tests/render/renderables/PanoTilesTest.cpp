@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <render/renderables/PanoLoading.h>
 #include <render/renderables/PanoTiles.h>
+#include <tests/support/FailingAllocation.h>
 
 #include <future>
 #include <stdexcept>
@@ -18,6 +19,7 @@ using Render::PanoLoading;
 using Render::PanoTiles;
 using Kind = PanoTiles::Kind;
 using Shape = TestPanorama::Shape;
+using TestSupport::FailingAllocation;
 
 /// Four tiles side by side, in two levels of colours and one of depths: c0 to c7 and d0 to d3.
 constexpr Shape kSmall{.rows = 1, .columns = 4, .colorLevels = 2, .depthLevels = 1, .size = 2};
@@ -129,6 +131,25 @@ TEST_F(PanoTilesTest, FailuresAreLoggedAndLeaveWhatHasArrived) {
     tiles = std::make_shared<PanoTiles>(nullptr, "", [] {});
     loading = std::make_unique<PanoLoading>(tiles);
     expectFailure("there is no loader");
+}
+
+TEST_F(PanoTilesTest, WithoutMemoryARunFailsAndTheNextOneWorks) {
+    for (const auto fail : {FailingAllocation::failAfter, FailingAllocation::failEverAfter}) {
+        int failures = 0;
+        for (long successes = 0; successes == failures; ++successes) {
+            const uint64_t number = tiles->announceRun();
+            std::thread([&] {
+                fail(successes);
+                tiles->run(number, {}, {});
+            }).join();
+            if (tiles->state() == JobState::Failed) {
+                ++failures;
+                EXPECT_THROW(std::rethrow_exception(tiles->error()), std::exception);
+            }
+            ASSERT_EQ(loading->load(), JobState::Completed) << successes;
+        }
+        EXPECT_GT(failures, 20);
+    }
 }
 
 TEST_F(PanoTilesTest, ImagesArriveInOrderWithoutPadding) {
