@@ -21,7 +21,7 @@ public:
 
 private:
     void signal(bool& flag);  ///< Sets one of the flags below and stops the current run.
-    void runOnce(std::unique_lock<std::mutex>& lock);
+    void runOnce(std::unique_lock<Mutex>& lock);
 
     const std::function<void(std::stop_token)> mFunction;
 
@@ -70,7 +70,7 @@ void BackgroundThread::Worker::work() {
     }
 }
 
-void BackgroundThread::Worker::runOnce(std::unique_lock<std::mutex>& lock) {
+void BackgroundThread::Worker::runOnce(std::unique_lock<Mutex>& lock) {
     try {
         mStop = std::stop_source();
         std::stop_token stop = mStop.get_token();

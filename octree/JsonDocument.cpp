@@ -25,12 +25,12 @@ public:
     bool number_float(double value, const std::string&) override { return add(value); }
     bool string(std::string& value) override { return add(std::move(value)); }
     bool binary(binary_t&) override { return false; }
-    bool start_object(std::size_t) override { return open(JsonNode::Object()); }
-    bool start_array(std::size_t) override { return open(JsonNode::List()); }
+    bool start_object(std::size_t) override { return open<JsonNode::Object>(); }
+    bool start_array(std::size_t) override { return open<JsonNode::List>(); }
     bool end_object() override { return close(); }
     bool end_array() override { return close(); }
     bool key(std::string& text) override {
-        std::get<JsonNode::Object>(mOpen.back()->value).emplace_back(std::move(text), JsonNode());
+        std::get<JsonNode::Object>(mOpen.back()->value).emplace_back().first = std::move(text);
         return true;
     }
     bool parse_error(std::size_t, const std::string&, const nlohmann::json::exception& error) override {
@@ -42,17 +42,17 @@ public:
 private:
     template <class T>
     bool add(T value) {
-        next().value = std::move(value);
+        next().value.emplace<T>(std::move(value));
         return !mStop.stop_requested();
     }
 
     template <class T>
-    bool open(T value) {
+    bool open() {
         if (mOpen.size() == MAX_NESTING) {
             throw StoreError(mFile, "is nested deeper than any " + Core::pathToUtf8(mFile.filename()));
         }
         JsonNode& node = next();
-        node.value = std::move(value);
+        node.value.emplace<T>();
         mOpen.push_back(&node);
         return true;
     }
