@@ -30,7 +30,7 @@ public:
             act();
             look();
         }
-        mStreamer.reset();
+        drop();
     }
 
 private:
@@ -77,10 +77,18 @@ private:
                 dropInCallback();
                 break;
             case 10:
-                mStreamer.reset();
+                drop();
                 break;
             default:
                 moveCamera();
+        }
+    }
+
+    /// As the destructor of its owner does.
+    void drop() {
+        if (mStreamer) {
+            mStreamer->detach();
+            mStreamer.reset();
         }
     }
 
@@ -181,7 +189,8 @@ TEST_F(StreamingStressTest, HostsDoWhatTheyLikeAtTheSameTime) {
     const auto last = streamerOf(source, 1000000, renderer);
     last->startAsyncReload(nullptr, 21);
     last->waitUntilIdle();
-    EXPECT_FALSE(last->isAsyncReloadHealthy(false));  // Of the nodes that cannot be read.
+    EXPECT_FALSE(last->isAsyncReloadHealthy(false))  // Of the nodes that cannot be read.
+        << published(*last).size() << " nodes, budget " << last->prioritizer()->totalMaxPointCount();
     EXPECT_EQ(published(*last).size() * 100, last->prioritizer()->totalUsedPointCount());
 }
 
