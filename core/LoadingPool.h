@@ -2,8 +2,6 @@
 
 #include <core/Export.h>
 
-#include <core/Export.h>
-
 #include <cstddef>
 #include <memory>
 
@@ -12,15 +10,15 @@ namespace Core {
 class LoadingWorkers;
 
 /**
- * The threads that read and decode, for all point clouds of a process, what their loaders and queries will
- * want next. Those threads work too, at what they want now, and wait for the pool only where it has begun
- * with that. Work comes in through LoadingQueues, each of which gets its turn in rotation.
+ * The threads that read and decode for all point clouds of a process: what their loaders and queries wait
+ * for, and what those will want next. Work comes in through LoadingQueues, each of which gets its turn in
+ * rotation.
  *
  * As many tasks run at a time as there are places, threadCount() of them. A task that waits in a
  * BlockingSection gives up its place for that time, so that slow disks keep no processor idle; up to
  * MAX_WAITING_TASKS do so at a time. Back from waiting it goes on at once, perhaps with more tasks running
- * than there are places; no other begins until that is over. While threads outside wait for the pool, it has
- * one place more: together they keep every core busy, and no more.
+ * than there are places; no other begins until that is over. While threads outside wait for a task, there is
+ * one place more, on the core that they leave free.
  *
  * Threads start when there is work for them and end with the pool. Every member may be called from any
  * thread.
@@ -46,7 +44,7 @@ public:
     LoadingPool(const LoadingPool&) = delete;
     LoadingPool& operator=(const LoadingPool&) = delete;
 
-    /// What runs goes on. With 0 nothing begins, but that a thread waits for it.
+    /// What runs goes on. With 0 a task begins only while a thread outside waits.
     void setThreadCount(size_t count);
     size_t threadCount() const;
 

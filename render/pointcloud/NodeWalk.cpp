@@ -1,6 +1,7 @@
 #include <render/pointcloud/NodeWalk.h>
 
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 

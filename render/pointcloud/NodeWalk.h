@@ -61,7 +61,6 @@ public:
     /// Offers made after a clear() that the generation does not know are refused.
     void begin(std::shared_ptr<NodePrioritizer> prioritizer, std::size_t instanceId, std::uint64_t generation,
                Basis basis, const std::stop_token& stop);
-    const Basis& basis() const { return mBasis; }
 
     bool isDone() const { return mHeap.empty(); }
     /// Offers the most important node that is left, and tells the progress. True when nodes came or went.
