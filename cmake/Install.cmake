@@ -52,7 +52,7 @@ install(TARGETS LumaroRender EXPORT LumaroRenderTargets
 # Headers of the inside: nothing that they declare is exported, and none of the others includes them.
 set(private_core BackgroundThread Brotli ExceptionLog GrowingBuffer LoadingQueue LoadingTask LoadingWorkers)
 set(private_graphics ImageFile Jpeg PanoramaGrid Pfm Png)
-set(private_octree ChildCube IntensityRange JsonDocument JsonValue NodeLimits Printable RandomAccessFile StoppableMutex
+set(private_octree ChildCube IntensityRange JsonDocument JsonValue MemoryBudget NodeLimits Printable RandomAccessFile StoppableMutex
     las/.*
     entwine/EntwineTree entwine/Hierarchy entwine/HierarchyPage entwine/Metadata entwine/NodeKey entwine/Tile
     entwine/TileColumns entwine/TileReader entwine/Zstandard

@@ -12,6 +12,9 @@ namespace {
 
 constexpr std::uint64_t MAX_FILE_SIZE = std::uint64_t{1} << 20;  ///< Descriptions take kilobytes.
 constexpr std::size_t MAX_NESTING = 32;
+/// In memory for one of a file: a list's elements take two and JsonNode's size, and what grows doubles.
+constexpr std::uint64_t PARSED_BYTES_PER_BYTE = 64;
+constexpr std::uint64_t KEPT_BYTES_PER_BYTE = 16;
 
 class TreeBuilder final : public nlohmann::json_sax<nlohmann::json> {
 public:
@@ -81,12 +84,15 @@ private:
 
 }  // namespace
 
-JsonDocument JsonDocument::read(const std::filesystem::path& file, const std::stop_token& stop) {
+JsonDocument JsonDocument::read(const std::filesystem::path& file, MemoryBudget& budget,
+                                const std::stop_token& stop) {
     const RandomAccessFile opened(file);
     if (opened.size() > MAX_FILE_SIZE) {
         throw StoreError(file, "is larger than any " + Core::pathToUtf8(file.filename()) + ": " +
                                    std::to_string(opened.size()) + " bytes");
     }
+    budget.require(PARSED_BYTES_PER_BYTE * opened.size(), file);
+    budget.keep(KEPT_BYTES_PER_BYTE * opened.size(), file);
     std::string text(static_cast<std::size_t>(opened.size()), '\0');
     if (!opened.readAll(text.data(), stop)) {
         throw OpenStopped();

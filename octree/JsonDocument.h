@@ -1,6 +1,7 @@
 #pragma once
 
 #include <octree/JsonValue.h>
+#include <octree/MemoryBudget.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -30,8 +31,10 @@ class JsonDocument {
 public:
     /// Throws StoreError naming the file when it cannot be read, changes meanwhile, is larger than any
     /// description, is not JSON or is nested deeper than 32 levels; OpenStopped when stopped. Never recurses
-    /// deeper than that. Memory is a few dozen times the file's size at most.
-    static JsonDocument read(const std::filesystem::path& file, const std::stop_token& stop = {});
+    /// deeper than that. Memory is a few dozen times the file's size at most, and counted as if what is made
+    /// of the document were kept.
+    static JsonDocument read(const std::filesystem::path& file, MemoryBudget& budget,
+                             const std::stop_token& stop = {});
     static JsonDocument parse(std::string_view text, const std::filesystem::path& file,
                               const std::stop_token& stop = {});
 

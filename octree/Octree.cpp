@@ -22,14 +22,13 @@ constexpr unsigned bit(Attribute attribute) {
     return static_cast<unsigned>(attribute);
 }
 
-std::shared_ptr<NodeSource> openStore(const Location& location,
-                                      PoTree::StoreRole role = PoTree::StoreRole::Cloud,
-                                      const std::stop_token& stop = {}) {
+std::shared_ptr<NodeSource> openStore(const Location& location, PoTree::StoreRole role,
+                                      const std::stop_token& stop, const Limits& limits) {
     if (const PoTree::FileSystemLocation* potree = location.potree()) {
-        return std::make_shared<PoTree::Store>(*potree, role, stop);
+        return std::make_shared<PoTree::Store>(*potree, role, stop, limits);
     }
     if (const Entwine::FileSystemLocation* entwine = location.entwine()) {
-        return std::make_shared<Entwine::EntwineTree>(*entwine, stop);
+        return std::make_shared<Entwine::EntwineTree>(*entwine, stop, limits);
     }
     throw std::invalid_argument("There is no point cloud without a location");
 }
@@ -59,11 +58,16 @@ void mergeVisibility(int visibility, NodePointData& data) {
 
 Octree::Octree(const Location& location, double unitScale) : Octree(location, unitScale, std::stop_token()) {}
 
-Octree::Octree(const Location& location, double unitScale, const std::stop_token& stop)
-    : Octree(openStore(location, PoTree::StoreRole::Cloud, stop), location, unitScale) {}
+Octree::Octree(const Location& location, double unitScale, const std::stop_token& stop, const Limits& limits)
+    : Octree(openStore(location, PoTree::StoreRole::Cloud, stop, limits), location, unitScale, limits) {}
 
 Octree::Octree(std::shared_ptr<NodeSource> source, const Location& location, double unitScale)
+    : Octree(std::move(source), location, unitScale, Limits()) {}
+
+Octree::Octree(std::shared_ptr<NodeSource> source, const Location& location, double unitScale,
+               const Limits& limits)
     : mLocation(location),
+      mLimits(limits),
       mSource(std::move(source)),
       mFacts(factsOf(mSource)),
       mUnitScale(checkedUnitScale(unitScale)),
@@ -95,7 +99,8 @@ bool Octree::hasExternal(const Location& location) const {
 
 void Octree::addExternalAttributeLocation(const Location& location) {
     if (!hasExternal(location)) {
-        addExternalAttributes(openStore(location, PoTree::StoreRole::ExternalAttributes), location);
+        addExternalAttributes(openStore(location, PoTree::StoreRole::ExternalAttributes, {}, mLimits),
+                              location);
     }
 }
 

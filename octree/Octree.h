@@ -5,6 +5,7 @@
 #include <math/Point.h>
 #include <octree/AttributeInfo.h>
 #include <octree/CacheIdentifier.h>
+#include <octree/Limits.h>
 #include <octree/Location.h>
 #include <octree/NodeChildren.h>
 #include <octree/NodePointData.h>
@@ -39,8 +40,10 @@ public:
     /// Opens the store. Throws StoreError, and std::invalid_argument for a unit scale that is not positive
     /// and finite or for no location.
     explicit Octree(const Location& location, double unitScale = 1.0);
-    /// The same, and throws OpenStopped when stopped.
-    Octree(const Location& location, double unitScale, const std::stop_token& stop);
+    /// The same, and throws OpenStopped when stopped. External attributes that are added by location have the
+    /// same limits, each for itself.
+    Octree(const Location& location, double unitScale, const std::stop_token& stop,
+           const Limits& limits = {});
     /// Serves a source of the host's own; the location is only its name in caches and palettes.
     Octree(std::shared_ptr<NodeSource> source, const Location& location, double unitScale = 1.0);
     /// One over the same stores that no change to this one reaches: what caches of its identifier are filled
@@ -118,7 +121,11 @@ private:
                        const std::stop_token& stop) const;
     [[noreturn]] void failInExternal(const External& external, OctreeNodeId id) const;
 
+    Octree(std::shared_ptr<NodeSource> source, const Location& location, double unitScale,
+           const Limits& limits);
+
     const Location mLocation;
+    const Limits mLimits;
     const std::shared_ptr<NodeSource> mSource;
     const StoreFacts& mFacts;
     std::atomic<double> mUnitScale;

@@ -23,7 +23,8 @@ using Octree::StoreError;
 
 constexpr std::array<Known, 3> POSITION{Known::X, Known::Y, Known::Z};
 
-Metadata readMetadata(const FileSystemLocation& location, const std::stop_token& stop) {
+Metadata readMetadata(const FileSystemLocation& location, Octree::MemoryBudget& budget,
+                      const std::stop_token& stop) {
     std::error_code ignored;
     const auto status = std::filesystem::status(location.folder(), ignored);
     if (!std::filesystem::exists(status)) {
@@ -32,7 +33,7 @@ Metadata readMetadata(const FileSystemLocation& location, const std::stop_token&
     if (!std::filesystem::is_directory(status)) {
         throw StoreError(location.folder(), "is not a folder");
     }
-    return Metadata::read(location.folder() / "ept.json", stop);
+    return Metadata::read(location.folder() / "ept.json", budget, stop);
 }
 
 std::string typeName(NumberType type) {
@@ -129,11 +130,13 @@ Octree::StoreFacts makeFacts(const Metadata& metadata) {
 
 }  // namespace
 
-EntwineTree::EntwineTree(const FileSystemLocation& location, const std::stop_token& stop)
-    : mMetadata(readMetadata(location, stop)),
-      mReader(makeTileReader(mMetadata, location.folder())),
+EntwineTree::EntwineTree(const FileSystemLocation& location, const std::stop_token& stop,
+                         const Octree::Limits& limits)
+    : mBudget(limits),
+      mMetadata(readMetadata(location, mBudget, stop)),
+      mReader(makeTileReader(mMetadata, location.folder(), mBudget)),
       mFacts(makeFacts(mMetadata)),
-      mHierarchy(location.folder(), stop),
+      mHierarchy(location.folder(), mBudget, stop),
       mDeclaredColorDepth(declaredColorDepth(mMetadata)),
       mDeclaredIntensityRange(declaredIntensityRange(mMetadata)) {}
 
@@ -174,6 +177,8 @@ bool EntwineTree::readNode(OctreeNodeId id, double unitScale, Octree::NodePointD
     if (!mReader->read(id, node->pointCount, tile, stop)) {
         return false;
     }
+    mBudget.require(tile.memorySize + Octree::columnBytes(data, tile.pointCount), mReader->fileOf(id),
+                    NodeKey(id).text());
     data.reset(tile.pointCount);
     if (data.wants(Attribute::Position)) {
         std::vector<Math::Point<double, 3>> positions;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <octree/MemoryBudget.h>
 #include <octree/NodeSource.h>
 #include <octree/entwine/FileSystemLocation.h>
 #include <octree/entwine/Hierarchy.h>
@@ -21,7 +22,8 @@ namespace Entwine {
 class EntwineTree final : public Octree::NodeSource {
 public:
     /// Reads ept.json and the hierarchy's first file. Throws StoreError, and OpenStopped when stopped.
-    explicit EntwineTree(const FileSystemLocation& location, const std::stop_token& stop = {});
+    explicit EntwineTree(const FileSystemLocation& location, const std::stop_token& stop = {},
+                         const Octree::Limits& limits = {});
     ~EntwineTree() override;
 
     const Octree::StoreFacts& storeFacts() const override { return mFacts; }
@@ -49,6 +51,7 @@ private:
     Depths depthsOf(const Tile& tile, const Depths& otherwise) const;
     bool findDepths(Octree::OctreeNodeId id, const Tile& tile, Depths& depths, const std::stop_token& stop);
 
+    Octree::MemoryBudget mBudget;
     const Metadata mMetadata;
     const std::unique_ptr<const TileReader> mReader;
     const Octree::StoreFacts mFacts;

@@ -10,8 +10,9 @@ namespace Entwine {
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 
-Hierarchy::Hierarchy(const std::filesystem::path& folder, const std::stop_token& stop)
-    : mFolder(folder / "ept-hierarchy"), mRoot(readPage(OctreeNodeId(), stop)) {
+Hierarchy::Hierarchy(const std::filesystem::path& folder, Octree::MemoryBudget& budget,
+                     const std::stop_token& stop)
+    : mFolder(folder / "ept-hierarchy"), mBudget(budget), mRoot(readPage(OctreeNodeId(), stop)) {
     if (mRoot == nullptr) {
         throw Octree::OpenStopped();
     }
@@ -67,7 +68,7 @@ const HierarchyPage* Hierarchy::load(const HierarchyNode& link, OctreeNodeId id,
 }
 
 const HierarchyPage* Hierarchy::readPage(OctreeNodeId id, const std::stop_token& stop) {
-    auto page = HierarchyPage::read(mFolder / (NodeKey(id).text() + ".json"), id, stop);
+    auto page = HierarchyPage::read(mFolder / (NodeKey(id).text() + ".json"), id, mBudget, stop);
     if (page == nullptr) {
         return nullptr;
     }

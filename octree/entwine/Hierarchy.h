@@ -1,5 +1,6 @@
 #pragma once
 
+#include <octree/MemoryBudget.h>
 #include <octree/OctreeNodeId.h>
 #include <octree/StoppableMutex.h>
 #include <octree/entwine/HierarchyPage.h>
@@ -17,7 +18,8 @@ namespace Entwine {
 class Hierarchy {
 public:
     /// Reads the root's file. Throws StoreError, as the other operations do, and OpenStopped when stopped.
-    Hierarchy(const std::filesystem::path& folder, const std::stop_token& stop);
+    /// The budget must outlive it.
+    Hierarchy(const std::filesystem::path& folder, Octree::MemoryBudget& budget, const std::stop_token& stop);
     Hierarchy(const Hierarchy&) = delete;
     Hierarchy& operator=(const Hierarchy&) = delete;
     ~Hierarchy();
@@ -34,6 +36,7 @@ private:
     const HierarchyPage* readPage(Octree::OctreeNodeId id, const std::stop_token& stop);
 
     const std::filesystem::path mFolder;
+    Octree::MemoryBudget& mBudget;
     Octree::StoppableMutex mLoading;
     /// Guarded by mLoading; the first is the root's.
     std::vector<std::unique_ptr<const HierarchyPage>> mPages;

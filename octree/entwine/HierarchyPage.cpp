@@ -19,6 +19,8 @@ using Octree::StoreError;
 
 /// More than a million nodes in one file, where stores have thousands.
 constexpr std::uint64_t MAX_FILE_SIZE = std::uint64_t{32} << 20;
+/// In memory for one of a file while it is parsed: "0-0-0-0":1, becomes an entry in a list that doubles.
+constexpr std::uint64_t PARSED_BYTES_PER_BYTE = 8;
 constexpr std::uint64_t MAX_POINT_COUNT = 0xffffffffu;
 constexpr std::size_t MAX_SHOWN_KEY = 100;
 /// Nodes compared or joined with their parents between two looks at the stop token.
@@ -37,7 +39,7 @@ public:
         : mFile(file), mRoot(root), mStop(stop) {}
 
     // The nodes in the order of their ids. Throws OpenStopped.
-    std::unique_ptr<HierarchyNode[]> finish(std::vector<OctreeNodeId>& ids) {
+    std::unique_ptr<HierarchyNode[]> finish(Octree::MemoryBudget& budget, std::vector<OctreeNodeId>& ids) {
         sort();
         if (mEntries.empty() && mRoot.isRoot()) {
             mEntries.emplace_back();
@@ -45,6 +47,8 @@ public:
         if (mEntries.empty() || mEntries.front().id != mRoot) {
             throw StoreError(mFile, NodeKey(mRoot).text(), "is missing");
         }
+        const std::uint64_t kept = mEntries.size() * (sizeof(HierarchyNode) + sizeof(OctreeNodeId));
+        budget.keep(kept, mFile, NodeKey(mRoot).text());
         auto nodes = std::make_unique<HierarchyNode[]>(mEntries.size());
         ids.reserve(mEntries.size());
         for (const Entry& entry : mEntries) {
@@ -176,12 +180,14 @@ private:
 }  // namespace
 
 std::unique_ptr<const HierarchyPage> HierarchyPage::read(const std::filesystem::path& path, OctreeNodeId root,
+                                                         Octree::MemoryBudget& budget,
                                                          const std::stop_token& stop) {
     const Octree::RandomAccessFile file(path);
     if (file.size() > MAX_FILE_SIZE) {
         throw StoreError(path,
                          "is larger than any hierarchy file: " + std::to_string(file.size()) + " bytes");
     }
+    budget.require(PARSED_BYTES_PER_BYTE * file.size(), path);
     std::string text(static_cast<std::size_t>(file.size()), '\0');
     if (!file.readAll(text.data(), stop)) {
         return nullptr;
@@ -192,7 +198,7 @@ std::unique_ptr<const HierarchyPage> HierarchyPage::read(const std::filesystem::
     }
     try {
         std::vector<OctreeNodeId> ids;
-        auto nodes = builder.finish(ids);
+        auto nodes = builder.finish(budget, ids);
         return std::unique_ptr<const HierarchyPage>(new HierarchyPage(std::move(ids), std::move(nodes)));
     } catch (const Octree::OpenStopped&) {
         return nullptr;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <octree/MemoryBudget.h>
 #include <octree/OctreeNodeId.h>
 
 #include <atomic>
@@ -31,10 +32,12 @@ class HierarchyPage {
 public:
     /// nullptr when stopped. Throws StoreError naming the file, and the node where one is at fault, when the
     /// file is not to be had, is not an object of point counts by node, misses root, or has a node that is
-    /// not below root, whose parent is missing, or whose count is negative and not a link. An empty file of
+    /// not below root, whose parent is missing, or whose count is negative and not a link,
+    /// and when the budget does not hold it. An empty file of
     /// the octree's root is a root without points.
     static std::unique_ptr<const HierarchyPage> read(const std::filesystem::path& path,
-                                                     Octree::OctreeNodeId root, const std::stop_token& stop);
+                                                     Octree::OctreeNodeId root, Octree::MemoryBudget& budget,
+                                                     const std::stop_token& stop);
 
     /// nullptr for a node that is not in the file.
     const HierarchyNode* find(Octree::OctreeNodeId id) const;

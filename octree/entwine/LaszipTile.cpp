@@ -4,6 +4,7 @@
 #include <octree/entwine/TileReader.h>
 #include <octree/las/Tile.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -42,8 +43,10 @@ void setColumn(Tile& tile, Known dimension, const std::vector<T>& numbers, Numbe
 /// Each tile is a LAS file with a scale and offset of its own; the schema's layout has no say.
 class LaszipTileReader final : public TileReader {
 public:
-    LaszipTileReader(const Metadata& metadata, const std::filesystem::path& folder)
-        : mHasNormals(metadata.find(nameOf(Known::NormalX)) != nullptr),
+    LaszipTileReader(const Metadata& metadata, const std::filesystem::path& folder,
+                     const Octree::MemoryBudget& budget)
+        : mBudget(budget),
+          mHasNormals(metadata.find(nameOf(Known::NormalX)) != nullptr),
           mBounds(metadata.bounds),
           mFolder(folder / "ept-data") {}
 
@@ -54,22 +57,24 @@ public:
     bool read(OctreeNodeId id, std::uint64_t expectedCount, Tile& tile,
               const std::stop_token& stop) const override {
         std::size_t size = 0;
-        const std::unique_ptr<std::byte[]> bytes = readTileFile(fileOf(id), id, MAX_TILE_SIZE, size, stop);
+        const std::unique_ptr<std::byte[]> bytes =
+            readTileFile(fileOf(id), id, MAX_TILE_SIZE, mBudget, size, stop);
         if (bytes == nullptr) {
             return false;
         }
         try {
-            return decode(Core::pathToUtf8(fileOf(id)), {reinterpret_cast<const char*>(bytes.get()), size},
-                          expectedCount, tile, stop);
+            return decode(fileOf(id), {reinterpret_cast<const char*>(bytes.get()), size}, expectedCount, tile,
+                          stop);
         } catch (const StoreError&) {
             std::throw_with_nested(StoreError(fileOf(id), NodeKey(id).text(), "its points cannot be read"));
         }
     }
 
 private:
-    bool decode(const std::string& name, std::string_view bytes, std::uint64_t expectedCount, Tile& tile,
-                const std::stop_token& stop) const {
+    bool decode(const std::filesystem::path& path, std::string_view bytes, std::uint64_t expectedCount,
+                Tile& tile, const std::stop_token& stop) const {
         using Las::Field;
+        const std::string name = Core::pathToUtf8(path);
         const Las::LasFile file(name, std::as_bytes(std::span(bytes)));
         const Las::Header& header = file.header();
         const bool hasTooMany =
@@ -86,6 +91,8 @@ private:
         }
         fields |=
             mHasNormals && !file.extraAttributes().empty() ? static_cast<unsigned>(Field::ExtraBytes) : 0u;
+        const std::uint64_t decodedSize = sizeOf(file, fields);
+        mBudget.require(bytes.size() + 2 * decodedSize, path);  // Columns double as they grow.
         const auto decoded = std::make_shared<Las::Tile>();
         if (!Las::readTile(name, bytes, fields, stop, *decoded)) {
             return false;
@@ -93,9 +100,16 @@ private:
         tile = Tile();
         tile.pointCount = decoded->points.size;
         tile.memory = decoded;
+        tile.memorySize = decodedSize;
         setColumns(decoded->points, header, tile);
         setExtraColumns(file, decoded->points, tile);
         return true;
+    }
+
+    // Decoded; of more points than any tile may have, those.
+    static std::uint64_t sizeOf(const Las::LasFile& file, unsigned fields) {
+        return std::min(file.header().pointCount, Octree::MAX_NODE_POINTS) *
+               Las::Columns::bytesPerPoint(file.format().fieldsOf(fields), file.format().extraByteCount);
     }
 
     void checkGrid(const std::string& name, const Las::Header& header) const {
@@ -137,6 +151,7 @@ private:
         }
     }
 
+    const Octree::MemoryBudget& mBudget;
     const bool mHasNormals;
     const Math::NBoundingBox<double, 3> mBounds;
     const std::filesystem::path mFolder;
@@ -145,8 +160,9 @@ private:
 }  // namespace
 
 std::unique_ptr<TileReader> makeLaszipTileReader(const Metadata& metadata,
-                                                 const std::filesystem::path& folder) {
-    return std::make_unique<LaszipTileReader>(metadata, folder);
+                                                 const std::filesystem::path& folder,
+                                                 const Octree::MemoryBudget& budget) {
+    return std::make_unique<LaszipTileReader>(metadata, folder, budget);
 }
 
 }  // namespace Entwine

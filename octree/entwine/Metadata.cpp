@@ -142,8 +142,9 @@ bool isInteger(NumberType type) {
     return type != NumberType::Float && type != NumberType::Double;
 }
 
-Metadata Metadata::read(const std::filesystem::path& file, const std::stop_token& stop) {
-    const auto document = Octree::JsonDocument::read(file, stop);
+Metadata Metadata::read(const std::filesystem::path& file, Octree::MemoryBudget& budget,
+                        const std::stop_token& stop) {
+    const auto document = Octree::JsonDocument::read(file, budget, stop);
     return make(document.root(), file);
 }
 

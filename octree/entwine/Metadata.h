@@ -3,6 +3,7 @@
 #include <math/NBoundingBox.h>
 #include <math/Point.h>
 #include <octree/JsonValue.h>
+#include <octree/MemoryBudget.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -47,7 +48,8 @@ struct Dimension {
 /// boxes are not inverted, X, Y and Z are there, and doubles hold every step of their grids.
 struct Metadata {
     /// Throws StoreError naming the file and the key that is missing or wrong, OpenStopped when stopped.
-    static Metadata read(const std::filesystem::path& file, const std::stop_token& stop = {});
+    static Metadata read(const std::filesystem::path& file, Octree::MemoryBudget& budget,
+                         const std::stop_token& stop = {});
     static Metadata parse(const std::string& text, const std::filesystem::path& file);
 
     /// nullptr when the schema has no dimension of this name.

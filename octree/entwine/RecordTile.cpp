@@ -18,8 +18,10 @@ using Octree::StoreError;
 
 class RecordTileReader final : public TileReader {
 public:
-    RecordTileReader(const Metadata& metadata, const std::filesystem::path& folder)
+    RecordTileReader(const Metadata& metadata, const std::filesystem::path& folder,
+                     const Octree::MemoryBudget& budget)
         : mMetadata(metadata),
+          mBudget(budget),
           mIsCompressed(metadata.dataType == "zstandard"),
           mFolder(folder / "ept-data") {}
 
@@ -33,7 +35,7 @@ public:
         const std::uint64_t most = sizeOf(maxPointCount(expectedCount));
         std::size_t size = 0;
         std::unique_ptr<std::byte[]> bytes =
-            readTileFile(fileOf(id), id, mIsCompressed ? most + most / 8 + 1024 : most, size, stop);
+            readTileFile(fileOf(id), id, mIsCompressed ? most + most / 8 + 1024 : most, mBudget, size, stop);
         if (bytes != nullptr && mIsCompressed) {
             bytes = decompress(id, expectedCount, bytes.get(), size, stop);
         }
@@ -45,6 +47,7 @@ public:
                          std::to_string(mMetadata.recordSize) + " bytes");
         }
         tile = makeRecordTile(mMetadata, std::move(bytes), size);
+        tile.memorySize = size;
         return true;
     }
 
@@ -63,6 +66,7 @@ private:
                                             const std::stop_token& stop) const {
         const std::uint64_t limit =
             std::min(sizeOf(maxPointCount(expectedCount)), Octree::maxDecodedSize(size));
+        mBudget.require(size + 2 * limit, fileOf(id), NodeKey(id).text());
         try {
             return decompressFrame(std::span(bytes, size), std::min(sizeOf(expectedCount), limit), limit,
                                    size, stop);
@@ -72,6 +76,7 @@ private:
     }
 
     const Metadata& mMetadata;
+    const Octree::MemoryBudget& mBudget;
     const bool mIsCompressed;
     const std::filesystem::path mFolder;
 };
@@ -79,8 +84,9 @@ private:
 }  // namespace
 
 std::unique_ptr<TileReader> makeRecordTileReader(const Metadata& metadata,
-                                                 const std::filesystem::path& folder) {
-    return std::make_unique<RecordTileReader>(metadata, folder);
+                                                 const std::filesystem::path& folder,
+                                                 const Octree::MemoryBudget& budget) {
+    return std::make_unique<RecordTileReader>(metadata, folder, budget);
 }
 
 }  // namespace Entwine

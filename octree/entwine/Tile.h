@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 
@@ -53,8 +54,9 @@ struct Tile {
     std::size_t pointCount = 0;
     /// Empty for a dimension that the tile does not have.
     std::array<std::optional<NumberColumn>, KNOWN_COUNT> columns;
-    /// What the columns refer to.
+    /// What the columns refer to, and how many bytes that takes.
     std::shared_ptr<const void> memory;
+    std::uint64_t memorySize = 0;
 };
 
 /// A tile whose memory is one record of the schema after another. Throws std::invalid_argument when size is

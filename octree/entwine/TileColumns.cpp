@@ -137,10 +137,14 @@ std::vector<Math::Point<float, 3>> readNormals(const Tile& tile) {
             tile[NORMAL[axis]]->readValues(start, size, axes[axis].data());
         }
         for (std::size_t i = 0; i < size; ++i) {
-            const Math::Point<double, 3> normal(axes[0][i], axes[1][i], axes[2][i]);
-            const double length = normal.length();
-            if (length > 0.0 && std::isfinite(length)) {
-                result[start + i] = (normal / length).cast<float>();
+            const double longest =
+                std::max({std::abs(axes[0][i]), std::abs(axes[1][i]), std::abs(axes[2][i])});
+            const bool areNumbers = !std::isnan(axes[0][i] + axes[1][i] + axes[2][i]);
+            if (longest > 0.0 && std::isfinite(longest) && areNumbers) {
+                // First near 1, where squares neither vanish nor overflow.
+                const Math::Point<double, 3> normal(axes[0][i] / longest, axes[1][i] / longest,
+                                                    axes[2][i] / longest);
+                result[start + i] = (normal / normal.length()).cast<float>();
             }
         }
     }

@@ -13,8 +13,8 @@ namespace Entwine {
 TileReader::~TileReader() = default;
 
 std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Octree::OctreeNodeId id,
-                                          std::uint64_t maxSize, std::size_t& size,
-                                          const std::stop_token& stop) {
+                                          std::uint64_t maxSize, const Octree::MemoryBudget& budget,
+                                          std::size_t& size, const std::stop_token& stop) {
     try {
         const Octree::RandomAccessFile file(path);
         if (file.size() > maxSize) {
@@ -22,6 +22,7 @@ std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Oct
                 path, "is larger than the node's tile may be: " + std::to_string(file.size()) + " of " +
                           std::to_string(maxSize) + " bytes");
         }
+        budget.require(file.size(), path);
         size = static_cast<std::size_t>(file.size());
         auto bytes = std::make_unique_for_overwrite<std::byte[]>(size);
         const bool isRead = file.readAll(reinterpret_cast<char*>(bytes.get()), stop);
@@ -31,12 +32,13 @@ std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Oct
     }
 }
 
-std::unique_ptr<TileReader> makeTileReader(const Metadata& metadata, const std::filesystem::path& folder) {
+std::unique_ptr<TileReader> makeTileReader(const Metadata& metadata, const std::filesystem::path& folder,
+                                           const Octree::MemoryBudget& budget) {
     if (metadata.dataType == "binary" || metadata.dataType == "zstandard") {
-        return makeRecordTileReader(metadata, folder);
+        return makeRecordTileReader(metadata, folder, budget);
     }
     if (metadata.dataType == "laszip") {
-        return makeLaszipTileReader(metadata, folder);
+        return makeLaszipTileReader(metadata, folder, budget);
     }
     throw Octree::StoreError(folder / "ept.json",
                              "dataType \"" + metadata.dataType +

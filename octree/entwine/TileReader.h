@@ -1,5 +1,6 @@
 #pragma once
 
+#include <octree/MemoryBudget.h>
 #include <octree/NodeLimits.h>
 #include <octree/OctreeNodeId.h>
 #include <octree/entwine/Metadata.h>
@@ -38,20 +39,23 @@ public:
                       const std::stop_token& stop) const = 0;
 };
 
-/// For the store's data type. Throws StoreError for one that cannot be read. The metadata must outlive the
-/// reader.
-std::unique_ptr<TileReader> makeTileReader(const Metadata& metadata, const std::filesystem::path& folder);
+/// For the store's data type. Throws StoreError for one that cannot be read. The metadata and the budget must
+/// outlive the reader.
+std::unique_ptr<TileReader> makeTileReader(const Metadata& metadata, const std::filesystem::path& folder,
+                                           const Octree::MemoryBudget& budget);
 
 /// A tile's file as it is; nullptr when stopped. Throws StoreError naming the node as well, and before it
-/// reads anything for a file of more than maxSize bytes.
+/// reads anything for a file of more than maxSize bytes or than the budget holds.
 std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Octree::OctreeNodeId id,
-                                          std::uint64_t maxSize, std::size_t& size,
-                                          const std::stop_token& stop);
+                                          std::uint64_t maxSize, const Octree::MemoryBudget& budget,
+                                          std::size_t& size, const std::stop_token& stop);
 
 /// For "binary" and "zstandard", and for "laszip".
 std::unique_ptr<TileReader> makeRecordTileReader(const Metadata& metadata,
-                                                 const std::filesystem::path& folder);
+                                                 const std::filesystem::path& folder,
+                                                 const Octree::MemoryBudget& budget);
 std::unique_ptr<TileReader> makeLaszipTileReader(const Metadata& metadata,
-                                                 const std::filesystem::path& folder);
+                                                 const std::filesystem::path& folder,
+                                                 const Octree::MemoryBudget& budget);
 
 }  // namespace Entwine

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <octree/MemoryBudget.h>
 #include <octree/RandomAccessFile.h>
 
 #include <cstdint>
 #include <filesystem>
 #include <future>
+#include <memory>
 #include <stop_token>
 #include <string>
 
@@ -15,7 +17,11 @@ namespace PoTree {
 class FileLoader {
 public:
     /// Throws StoreError when one of the two files cannot be opened.
-    explicit FileLoader(const std::filesystem::path& folder);
+    explicit FileLoader(const std::filesystem::path& folder, std::shared_ptr<Octree::MemoryBudget> budget =
+                                                                 std::make_shared<Octree::MemoryBudget>());
+
+    /// What bytes and all that is made of them are counted against.
+    Octree::MemoryBudget& budget() const { return *mBudget; }
 
     const std::filesystem::path& hierarchyFile() const { return mHierarchy.path(); }
     const std::filesystem::path& octreeFile() const { return mOctree.path(); }
@@ -30,6 +36,7 @@ public:
                                               std::stop_token stop) const;
 
 private:
+    std::shared_ptr<Octree::MemoryBudget> mBudget;
     Octree::RandomAccessFile mHierarchy;
     Octree::RandomAccessFile mOctree;
 };

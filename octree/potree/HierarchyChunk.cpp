@@ -65,11 +65,17 @@ public:
         if (!fetch(stop)) {
             return false;
         }
-        const std::uint64_t named = countNodes();
+        std::uint64_t named = 0;
+        if (!countNodes(stop, named)) {
+            return false;
+        }
         if (named > mRecordCount && missing == MissingRecords::Refused) {
             fail("its hierarchy chunk is cut short: it names " + std::to_string(named) + " nodes and has " +
                  std::to_string(mRecordCount) + " records");
         }
+        mLoader.budget().require(mBytes.size() + named * HIERARCHY_NODE_SIZE, mLoader.hierarchyFile(),
+                                 mRoot->id.name());
+        nodes.reserve(nodes.size() + static_cast<std::size_t>(named));
         return makeNodes(stop, nodes);
     }
 
@@ -93,11 +99,15 @@ private:
 
     const char* recordAt(std::size_t index) const { return mBytes.data() + index * HIERARCHY_RECORD_SIZE; }
 
-    // Walks the records as makeNodes does, level by level, but makes nothing.
-    std::uint64_t countNodes() const {
-        std::uint64_t named = 1, levelEnd = 1;
+    // Walks the records as makeNodes does, level by level, but makes nothing. False when stopped.
+    bool countNodes(const std::stop_token& stop, std::uint64_t& named) const {
+        named = 1;
+        std::uint64_t levelEnd = 1;
         std::size_t level = mRoot->id.level();
         for (std::uint64_t k = 0; k < mRecordCount && k < named; ++k) {
+            if (k % STOP_STEP == 0 && stop.stop_requested()) {
+                return false;
+            }
             if (k == levelEnd) {
                 ++level;
                 levelEnd = named;
@@ -107,7 +117,7 @@ private:
                 named += static_cast<unsigned>(std::popcount(readAt<std::uint8_t>(recordAt(k) + 1)));
             }
         }
-        return named;
+        return true;
     }
 
     bool makeNodes(const std::stop_token& stop, std::vector<std::shared_ptr<Node>>& nodes) const {

@@ -103,8 +103,9 @@ void parseAttributes(const Octree::JsonValue& json, StoreRole role, Metadata& me
 
 }  // namespace
 
-Metadata Metadata::read(const std::filesystem::path& file, StoreRole role, const std::stop_token& stop) {
-    const auto document = Octree::JsonDocument::read(file, stop);
+Metadata Metadata::read(const std::filesystem::path& file, StoreRole role, Octree::MemoryBudget& budget,
+                        const std::stop_token& stop) {
+    const auto document = Octree::JsonDocument::read(file, budget, stop);
     return make(document.root(), file, role);
 }
 

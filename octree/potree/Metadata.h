@@ -4,6 +4,7 @@
 #include <math/Point.h>
 #include <octree/AttributeInfo.h>
 #include <octree/JsonValue.h>
+#include <octree/MemoryBudget.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -34,7 +35,7 @@ enum class ChunkLayout {
 /// inverted, the bounding box of a cloud is a cube, and it can be reached on the integer grid.
 struct Metadata {
     /// Throws StoreError naming the file and the key that is missing or wrong, OpenStopped when stopped.
-    static Metadata read(const std::filesystem::path& file, StoreRole role = StoreRole::Cloud,
+    static Metadata read(const std::filesystem::path& file, StoreRole role, Octree::MemoryBudget& budget,
                          const std::stop_token& stop = {});
     static Metadata parse(const std::string& text, const std::filesystem::path& file,
                           StoreRole role = StoreRole::Cloud);

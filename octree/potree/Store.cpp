@@ -26,7 +26,8 @@ constexpr double BOUNDS_SLACK_STEPS = 1e-3;
 constexpr int ALL_VISIBLE = 1;
 constexpr int ALL_HIDDEN = 2;
 
-Metadata readMetadata(const FileSystemLocation& location, StoreRole role, const std::stop_token& stop) {
+Metadata readMetadata(const FileSystemLocation& location, StoreRole role, Octree::MemoryBudget& budget,
+                      const std::stop_token& stop) {
     std::error_code ignored;
     const auto status = std::filesystem::status(location.folder(), ignored);
     if (!std::filesystem::exists(status)) {
@@ -35,7 +36,7 @@ Metadata readMetadata(const FileSystemLocation& location, StoreRole role, const 
     if (!std::filesystem::is_directory(status)) {
         throw StoreError(location.folder(), "is not a folder");
     }
-    return Metadata::read(location.folder() / "metadata.json", role, stop);
+    return Metadata::read(location.folder() / "metadata.json", role, budget, stop);
 }
 
 unsigned columnsOf(const Metadata& metadata) {
@@ -79,9 +80,11 @@ Octree::StoreFacts makeFacts(const Metadata& metadata, const CoordinateGrid& gri
 
 }  // namespace
 
-Store::Store(const FileSystemLocation& location, StoreRole role, const std::stop_token& stop)
-    : mMetadata(readMetadata(location, role, stop)),
-      mLoader(location.folder()),
+Store::Store(const FileSystemLocation& location, StoreRole role, const std::stop_token& stop,
+             const Octree::Limits& limits)
+    : mBudget(std::make_shared<Octree::MemoryBudget>(limits)),
+      mMetadata(readMetadata(location, role, *mBudget, stop)),
+      mLoader(location.folder(), mBudget),
       mPlaces(mMetadata),
       mGrid(mMetadata),
       mColorDepth(colorDepthOf(mMetadata)),
@@ -158,6 +161,7 @@ bool Store::loadChunk(const std::shared_ptr<Node>& root, std::uint64_t offset, s
     if (root->isProxy()) {
         failInHierarchy(root->id, "its hierarchy chunk begins with another reference instead of the node");
     }
+    mBudget->keep(nodes.size() * HIERARCHY_NODE_SIZE, mLoader.hierarchyFile(), root->id.name());
     mLoadedRanges.emplace(offset, offset + size);
     mPending = std::move(nodes);
     return insertPending(stop);
@@ -247,6 +251,16 @@ void Store::checkTotals(const Node& node) const {
     }
 }
 
+void Store::checkMemory(const Node& node, const Octree::NodePointData& data) const {
+    // No more than its chunk would be refused for anyway.
+    const std::uint64_t stored = std::min(node.byteSize, mLoader.octreeSize());
+    const std::uint64_t count = std::min<std::uint64_t>(pointCountOf(node), Octree::MAX_NODE_POINTS);
+    const std::uint64_t decoded = std::min(count * mMetadata.bytesPerPoint, Octree::maxDecodedSize(stored));
+    // What it is decompressed into doubles as it grows.
+    mBudget->require(stored + 2 * decoded + Octree::columnBytes(data, count), mLoader.octreeFile(),
+                     node.id.name());
+}
+
 void Store::addToTotals(const Node& node) {
     if (pointCountOf(node) > 0 && !node.isCounted.exchange(true)) {
         mReadPoints += pointCountOf(node);
@@ -287,6 +301,7 @@ bool Store::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData& d
     }
     checkPointCount(*node);
     checkTotals(*node);
+    checkMemory(*node, data);
     try {
         fill(*node, unitScale, data, stop);
         addToTotals(*node);

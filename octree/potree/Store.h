@@ -1,5 +1,6 @@
 #pragma once
 
+#include <octree/MemoryBudget.h>
 #include <octree/NodeSource.h>
 #include <octree/StoppableMutex.h>
 #include <octree/potree/FileLoader.h>
@@ -29,7 +30,7 @@ class Store final : public Octree::NodeSource {
 public:
     /// Reads the metadata and the first hierarchy chunk. Throws StoreError, and OpenStopped when stopped.
     explicit Store(const FileSystemLocation& location, StoreRole role = StoreRole::Cloud,
-                   const std::stop_token& stop = {});
+                   const std::stop_token& stop = {}, const Octree::Limits& limits = {});
     ~Store() override;
 
     const Octree::StoreFacts& storeFacts() const override { return mFacts; }
@@ -56,6 +57,7 @@ private:
     void checkPointCount(const Node& node) const;
     bool needsBytes(const Node& node) const;
     void checkTotals(const Node& node) const;
+    void checkMemory(const Node& node, const Octree::NodePointData& data) const;
     void addToTotals(const Node& node);
     void fill(const Node& node, double unitScale, Octree::NodePointData& data,
               const std::stop_token& stop) const;
@@ -64,6 +66,7 @@ private:
 
     [[noreturn]] void failInHierarchy(Octree::OctreeNodeId id, const std::string& problem) const;
 
+    const std::shared_ptr<Octree::MemoryBudget> mBudget;
     const Metadata mMetadata;
     const FileLoader mLoader;
     const ColumnPlaces mPlaces;

@@ -98,6 +98,30 @@ TEST(HostileStore, IsRefusedBeforeItCostsAnything) {
     }
 }
 
+TEST(HostileStore, TakesNoMoreMemoryThanItsLimit) {
+    for (const char* encoding : {"BROTLI", "UNCOMPRESSED"}) {
+        PotreeFixture fixture(encoding);
+        growBelowR4(fixture, 4);
+        const Octree::Location location{PoTree::FileSystemLocation(fixture.folder.path())};
+        std::size_t refusedAt = 0;
+        for (std::uint64_t limit = 1; limit <= 4 * MEBIBYTE; limit *= 2) {
+            const LargeAllocations counter(limit + 65536);  // What is there whatever the files say.
+            const std::string message = messageOf([&] {
+                const Octree::Octree octree(location, 1.0, {}, {.memory = limit});
+                Octree::NodePointData data;
+                octree.getNodePointData(OctreeNodeId(), data);
+                octree.children(OctreeNodeId().child(4).child(0));
+            });
+            EXPECT_EQ(counter.here(), 0u) << limit;
+            const bool isRefused = message.find("its limit is " + std::to_string(limit)) != std::string::npos;
+            EXPECT_TRUE(isRefused || message == "none") << message;
+            refusedAt += isRefused ? 1 : 0;
+        }
+        // The description of a thousand bytes is parsed in 64 thousand, 4681 nodes take 900 thousand.
+        EXPECT_EQ(refusedAt, 20u) << encoding;
+    }
+}
+
 TEST(HostileStore, GivesBytesOutOnce) {
     PotreeFixture fixture("UNCOMPRESSED");
     fixture.hierarchy.replace(22, 22, hierarchyRecord(1, 0, 3, 0, 60));  // r1 has the bytes of the root

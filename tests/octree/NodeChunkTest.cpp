@@ -40,7 +40,10 @@ struct OneNodeStore {
         fixture.writeAll();
     }
 
-    Metadata metadata() const { return Metadata::read(fixture.folder.path() / "metadata.json"); }
+    Metadata metadata() const {
+        Octree::MemoryBudget budget;
+        return Metadata::read(fixture.folder.path() / "metadata.json", PoTree::StoreRole::Cloud, budget);
+    }
     std::size_t decode(const RawColumns& columns, std::size_t count = 0) const {
         EXPECT_TRUE(decodeNodeChunk(node, metadata(), FileLoader(fixture.folder.path()), {}, columns, count));
         return count;

@@ -14,7 +14,9 @@ namespace {
 /// Reads the whole store; false when it says that it is damaged. Whatever it gives must be sound in itself.
 bool readsWell(const std::filesystem::path& folder) {
     try {
-        const PoTree::Metadata metadata = PoTree::Metadata::read(folder / "metadata.json");
+        Octree::MemoryBudget budget;
+        const auto metadata =
+            PoTree::Metadata::read(folder / "metadata.json", PoTree::StoreRole::Cloud, budget);
         const Octree::Octree octree{PoTree::FileSystemLocation(folder)};
         std::vector<OctreeNodeId> pending{OctreeNodeId()};
         std::size_t nodes = 0;

@@ -241,8 +241,13 @@ TEST(EptErrors, WhatATileAsksForIsBoundedByTheHierarchyAndByItsBytes) {
         std::uint32_t claim;
         std::string tile;
         const char* problem;
+        Octree::Limits limits{};
     };
+    const Octree::Limits small{.memory = 1000000};
     const Attack attacks[] = {
+        {"binary", 60000, std::string(21 * 60000, '\0'), "asks for 1260000 bytes", small},
+        {"zstandard", 60000, Support::zstandardEncode(std::string(21 * 60000, '\0')), "asks for ", small},
+        {"laszip", 60000, lasTile(0.25, 60000), "asks for ", small},
         {"binary", 1, std::string(21 * 65539, '\0'),
          "is larger than the node's tile may be: 1376319 of 1376298"},
         {"zstandard", 1, std::string(2 << 20, '\0'), "is larger than the node's tile may be: "},
@@ -257,7 +262,7 @@ TEST(EptErrors, WhatATileAsksForIsBoundedByTheHierarchyAndByItsBytes) {
         fixture.writeAll();
         const bool isLas = attack.dataType == "laszip"s;
         fixture.folder.write(isLas ? "ept-data/0-0-0-0.laz" : fixture.tileFile("0-0-0-0"), attack.tile);
-        Entwine::EntwineTree tree{Entwine::FileSystemLocation(fixture.folder.path())};
+        Entwine::EntwineTree tree(Entwine::FileSystemLocation(fixture.folder.path()), {}, attack.limits);
         const TestSupport::LargeAllocations large(std::size_t{4} << 20);
         try {
             Octree::NodePointData data;
@@ -268,6 +273,22 @@ TEST(EptErrors, WhatATileAsksForIsBoundedByTheHierarchyAndByItsBytes) {
             EXPECT_NE(message.find(attack.problem), std::string::npos) << message;
         }
         EXPECT_EQ(large.here(), 0u) << attack.problem;
+    }
+}
+
+TEST(EptErrors, AHierarchyThatTakesMoreMemoryThanTheStoreMay) {
+    EptFixture fixture("binary");
+    for (int i = 0; i < 2000; ++i) {
+        fixture.hierarchy["1-1-0-0"]["9-" + std::to_string(i) + "-0-0"] = -1;
+    }
+    fixture.writeAll();
+    Entwine::EntwineTree tree(Entwine::FileSystemLocation(fixture.folder.path()), {}, {.memory = 200000});
+    try {
+        Octree::NodeFacts facts;
+        tree.nodeFacts(OctreeNodeId().child(4), facts, {});
+        ADD_FAILURE() << "It was read";
+    } catch (const Octree::StoreError& error) {
+        EXPECT_NE(std::string(error.what()).find("asks for "), std::string::npos) << error.what();
     }
 }
 

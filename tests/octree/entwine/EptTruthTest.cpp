@@ -70,7 +70,9 @@ std::size_t countWithoutLike(const std::vector<Point>& points, const std::vector
 
 std::string errorOf(const std::string& store, bool reads) {
     try {
-        EntwineTree tree(Entwine::FileSystemLocation(realData() / "ept" / store));
+        // A fraction of what stores may take otherwise.
+        EntwineTree tree(Entwine::FileSystemLocation(realData() / "ept" / store), {},
+                         {.memory = std::uint64_t{64} << 20});
         NodePointData data;
         if (reads) {
             tree.readNode(OctreeNodeId(), 1.0, data, {});
