@@ -49,6 +49,7 @@ RandomAccessFile::RandomAccessFile(const std::filesystem::path& path) : mPath(pa
         throw StoreError(path, "has no size: " + error);
     }
     mSize = static_cast<std::uint64_t>(size.QuadPart);
+    mWriteTime = lastWriteTime();
 }
 
 RandomAccessFile::~RandomAccessFile() {
@@ -67,6 +68,12 @@ std::size_t RandomAccessFile::readSome(std::uint64_t offset, std::size_t size, c
     return count;
 }
 
+std::int64_t RandomAccessFile::lastWriteTime() const {
+    FILETIME time{};
+    GetFileTime(mHandle, nullptr, nullptr, &time);
+    return static_cast<std::int64_t>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+}
+
 #else
 
 RandomAccessFile::RandomAccessFile(const std::filesystem::path& path) : mPath(path) {
@@ -81,6 +88,7 @@ RandomAccessFile::RandomAccessFile(const std::filesystem::path& path) : mPath(pa
         throw StoreError(path, "is not a file");
     }
     mSize = static_cast<std::uint64_t>(status.st_size);
+    mWriteTime = lastWriteTime();
 }
 
 RandomAccessFile::~RandomAccessFile() {
@@ -97,6 +105,12 @@ std::size_t RandomAccessFile::readSome(std::uint64_t offset, std::size_t size, c
             throw StoreError(mPath, "cannot be read: " + lastSystemError());
         }
     }
+}
+
+std::int64_t RandomAccessFile::lastWriteTime() const {
+    struct stat status {};
+    ::fstat(mDescriptor, &status);
+    return std::int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec;
 }
 
 #endif
@@ -123,6 +137,9 @@ bool RandomAccessFile::read(std::uint64_t offset, std::size_t size, char* target
         size -= count;
     }
     mIsSlow.store(std::chrono::steady_clock::now() - begin > quick, std::memory_order_relaxed);
+    if (lastWriteTime() != mWriteTime) {
+        throw StoreError(mPath, "was written to while it was open");
+    }
     return true;
 }
 

@@ -25,7 +25,7 @@ public:
     }
 
     /// Reads exactly size bytes at offset. False when stopped, which is looked at before every megabyte;
-    /// throws StoreError when the bytes are not to be had. A file that has just been slow is read in a
+    /// throws StoreError when the bytes are not to be had, or when the file was written to since it was opened. A file that has just been slow is read in a
     /// Core::BlockingSection.
     bool read(std::uint64_t offset, std::size_t size, char* target, const std::stop_token& stop) const;
 
@@ -34,9 +34,11 @@ public:
 
 private:
     std::size_t readSome(std::uint64_t offset, std::size_t size, char* target) const;
+    std::int64_t lastWriteTime() const;
 
     std::filesystem::path mPath;
     std::uint64_t mSize = 0;
+    std::int64_t mWriteTime = 0;  ///< In the system's own units.
     mutable std::atomic<bool> mIsSlow{false};  ///< As the last read showed.
 #if defined(_WIN32)
     void* mHandle = nullptr;

@@ -165,17 +165,23 @@ TEST(JsonDocument, IsDestroyedWithoutAllocating) {
 }
 
 TEST(HostileStore, FilesThatChangeWhileTheyAreReadAreNoticed) {
+    struct Change {
+        const char* content;
+        int seconds;
+        const char* problem;
+    };
     const Support::TemporaryFolder folder;
+    const std::filesystem::path path = folder.path() / "file";
     char bytes[4];
-    for (const char* now : {"1234", "12345", "123"}) {
+    for (const Change& change : {Change{"1234", 0, "none"}, Change{"4321", 1, "was written to while"},
+                                 Change{"12345", 0, "grows while"}, Change{"123", 0, "ends at byte 3"}}) {
         folder.write("file", "1234");
-        const Octree::RandomAccessFile file(folder.path() / "file");
-        folder.write("file", now);
+        const auto time = std::filesystem::last_write_time(path);
+        const Octree::RandomAccessFile file(path);
+        folder.write("file", change.content);
+        std::filesystem::last_write_time(path, time + std::chrono::seconds(change.seconds));
         const std::string message = messageOf([&] { file.readAll(bytes, {}); });
-        const char* const problem = now[3] == '\0'   ? "ends at byte 3"
-                                    : now[4] == '\0' ? "none"
-                                                     : "grows while";
-        EXPECT_NE(message.find(problem), std::string::npos) << message;
+        EXPECT_NE(message.find(change.problem), std::string::npos) << message;
     }
 }
 
