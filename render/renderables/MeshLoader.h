@@ -4,6 +4,7 @@
 #include <math/Point.h>
 #include <render/gpu/VertexTypes.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -27,16 +28,21 @@ public:
     /// called again. What it throws, or onPart, leaves the mesh incomplete.
     virtual void load(OnPart onPart) = 0;
 
+    /// Room for a hundred million triangles.
+    static constexpr std::uint64_t DEFAULT_MEMORY_LIMIT = std::uint64_t{64} << 30;
+
     /// The faces of a Wavefront OBJ file with the colours of its vertices, one part a shape, relative to
     /// `origin`: coordinates are read and moved in double, so that those of a survey keep their digits.
     /// Polygons are cut into triangles; lines, points and materials do not count. A face that lacks a normal
     /// is flat. Nothing is read before load(), which throws std::runtime_error naming the file when it cannot
     /// be read, is damaged, has lines of unreasonable length or a face of more than 128 corners that is made
-    /// to take long, and when `stop` is signalled; it prints the reader's warnings. Material files are looked
-    /// for in the file's own folder and nowhere else.
+    /// to take long, when reading it would take more than memoryLimit bytes of memory, which are counted
+    /// before they are allocated, and when `stop` is signalled; it prints the reader's warnings. Material
+    /// files are looked for in the file's own folder and nowhere else.
     static std::shared_ptr<MeshLoader> fromObjFile(const std::filesystem::path& file,
                                                    const Math::Point<double, 3>& origin = {0, 0, 0},
-                                                   std::stop_token stop = {});
+                                                   std::stop_token stop = {},
+                                                   std::uint64_t memoryLimit = DEFAULT_MEMORY_LIMIT);
 };
 
 }  // namespace Render

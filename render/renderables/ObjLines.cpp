@@ -1,3 +1,4 @@
+#include <render/gpu/VertexTypes.h>
 #include <render/renderables/ObjLines.h>
 
 #include <algorithm>
@@ -5,6 +6,7 @@
 #include <limits>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace Render {
 
@@ -12,7 +14,30 @@ namespace {
 
 constexpr std::size_t maxLargeFaces = 100000000;
 
+/// Lists double as they grow.
+constexpr std::uint64_t GROWING = 2;
+/// Coordinates, colour and weight of a vertex, in double.
+constexpr std::array<std::uint64_t, 3> NUMBER_BYTES{GROWING * 56, GROWING * 16, GROWING * 24};
+constexpr std::uint64_t FACE_BYTES = GROWING * 40;
+/// Three indices.
+constexpr std::uint64_t CORNER_BYTES = GROWING * 12;
+/// Its corners' indices and what else the reader notes, then its vertices.
+constexpr std::uint64_t TRIANGLE_BYTES = GROWING * (36 + 12) + 3 * sizeof(VertexPosNormalTexCoordColor);
+/// A group, an object or a material's use, and its name.
+constexpr std::uint64_t GROUP_BYTES = 1024;
+
 }  // namespace
+
+ObjLines::ObjLines(const std::filesystem::path& file, std::stop_token stop, std::uint64_t memoryLimit)
+    : LineBuffer(file, std::move(stop)), mMemoryLimit(memoryLimit) {}
+
+void ObjLines::count(std::uint64_t bytes) {
+    mMemory += bytes;
+    if (mMemory > mMemoryLimit) {
+        fail("the mesh asks for more than the " + std::to_string(mMemoryLimit) +
+             " bytes of memory that it may take");
+    }
+}
 
 void ObjLines::requireIndicesInRange() const {
     for (std::size_t kind = 0; kind < KindCount; ++kind) {
@@ -23,6 +48,7 @@ void ObjLines::requireIndicesInRange() const {
 }
 
 bool ObjLines::admits(std::string_view line) {
+    count(line.size());
     if (startsWith(line, "v")) {
         return countNumbers(Vertex, line);
     }
@@ -36,9 +62,12 @@ bool ObjLines::admits(std::string_view line) {
         requireNumbers(line);
     } else if (startsWith(line, "l") || startsWith(line, "p")) {
         mGroupHasLines = true;
+        count(GROWING * 12 * line.size());
     } else if (startsWith(line, "g") || startsWith(line, "o")) {
         mGroupHasLines = false;
+        count(GROUP_BYTES);
     } else if (line.starts_with("usemtl")) {
+        count(GROUP_BYTES);
         // Each would make the reader store all lines and points of the group once more.
         return !mGroupHasLines;
     }
@@ -48,6 +77,7 @@ bool ObjLines::admits(std::string_view line) {
 
 bool ObjLines::countNumbers(Kind kind, std::string_view line) {
     ++mCounts[kind];
+    count(NUMBER_BYTES[kind]);
     requireNumbers(line);
     return true;
 }
@@ -61,9 +91,11 @@ void ObjLines::requireNumbers(std::string_view line) const {
 void ObjLines::checkFace(std::string_view corners) {
     ++mFaces;
     mCorners.clear();
+    count(FACE_BYTES);
     for (corners = withoutBlanksBefore(corners); !corners.empty(); corners = withoutBlanksBefore(corners)) {
         const auto length =
             static_cast<std::size_t>(std::find_if(corners.begin(), corners.end(), isBlank) - corners.begin());
+        count(CORNER_BYTES + (mCorners.size() < 2 ? 0 : TRIANGLE_BYTES));
         mCorners.push_back(checkCorner(corners.substr(0, length)));
         corners.remove_prefix(length);
     }

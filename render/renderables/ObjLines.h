@@ -30,7 +30,8 @@ public:
         std::size_t line = 0;
     };
 
-    using LineBuffer::LineBuffer;
+    /// Memory is counted as the reader and ObjMeshLoader take it; more than the limit is an error.
+    ObjLines(const std::filesystem::path& file, std::stop_token stop, std::uint64_t memoryLimit);
 
     /// To be called when all is read: throws std::runtime_error naming file, line, face and index if a face
     /// refers to what is not there.
@@ -51,6 +52,7 @@ private:
         std::size_t line = 0;
     };
 
+    void count(std::uint64_t bytes);
     bool countNumbers(Kind kind, std::string_view line);
     void requireNumbers(std::string_view line) const;
     void checkFace(std::string_view corners);
@@ -65,6 +67,8 @@ private:
     bool mGroupHasLines = false;
     std::vector<LargeFace> mLargeFaces;
     std::vector<Indices> mCorners;  ///< Of the face at hand.
+    std::uint64_t mMemoryLimit;
+    std::uint64_t mMemory = 0;
 };
 
 }  // namespace Render

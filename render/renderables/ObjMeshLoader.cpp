@@ -236,8 +236,8 @@ void dropWarningOfRange(std::string& warnings) {
     }
 }
 
-Contents read(const std::filesystem::path& file, const std::stop_token& stop) {
-    ObjLines lines(file, stop);
+Contents read(const std::filesystem::path& file, const std::stop_token& stop, std::uint64_t memoryLimit) {
+    ObjLines lines(file, stop, memoryLimit);
     if (!lines.isOpen()) {
         throw std::runtime_error("TinyObjReader: Cannot open file [" + lines.name() + ']');
     }
@@ -266,11 +266,12 @@ Contents read(const std::filesystem::path& file, const std::stop_token& stop) {
 
 }  // namespace
 
-ObjMeshLoader::ObjMeshLoader(std::filesystem::path file, const D& origin, std::stop_token stop)
-    : mFile(std::move(file)), mOrigin(origin), mStop(std::move(stop)) {}
+ObjMeshLoader::ObjMeshLoader(std::filesystem::path file, const D& origin, std::stop_token stop,
+                             std::uint64_t memoryLimit)
+    : mFile(std::move(file)), mOrigin(origin), mStop(std::move(stop)), mMemoryLimit(memoryLimit) {}
 
 void ObjMeshLoader::load(OnPart onPart) {
-    Contents contents = read(mFile, mStop);
+    Contents contents = read(mFile, mStop, mMemoryLimit);
     for (tinyobj::shape_t& shape : contents.shapes) {
         std::vector<Vertex> vertices;
         try {

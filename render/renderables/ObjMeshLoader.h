@@ -2,6 +2,7 @@
 
 #include <render/renderables/MeshLoader.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <stop_token>
 
@@ -11,7 +12,7 @@ namespace Render {
 class ObjMeshLoader : public MeshLoader {
 public:
     explicit ObjMeshLoader(std::filesystem::path file, const Math::Point<double, 3>& origin = {0, 0, 0},
-                           std::stop_token stop = {});
+                           std::stop_token stop = {}, std::uint64_t memoryLimit = DEFAULT_MEMORY_LIMIT);
 
     void load(OnPart onPart) override;
 
@@ -19,6 +20,7 @@ private:
     std::filesystem::path mFile;
     Math::Point<double, 3> mOrigin;
     std::stop_token mStop;
+    std::uint64_t mMemoryLimit;
 };
 
 }  // namespace Render

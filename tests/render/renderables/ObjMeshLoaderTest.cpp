@@ -261,6 +261,26 @@ TEST_F(ObjMeshLoaderTest, HostilePolygonsTakeLittleTimeAndLoadingCanBeStopped) {
     EXPECT_THROW(stopped.load([](const Part&) { ADD_FAILURE(); }), std::runtime_error);
 }
 
+TEST_F(ObjMeshLoaderTest, TakesNoMoreMemoryThanItsLimit) {
+    constexpr std::uint64_t limit = 1000000;
+    const std::string numbers = "v 1 2 3\nvn 1 2 3\nvt 1 2\n";
+    for (const std::string& content :
+         {repeated(numbers, 5000), triangle + repeated("f 1 2 3\n", 5000),
+          triangle + "f" + repeated(" 1", 6000) + "\n", triangle + repeated("o a\nf 1 2 3\n", 900)}) {
+        const std::filesystem::path file = write("mesh.obj", content);
+        std::string error = "none";
+        try {
+            Render::ObjMeshLoader(file, {}, {}, limit).load([](const Part&) { ADD_FAILURE() << "a part"; });
+        } catch (const std::runtime_error& caught) {
+            error = caught.what();
+        }
+        EXPECT_NE(error.find("the mesh asks for more than the 1000000 bytes"), std::string::npos) << error;
+        EXPECT_NE(error.find(", line "), std::string::npos) << error;
+        const std::filesystem::path part = write("part.obj", content.substr(0, content.size() / 8));
+        EXPECT_NO_THROW(Render::ObjMeshLoader(part, {}, {}, limit).load([](const Part&) {}));
+    }
+}
+
 TEST_F(ObjMeshLoaderTest, LinesEndAsOnAnySystem) {
     // Comments bring a line end to the border of what is read at once.
     constexpr std::size_t border = 2 * LineBuffer::maxLineLength;
