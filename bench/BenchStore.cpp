@@ -3,6 +3,7 @@
 #include <core/File.h>
 #include <octree/Location.h>
 #include <octree/NodeChildren.h>
+#include <octree/copc/Store.h>
 #include <octree/entwine/EntwineTree.h>
 #include <octree/potree/Store.h>
 #include <tools/lumaro/SampleScene.h>
@@ -132,6 +133,9 @@ std::shared_ptr<Octree::NodeSource> openBenchSource() {
     const Octree::Location location = Octree::Location::fromPath(benchStore());
     if (const Entwine::FileSystemLocation* const entwine = location.entwine()) {
         return std::make_shared<Entwine::EntwineTree>(*entwine);
+    }
+    if (const Copc::FileLocation* const copc = location.copc()) {
+        return std::make_shared<Copc::Store>(*copc);
     }
     return std::make_shared<PoTree::Store>(*location.potree());
 }

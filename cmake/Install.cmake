@@ -52,10 +52,11 @@ install(TARGETS LumaroRender EXPORT LumaroRenderTargets
 # Headers of the inside: nothing that they declare is exported, and none of the others includes them.
 set(private_core BackgroundThread Brotli ExceptionLog GrowingBuffer LoadingQueue LoadingTask LoadingWorkers)
 set(private_graphics ImageFile Jpeg PanoramaGrid Pfm Png)
-set(private_octree ChildCube IntensityRange JsonDocument JsonValue MemoryBudget NodeLimits Printable RandomAccessFile StoppableMutex
+set(private_octree ChildCube Hierarchy HierarchyPage IntensityRange JsonDocument JsonValue MemoryBudget NodeLimits Printable RandomAccessFile StoppableMutex
     las/.*
-    entwine/EntwineTree entwine/Hierarchy entwine/HierarchyPage entwine/Metadata entwine/NodeKey entwine/Tile
-    entwine/TileColumns entwine/TileReader entwine/Zstandard
+    copc/ChunkReader copc/Head copc/HierarchyReader copc/Store
+    entwine/EntwineTree entwine/HierarchyFile entwine/LasTile entwine/Metadata entwine/NodeKey entwine/Tile
+    entwine/TileColumns entwine/TileReader entwine/TileTree entwine/Zstandard
     potree/ChunkColumn potree/FetchCancelled potree/FileLoader potree/HierarchyChunk potree/Metadata potree/Node
     potree/NodeChunk potree/NodeTable potree/PointCodes potree/PointColumns potree/Store)
 set(private_render core/DepthTerms core/ReadMapping core/TargetNames core/UploadAllowance

@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* NOT_READ = "; only Potree 2.0 and Entwine stores are";
+constexpr const char* NOT_READ = "; only Potree 2.0 and Entwine stores and COPC files are";
 
 /// Of the last part, in lower case as far as it is ASCII.
 std::string lowerName(const fs::path& path) {
@@ -21,23 +21,9 @@ std::string lowerName(const fs::path& path) {
     return name;
 }
 
-bool isCopc(const fs::path& path) {
-    return lowerName(path).ends_with(".copc.laz");
-}
-
 bool isFile(const fs::path& path) {
     std::error_code ignored;
     return fs::is_regular_file(path, ignored);
-}
-
-bool holdsCopc(const fs::path& folder) {
-    std::error_code error;
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-        if (isCopc(entry->path())) {
-            return true;
-        }
-    }
-    return false;
 }
 
 Location ofFolder(const fs::path& folder) {
@@ -53,12 +39,9 @@ Location ofFolder(const fs::path& folder) {
     if (isFile(folder / "cloud.js")) {
         throw StoreError(folder, std::string("is a Potree 1 store, which is not read") + NOT_READ);
     }
-    if (holdsCopc(folder)) {
-        throw StoreError(folder, std::string("holds COPC files, which are not read") + NOT_READ);
-    }
     throw StoreError(folder,
                      "is not a point cloud store: it has neither a metadata.json (Potree 2.0) nor an "
-                     "ept.json (Entwine)");
+                     "ept.json (Entwine); of COPC, name the file");
 }
 
 Location ofFile(const fs::path& file) {
@@ -73,12 +56,12 @@ Location ofFile(const fs::path& file) {
     if (name == "cloud.js") {
         throw StoreError(file, std::string("belongs to a Potree 1 store, which is not read") + NOT_READ);
     }
-    if (isCopc(file)) {
-        throw StoreError(file, std::string("is a COPC file, which is not read") + NOT_READ);
+    if (const Copc::FileLocation copc(file); copc.exists()) {
+        return copc;
     }
     throw StoreError(file,
-                     "is not a point cloud store: it is neither a folder nor a metadata.json (Potree 2.0) "
-                     "or an ept.json (Entwine)");
+                     "is not a point cloud store: it is neither a folder nor a metadata.json (Potree 2.0), "
+                     "an ept.json (Entwine) or a COPC file");
 }
 
 }  // namespace
@@ -93,16 +76,24 @@ Location Location::fromPath(const fs::path& path) {
 }
 
 bool Location::exists() const {
-    return (potree() != nullptr && potree()->exists()) || (entwine() != nullptr && entwine()->exists());
+    return (potree() != nullptr && potree()->exists()) || (entwine() != nullptr && entwine()->exists()) ||
+           (copc() != nullptr && copc()->exists());
 }
 
 std::string Location::toString() const {
-    return Core::pathToUtf8(folder());
+    return Core::pathToUtf8(path());
+}
+
+fs::path Location::path() const {
+    return copc() != nullptr ? copc()->file() : folder();
 }
 
 fs::path Location::folder() const {
     if (potree() != nullptr) {
         return potree()->folder();
+    }
+    if (copc() != nullptr) {
+        return copc()->file().parent_path();
     }
     return entwine() != nullptr ? entwine()->folder() : fs::path();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <core/Export.h>
+#include <octree/copc/FileLocation.h>
 #include <octree/entwine/FileSystemLocation.h>
 #include <octree/potree/FileSystemLocation.h>
 
@@ -19,18 +20,21 @@ public:
     Location() = default;
     Location(const PoTree::FileSystemLocation& location) : mPlace(location) {}
     Location(const Entwine::FileSystemLocation& location) : mPlace(location) {}
+    Location(const Copc::FileLocation& location) : mPlace(location) {}
 
     /// Finds out what a path is: a folder with a metadata.json (Potree 2.0) or an ept.json (Entwine), or one
-    /// of these files itself. Throws StoreError naming the path and what was looked for, or the kind of store
-    /// that it is where that kind is known but not read (Potree 1, COPC).
+    /// of these files itself, or a COPC file, by its content. Throws StoreError naming the path and what was
+    /// looked for, or the kind of store that it is where that kind is known but not read (Potree 1).
     static Location fromPath(const std::filesystem::path& path);
 
     /// Whether a store of that kind is there now.
     bool exists() const;
     /// For messages and lists; empty for no location.
     std::string toString() const;
-    /// Empty for no location.
+    /// The store's folder, or the one that a COPC file lies in; empty for no location.
     std::filesystem::path folder() const;
+    /// The store itself: a folder or a COPC file; empty for no location.
+    std::filesystem::path path() const;
     /// nullptr when this is not a Potree store.
     const PoTree::FileSystemLocation* potree() const {
         return std::get_if<PoTree::FileSystemLocation>(&mPlace);
@@ -39,11 +43,14 @@ public:
     const Entwine::FileSystemLocation* entwine() const {
         return std::get_if<Entwine::FileSystemLocation>(&mPlace);
     }
+    /// nullptr when this is not a COPC file.
+    const Copc::FileLocation* copc() const { return std::get_if<Copc::FileLocation>(&mPlace); }
 
     bool operator==(const Location&) const = default;
 
 private:
-    std::variant<std::monostate, PoTree::FileSystemLocation, Entwine::FileSystemLocation> mPlace;
+    std::variant<std::monostate, PoTree::FileSystemLocation, Entwine::FileSystemLocation, Copc::FileLocation>
+        mPlace;
 };
 
 }  // namespace Octree

@@ -1,6 +1,7 @@
 #include <octree/ChildCube.h>
 #include <octree/Octree.h>
 #include <octree/StoreError.h>
+#include <octree/copc/Store.h>
 #include <octree/entwine/EntwineTree.h>
 #include <octree/potree/Store.h>
 
@@ -29,6 +30,9 @@ std::shared_ptr<NodeSource> openStore(const Location& location, PoTree::StoreRol
     }
     if (const Entwine::FileSystemLocation* entwine = location.entwine()) {
         return std::make_shared<Entwine::EntwineTree>(*entwine, stop, limits);
+    }
+    if (const Copc::FileLocation* copc = location.copc()) {
+        return std::make_shared<Copc::Store>(*copc, stop, limits);
     }
     throw std::invalid_argument("There is no point cloud without a location");
 }
@@ -251,7 +255,7 @@ bool Octree::mergeExternal(const External& external, OctreeNodeId id, NodePointD
             return false;
         }
         if (columns.size() != data.size()) {
-            throw StoreError(external.location.folder(), id.name(),
+            throw StoreError(external.location.path(), id.name(),
                              "it has " + std::to_string(columns.size()) + " points, in the cloud it has " +
                                  std::to_string(data.size()));
         }
@@ -265,7 +269,7 @@ bool Octree::mergeExternal(const External& external, OctreeNodeId id, NodePointD
 // Called while the cause is being handled, which goes along nested.
 void Octree::failInExternal(const External& external, OctreeNodeId id) const {
     std::throw_with_nested(
-        StoreError(mLocation.folder(), id.name(),
+        StoreError(mLocation.path(), id.name(),
                    "its external attributes in " + external.location.toString() + " cannot be used"));
 }
 

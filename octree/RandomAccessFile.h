@@ -25,8 +25,8 @@ public:
     }
 
     /// Reads exactly size bytes at offset. False when stopped, which is looked at before every megabyte;
-    /// throws StoreError when the bytes are not to be had, or when the file was written to since it was opened. A file that has just been slow is read in a
-    /// Core::BlockingSection.
+    /// throws StoreError when the bytes are not to be had, or when the file was written to since it was
+    /// opened. A file that has just been slow is read in a Core::BlockingSection.
     bool read(std::uint64_t offset, std::size_t size, char* target, const std::stop_token& stop) const;
 
     /// Reads the whole file, size() bytes, and throws StoreError when it has grown meanwhile, too.
@@ -38,7 +38,7 @@ private:
 
     std::filesystem::path mPath;
     std::uint64_t mSize = 0;
-    std::int64_t mWriteTime = 0;  ///< In the system's own units.
+    std::int64_t mWriteTime = 0;               ///< In the system's own units.
     mutable std::atomic<bool> mIsSlow{false};  ///< As the last read showed.
 #if defined(_WIN32)
     void* mHandle = nullptr;

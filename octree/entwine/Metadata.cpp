@@ -159,10 +159,11 @@ Metadata Metadata::make(const JsonValue& root, const std::filesystem::path& file
     result.dataType = root["dataType"].string();
     result.pointCount = root["points"].count();
     const JsonValue span = root[root.has("span") || !root.has("ticks") ? "span" : "ticks"];
-    result.span = span.count();
-    span.require(result.span >= 1 && result.span <= MAX_SPAN, "a number from 1 to 2^30");
+    const std::uint64_t cells = span.count();
+    span.require(cells >= 1 && cells <= MAX_SPAN, "a number from 1 to 2^30");
     result.bounds = parseBounds(root["bounds"]);
     checkCube(root["bounds"], result.bounds);
+    result.spacing = (result.bounds.max[0] - result.bounds.min[0]) / static_cast<double>(cells);
     result.boundsConforming = result.bounds;
     if (root.has("boundsConforming")) {
         result.boundsConforming = parseBounds(root["boundsConforming"]);

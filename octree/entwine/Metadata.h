@@ -44,8 +44,9 @@ struct Dimension {
     std::optional<double> minimum, maximum;
 };
 
-/// What a store's ept.json says, checked: every number is finite, scales are positive, the bounds are a cube,
-/// boxes are not inverted, X, Y and Z are there, and doubles hold every step of their grids.
+/// What a store of tiles says of itself, be it in an ept.json, checked: every number is finite, scales are
+/// positive, the bounds are a cube, boxes are not inverted, X, Y and Z are there, and doubles hold every step
+/// of their grids.
 struct Metadata {
     /// Throws StoreError naming the file and the key that is missing or wrong, OpenStopped when stopped.
     static Metadata read(const std::filesystem::path& file, Octree::MemoryBudget& budget,
@@ -57,8 +58,8 @@ struct Metadata {
 
     std::string dataType;
     std::uint64_t pointCount = 0;
-    /// Cells along a side of each node's cube.
-    std::uint64_t span = 0;
+    /// Distance between points of level 0, halved with each level.
+    double spacing = 0.0;
     /// The root's cube.
     Math::NBoundingBox<double, 3> bounds;
     /// Around the points; the root's cube when the store does not say.

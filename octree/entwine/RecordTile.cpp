@@ -29,8 +29,9 @@ public:
         return mFolder / (NodeKey(id).text() + (mIsCompressed ? ".zst" : ".bin"));
     }
 
-    bool read(OctreeNodeId id, std::uint64_t expectedCount, Tile& tile,
+    bool read(OctreeNodeId id, const Octree::HierarchyNode& node, const Octree::ByteRange&, Tile& tile,
               const std::stop_token& stop) const override {
+        const std::uint64_t expectedCount = node.pointCount;
         // What cannot be compressed grows by less than a tenth.
         const std::uint64_t most = sizeOf(maxPointCount(expectedCount));
         std::size_t size = 0;

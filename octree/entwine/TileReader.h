@@ -1,5 +1,6 @@
 #pragma once
 
+#include <octree/HierarchyPage.h>
 #include <octree/MemoryBudget.h>
 #include <octree/NodeLimits.h>
 #include <octree/OctreeNodeId.h>
@@ -32,11 +33,12 @@ public:
 
     virtual std::filesystem::path fileOf(Octree::OctreeNodeId id) const = 0;
 
-    /// Reads the points of a node that has some. The tile itself says how many; expectedCount only bounds the
-    /// memory it may take. False when stopped. Throws StoreError naming the file and the node when the tile
-    /// is not to be had, has no points or is damaged.
-    virtual bool read(Octree::OctreeNodeId id, std::uint64_t expectedCount, Tile& tile,
-                      const std::stop_token& stop) const = 0;
+    /// Reads the points of a node that has some, which lie at range where the hierarchy has such. The tile
+    /// itself may say how many there are; the node's count then only bounds the memory it may take. False
+    /// when stopped. Throws StoreError naming the file and the node when the tile is not to be had, has no
+    /// points or is damaged.
+    virtual bool read(Octree::OctreeNodeId id, const Octree::HierarchyNode& node,
+                      const Octree::ByteRange& range, Tile& tile, const std::stop_token& stop) const = 0;
 };
 
 /// For the store's data type. Throws StoreError for one that cannot be read. The metadata and the budget must

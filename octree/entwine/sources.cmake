@@ -1,7 +1,7 @@
 set(LUMARO_ENTWINE_SOURCES
     entwine/EntwineTree.cpp
-    entwine/Hierarchy.cpp
-    entwine/HierarchyPage.cpp
+    entwine/HierarchyFile.cpp
+    entwine/LasTile.cpp
     entwine/LaszipTile.cpp
     entwine/Metadata.cpp
     entwine/NodeKey.cpp
@@ -9,15 +9,17 @@ set(LUMARO_ENTWINE_SOURCES
     entwine/Tile.cpp
     entwine/TileColumns.cpp
     entwine/TileReader.cpp
+    entwine/TileTree.cpp
     entwine/Zstandard.cpp)
 set(LUMARO_ENTWINE_HEADERS
     entwine/EntwineTree.h
     entwine/FileSystemLocation.h
-    entwine/Hierarchy.h
-    entwine/HierarchyPage.h
+    entwine/HierarchyFile.h
+    entwine/LasTile.h
     entwine/Metadata.h
     entwine/NodeKey.h
     entwine/Tile.h
     entwine/TileColumns.h
     entwine/TileReader.h
+    entwine/TileTree.h
     entwine/Zstandard.h)

@@ -46,10 +46,21 @@ void checkGrid(const Header& header) {
 
 }  // namespace
 
-LasFile::LasFile(std::string name, std::span<const std::byte> bytes) : mName(std::move(name)), mBytes(bytes) {
+LasFile::LasFile(std::string name, std::span<const std::byte> bytes)
+    : LasFile(std::move(name), bytes, Extent::Whole) {}
+
+LasFile LasFile::head(std::string name, std::span<const std::byte> bytes) {
+    return LasFile(std::move(name), bytes, Extent::Head);
+}
+
+LasFile::LasFile(std::string name, std::span<const std::byte> bytes, Extent extent)
+    : mName(std::move(name)), mBytes(bytes) {
     try {
-        readHeader();
+        readHeader(extent);
         readItems();
+        if (extent == Extent::Head) {
+            return;
+        }
         const std::span<const std::byte> points = mBytes.subspan(mPointOffset);
         mChunks = mItems ? ChunkTable::read(mBytes, mPointOffset, mHeader.pointCount, *mFormat, *mItems)
                          : ChunkTable::ofRecords(points.size(), mPointOffset, mHeader.pointCount, *mFormat);
@@ -58,7 +69,7 @@ LasFile::LasFile(std::string name, std::span<const std::byte> bytes) : mName(std
     }
 }
 
-void LasFile::readHeader() {
+void LasFile::readHeader(Extent extent) {
     FieldReader reader(mBytes, "the header");
     if (mBytes.size() < 4 || reader.text(4) != "LASF") {
         throw DataError("is not a LAS file");
@@ -98,7 +109,9 @@ void LasFile::readHeader() {
         if (const auto count = reader.next<std::uint64_t>(); count != 0) {
             mHeader.pointCount = count;
         }
-        readRecords(extendedOffset, extendedCount, true);
+        if (extent == Extent::Whole) {
+            readRecords(extendedOffset, extendedCount, true);
+        }
     }
 }
 

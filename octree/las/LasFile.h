@@ -53,6 +53,9 @@ public:
     /// The name is for errors. The bytes must outlive the file. Throws Octree::StoreError for bytes that are
     /// no LAS file or one of a kind that is not supported.
     LasFile(std::string name, std::span<const std::byte> bytes);
+    /// Only what stands before the points, of which the bytes need not hold any: no records behind the
+    /// points, no chunks.
+    static LasFile head(std::string name, std::span<const std::byte> bytes);
 
     const std::string& name() const { return mName; }
     std::span<const std::byte> bytes() const { return mBytes; }
@@ -67,7 +70,10 @@ public:
     const ChunkTable& chunks() const { return mChunks; }
 
 private:
-    void readHeader();
+    enum class Extent { Head, Whole };
+
+    LasFile(std::string name, std::span<const std::byte> bytes, Extent extent);
+    void readHeader(Extent extent);
     void readRecords(std::uint64_t offset, std::uint64_t count, bool isExtended);
     void readItems();
     const VariableRecord* findRecord(const std::string& userId, unsigned recordId) const;

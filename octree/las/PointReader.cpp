@@ -21,9 +21,20 @@ std::unique_ptr<ChunkDecoder> decoderFor(const LasFile& file, unsigned fields) {
 
 PointReader::PointReader(const LasFile& file, unsigned fields)
     : mFile(file),
+      mBytes(file.bytes()),
+      mTable(file.chunks()),
       mFields(file.format().fieldsOf(fields)),
       mDecoder(decoderFor(file, mFields)),
       mPointsLeft(file.header().pointCount) {}
+
+PointReader::PointReader(const LasFile& file, std::span<const std::byte> chunk, std::uint64_t pointCount,
+                         unsigned fields)
+    : mFile(file),
+      mBytes(chunk),
+      mTable{{{0, chunk.size(), pointCount}}, true, 0},
+      mFields(file.format().fieldsOf(fields)),
+      mDecoder(decoderFor(file, mFields)),
+      mPointsLeft(pointCount) {}
 
 bool PointReader::read(Columns& columns) {
     if (mPointsLeft == 0) {
@@ -48,27 +59,25 @@ bool PointReader::read(Columns& columns) {
 }
 
 void PointReader::startChunk() {
-    const ChunkTable& table = mFile.chunks();
-    mChunk = table.isComplete ? table.chunks[static_cast<std::size_t>(mNextChunk)] : untabledChunk();
+    mChunk = mTable.isComplete ? mTable.chunks[static_cast<std::size_t>(mNextChunk)] : untabledChunk();
     ++mNextChunk;
     mDecodedOfChunk = 0;
     if (!isPlausible(mChunk.pointCount, mChunk.size)) {
         throw DataError(std::to_string(mChunk.size) + " bytes are too few for " +
                         std::to_string(mChunk.pointCount) + " points");
     }
-    mDecoder->start(mFile.bytes().subspan(mChunk.offset, mChunk.size), mChunk.pointCount);
+    mDecoder->start(mBytes.subspan(mChunk.offset, mChunk.size), mChunk.pointCount);
 }
 
 /// Without a table a chunk begins where the one before ended, and may take the rest of the file.
 ChunkTable::Chunk PointReader::untabledChunk() const {
-    const std::uint64_t offset =
-        mNextChunk == 0 ? mFile.chunks().firstOffset : mChunk.offset + mDecoder->consumed();
-    ChunkTable::Chunk chunk{offset, mFile.bytes().size() - offset, 0};
+    const std::uint64_t offset = mNextChunk == 0 ? mTable.firstOffset : mChunk.offset + mDecoder->consumed();
+    ChunkTable::Chunk chunk{offset, mBytes.size() - offset, 0};
     if (mFile.items()->hasFixedChunks()) {
         chunk.pointCount = mFile.items()->chunkSize;
     } else if (mFile.format().isLayered()) {
         // Layered chunks tell their own number of points, after the first record.
-        FieldReader reader(mFile.bytes().subspan(offset), "the chunk");
+        FieldReader reader(mBytes.subspan(offset), "the chunk");
         reader.skip(mFile.format().recordLength);
         chunk.pointCount = reader.next<std::uint32_t>();
         if (chunk.pointCount == 0) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 namespace Las {
 
@@ -18,6 +19,9 @@ public:
 
     /// The fields or Field values. The file must outlive the reader.
     PointReader(const LasFile& file, unsigned fields);
+    /// Reads one chunk of a file, of which the head is enough, by itself.
+    PointReader(const LasFile& file, std::span<const std::byte> chunk, std::uint64_t pointCount,
+                unsigned fields);
 
     /// Appends the next points; false when there are none left. Throws Octree::StoreError naming file, chunk
     /// and point when they cannot be decoded; the columns then end in points of no meaning.
@@ -32,6 +36,8 @@ private:
     [[noreturn]] void fail(const std::string& problem) const;
 
     const LasFile& mFile;
+    const std::span<const std::byte> mBytes;
+    const ChunkTable mTable;
     unsigned mFields;
     std::unique_ptr<ChunkDecoder> mDecoder;
     std::uint64_t mPointsLeft;

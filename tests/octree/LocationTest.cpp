@@ -76,16 +76,13 @@ TEST(Location, NamesWhatItIsNotAndWhatWasLookedFor) {
     EXPECT_EQ(errorOf(folder.path() / "absent"), "there is no such folder or file");
     EXPECT_EQ(errorOf(folder.path()),
               "is not a point cloud store: it has neither a metadata.json (Potree 2.0) nor an ept.json "
-              "(Entwine)");
-    folder.write("scan.laz", "");
-    EXPECT_EQ(errorOf(folder.path() / "scan.laz"),
-              "is not a point cloud store: it is neither a folder nor a metadata.json (Potree 2.0) or an "
-              "ept.json (Entwine)");
+              "(Entwine); of COPC, name the file");
+    folder.write("scan.copc.laz", std::string("LASF") + std::string(1000, '\0'));
+    EXPECT_EQ(errorOf(folder.path() / "scan.copc.laz"),
+              "is not a point cloud store: it is neither a folder nor a metadata.json (Potree 2.0), an "
+              "ept.json (Entwine) or a COPC file");
 
-    const std::string others = "; only Potree 2.0 and Entwine stores are";
-    folder.write("Scan.COPC.laz", "");
-    EXPECT_EQ(errorOf(folder.path()), "holds COPC files, which are not read" + others);
-    EXPECT_EQ(errorOf(folder.path() / "Scan.COPC.laz"), "is a COPC file, which is not read" + others);
+    const std::string others = "; only Potree 2.0 and Entwine stores and COPC files are";
     folder.write("cloud.js", "{}");
     EXPECT_EQ(errorOf(folder.path()), "is a Potree 1 store, which is not read" + others);
     EXPECT_EQ(errorOf(folder.path() / "cloud.js"), "belongs to a Potree 1 store, which is not read" + others);

@@ -101,7 +101,9 @@ StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token&
     const Octree::Octree octree(location);
     StoreInfo info;
     info.location = location.toString();
-    info.format = location.entwine() != nullptr ? "Entwine" : "Potree 2.0";
+    info.format = location.copc() != nullptr      ? "COPC"
+                  : location.entwine() != nullptr ? "Entwine"
+                                                  : "Potree 2.0";
     info.encoding = octree.encoding();
     info.points = octree.totalPointCount();
     info.attributes = attributesOf(octree);

@@ -50,12 +50,17 @@ private:
     fs::path mFolder;
 };
 
+std::filesystem::path defaultPicture(const Octree::Location& location) {
+    return location.copc() != nullptr ? location.path().replace_extension(".png")
+                                      : location.folder() / "thumbnail.png";
+}
+
 bool makeThumbnail(const Options& options, const std::stop_token& stop) {
     const Octree::Location location = Octree::Location::fromPath(pathFromUtf8(options.store));
     // Points without colours are white.
     const Math::Color background =
         options.background.value_or(hasColors(location) ? Math::Color::white() : Math::Color(32, 32, 32));
-    UnfinishedPicture picture(options.output.empty() ? location.folder() / "thumbnail.png"
+    UnfinishedPicture picture(options.output.empty() ? defaultPicture(location)
                                                      : pathFromUtf8(options.output));
     Progress progress;
     const auto report = [&](const Render::LoadingProgress& loading) { progress.show(loadingText(loading)); };

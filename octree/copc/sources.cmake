@@ -1,0 +1,12 @@
+set(LUMARO_COPC_SOURCES
+    copc/ChunkReader.cpp
+    copc/FileLocation.cpp
+    copc/Head.cpp
+    copc/HierarchyReader.cpp
+    copc/Store.cpp)
+set(LUMARO_COPC_HEADERS
+    copc/ChunkReader.h
+    copc/FileLocation.h
+    copc/Head.h
+    copc/HierarchyReader.h
+    copc/Store.h)
