@@ -70,7 +70,8 @@ std::size_t RandomAccessFile::readSome(std::uint64_t offset, std::size_t size, c
 #else
 
 RandomAccessFile::RandomAccessFile(const std::filesystem::path& path) : mPath(path) {
-    mDescriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Opening a pipe would wait for its writer.
+    mDescriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (mDescriptor < 0) {
         throw StoreError(path, "cannot be opened: " + lastSystemError());
     }
