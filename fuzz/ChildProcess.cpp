@@ -62,7 +62,8 @@ ChildResult runInChild(const std::function<std::string()>& function, unsigned ma
     }
     result.time = std::chrono::steady_clock::now() - start;
     result.memoryBytes = static_cast<std::size_t>(usage.ru_maxrss) * 1024;
-    if (WIFSIGNALED(status)) {
+    result.wasKilled = WIFSIGNALED(status);
+    if (result.wasKilled) {
         result.text = std::string("ended by: ") + ::strsignal(WTERMSIG(status));
     }
     return result;

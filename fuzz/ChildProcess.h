@@ -14,6 +14,7 @@ struct ChildResult {
     std::size_t memoryBytes = 0;
     /// What the function returned or threw, or how its process ended.
     std::string text;
+    bool wasKilled = false;
 };
 
 /// Waits for it, and kills it after so many seconds. Not under Windows.

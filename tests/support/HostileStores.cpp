@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <random>
 #include <vector>
 
 namespace Support::Hostile {
@@ -80,9 +81,17 @@ std::string recordsOf(std::vector<OctreeNodeId> nodes) {
 
 }  // namespace
 
-void fillRoot(PotreeFixture& store, std::uint32_t points) {
+void fillRoot(PotreeFixture& store, std::uint32_t points, unsigned moreBytes, std::size_t noise) {
     constexpr std::size_t BYTES_PER_POINT = 26;  // in Brotli
-    store.octree = brotliEncode(std::string(BYTES_PER_POINT * points, '\0'));
+    std::string bytes((BYTES_PER_POINT + moreBytes) * points, '\0');
+    if (moreBytes > 0) {
+        store.metadata["attributes"].push_back(attribute("more", moreBytes, "undefined"));
+    }
+    std::mt19937 random;
+    for (std::size_t i = 0; i < noise; ++i) {
+        bytes[BYTES_PER_POINT * points + i] = static_cast<char>(random() & 0xff);
+    }
+    store.octree = brotliEncode(bytes);
     store.metadata["points"] = points;
     setRoot(store, hierarchyRecord(1, 0, points, 0, store.octree.size()));
 }

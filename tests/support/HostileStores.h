@@ -8,8 +8,9 @@
 /// What makes a sound store ask for more than it weighs. Afterwards writeAll() has the files follow.
 namespace Support::Hostile {
 
-/// The root has so many points, in a chunk that decompresses to them.
-void fillRoot(PotreeFixture& store, std::uint32_t points);
+/// The root has so many points, in a chunk that decompresses to them; each may have more bytes, of which the
+/// first of all are noise, so that the chunk is worth that many.
+void fillRoot(PotreeFixture& store, std::uint32_t points, unsigned moreBytes = 0, std::size_t noise = 0);
 /// The root's chunk, or that of the reference r4, has so many records, of which each names eight children.
 void nameEightChildren(PotreeFixture& store, std::size_t records, bool isBelowR4 = false);
 /// A complete tree of so many levels below r4, of nodes without points.
