@@ -280,7 +280,7 @@ int main(int argc, char** argv) {
             continue;
         }
         const Support::TemporaryFolder folder;
-        const fs::path path = folder.path();
+        const fs::path& path = folder.path();
         const Fuzz::ChildResult made = Fuzz::runInChild(
             [&] {
                 attack.make(path);
