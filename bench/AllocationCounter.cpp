@@ -2,13 +2,15 @@
 
 #include <malloc.h>
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
 std::atomic<size_t> allocations{0};
-std::atomic<size_t> bytes{0};
+std::atomic<std::ptrdiff_t> bytes{0};
+std::atomic<std::ptrdiff_t> peak{0};
 
 size_t heapSize(void* memory) {
 #if defined(_WIN32)
@@ -18,10 +20,14 @@ size_t heapSize(void* memory) {
 #endif
 }
 
-void* countedAllocation(size_t size) {
+void* countedAllocation(size_t wanted) {
     allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* const memory = std::malloc(size > 0 ? size : 1)) {
-        bytes.fetch_add(heapSize(memory), std::memory_order_relaxed);
+    if (void* const memory = std::malloc(wanted > 0 ? wanted : 1)) {
+        const auto size = static_cast<std::ptrdiff_t>(heapSize(memory));
+        const std::ptrdiff_t now = bytes.fetch_add(size, std::memory_order_relaxed) + size;
+        std::ptrdiff_t highest = peak.load(std::memory_order_relaxed);
+        while (now > highest && !peak.compare_exchange_weak(highest, now, std::memory_order_relaxed)) {
+        }
         return memory;
     }
     throw std::bad_alloc();
@@ -29,7 +35,7 @@ void* countedAllocation(size_t size) {
 
 void countedRelease(void* memory) noexcept {
     if (memory != nullptr) {
-        bytes.fetch_sub(heapSize(memory), std::memory_order_relaxed);
+        bytes.fetch_sub(static_cast<std::ptrdiff_t>(heapSize(memory)), std::memory_order_relaxed);
         std::free(memory);
     }
 }
@@ -41,7 +47,13 @@ size_t allocationCount() {
 }
 
 size_t allocatedBytes() {
-    return bytes.load(std::memory_order_relaxed);
+    return static_cast<size_t>(bytes.load(std::memory_order_relaxed));
+}
+
+size_t takePeakBytes() {
+    const std::ptrdiff_t now = bytes.load(std::memory_order_relaxed);
+    const std::ptrdiff_t highest = peak.exchange(now, std::memory_order_relaxed);
+    return static_cast<size_t>(highest > now ? highest - now : 0);
 }
 
 void* operator new(size_t size) {

@@ -44,7 +44,7 @@ void walk(Entwine::EntwineTree& tree, std::size_t maxNodeCount) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Support::EptFixture fixture;
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const std::string text = Fuzz::textOf(data, size);
     const std::size_t end = std::min(text.find('\n'), size);
     fixture.folder.write(Support::EptFixture::hierarchyFile("0-0-0-0"), text.substr(0, end));
     fixture.folder.write(Support::EptFixture::hierarchyFile("1-1-0-0"),

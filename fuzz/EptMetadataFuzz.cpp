@@ -10,7 +10,7 @@
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const std::string text = Fuzz::textOf(data, size);
     try {
         const Entwine::Metadata metadata = Entwine::Metadata::parse(text, "ept.json");
         const Math::Point<double, 3> reference = Entwine::referencePositionOf(metadata);

@@ -1,13 +1,11 @@
 // The input is a point count in one byte, then the chunk of a node with every attribute that is decoded; it
 // is read once in each encoding.
 
-#include <fuzz/FuzzTarget.h>
+#include <fuzz/NodePointsCheck.h>
 #include <octree/Octree.h>
 #include <octree/StoreError.h>
 
 #include <tests/support/PotreeFixture.h>
-
-#include <cstdlib>
 
 namespace {
 
@@ -33,17 +31,8 @@ void read(const char* encoding, unsigned count, const std::string& chunk) {
         const Octree::Octree octree{PoTree::FileSystemLocation(fixture.folder.path())};
         Octree::NodePointData points;
         octree.getNodePointData(Octree::OctreeNodeId(), points);
-        if (points.size() != octree.pointCount(Octree::OctreeNodeId())) {
-            std::abort();
-        }
-        for (const Math::Point<double, 3>& position : points.positions()) {
-            // Half of the fixture's cube and a few of its steps.
-            for (const double value : position.values) {
-                if (!(value >= -129.5 && value <= 129.5)) {
-                    std::abort();
-                }
-            }
-        }
+        Fuzz::require(points.size() == octree.pointCount(Octree::OctreeNodeId()));
+        Fuzz::requireSound(points, 129.5);  // Half of the fixture's cube and a few of its steps.
     } catch (const Octree::StoreError&) {
     }
 }
@@ -54,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size < 1) {
         return 0;
     }
-    const std::string chunk(reinterpret_cast<const char*>(data + 1), size - 1);
+    const std::string chunk = Fuzz::textOf(data + 1, size - 1);
     read("BROTLI", data[0], chunk);
     read("UNCOMPRESSED", data[0], chunk);
     return 0;

@@ -77,7 +77,8 @@ std::int64_t RandomAccessFile::lastWriteTime() const {
 #else
 
 RandomAccessFile::RandomAccessFile(const std::filesystem::path& path) : mPath(path) {
-    mDescriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    // Opening a pipe would wait for its writer.
+    mDescriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (mDescriptor < 0) {
         throw StoreError(path, "cannot be opened: " + lastSystemError());
     }

@@ -51,8 +51,14 @@ template <class Visit>
 void NodeWalk::Basis::forEachChild(Octree::OctreeNodeId id, const std::stop_token& stop,
                                    Visit&& visit) const {
     const Octree::Octree& octree = *loader.octree;
+    std::exception_ptr error;
     for (const Octree::OctreeNodeId child : octree.children(id, stop)) {
-        if (octree.nodeVisibility(child, stop) == HIDDEN) {
+        try {
+            if (octree.nodeVisibility(child, stop) == HIDDEN) {
+                continue;
+            }
+        } catch (...) {
+            error = std::current_exception();
             continue;
         }
         const Math::NBoundingBox<float, 3> cube = octree.boundingCube(child);
@@ -61,14 +67,22 @@ void NodeWalk::Basis::forEachChild(Octree::OctreeNodeId id, const std::stop_toke
             visit(PendingNode{.id = child, .priority = priority, .cube = cube});
         }
     }
+    if (error) {
+        std::rethrow_exception(error);  // Its siblings have been visited.
+    }
 }
 
 void NodeWalk::Basis::readChildren(Octree::OctreeNodeId id, const std::stop_token& stop) const {
-    if (id.level() < maxLevel) {
+    if (id.level() >= maxLevel) {
+        return;
+    }
+    try {
         forEachChild(id, stop, [&](const PendingNode& child) {
             Octree::NodeFacts facts;
             loader.octree->nodeFacts(child.id, facts, stop);
         });
+    } catch (...) {
+        // This node is sound; what is wrong with its children shows when the walk comes to them.
     }
 }
 

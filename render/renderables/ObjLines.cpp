@@ -59,7 +59,8 @@ bool ObjLines::admits(std::string_view line) {
     } else if (startsWith(line, "vn")) {
         return countNumbers(Normal, line);
     } else if (startsWith(line, "vw")) {
-        requireNumbers(line);
+        // Weights, which nobody looks at and whose numbers the reader takes for indices unseen.
+        return false;
     } else if (startsWith(line, "l") || startsWith(line, "p")) {
         mGroupHasLines = true;
         count(GROWING * 12 * line.size());

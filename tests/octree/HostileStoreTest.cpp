@@ -6,11 +6,16 @@
 #include <octree/StoreError.h>
 
 #include <gtest/gtest.h>
+#include <tests/support/HostileStores.h>
 #include <tests/support/LargeAllocations.h>
 #include <tests/support/PotreeFixture.h>
 
 #include <functional>
 #include <thread>
+
+#if !defined(_WIN32)
+#include <sys/stat.h>
+#endif
 
 using Octree::OctreeNodeId;
 using Support::hierarchyRecord;
@@ -47,19 +52,6 @@ void setRoot(PotreeFixture& fixture, std::uint32_t count, std::uint64_t size) {
     fixture.hierarchy.replace(0, 22, hierarchyRecord(0, 0b00010010, count, 0, size));
 }
 
-/// A complete tree of so many levels below r4, of nodes without points.
-void growBelowR4(PotreeFixture& fixture, std::size_t levels) {
-    std::string chunk;
-    for (std::size_t level = 0, nodes = 1; level <= levels; ++level, nodes *= 8) {
-        for (std::size_t i = 0; i < nodes; ++i) {
-            chunk += hierarchyRecord(0, level < levels ? 255 : 0, 0, 0, 0);
-        }
-    }
-    fixture.hierarchy.replace(44, 22, hierarchyRecord(2, 0, 0, 66, chunk.size()));
-    fixture.hierarchy.replace(66, std::string::npos, chunk);
-    fixture.writeAll();
-}
-
 }  // namespace
 
 TEST(HostileStore, IsRefusedBeforeItCostsAnything) {
@@ -77,8 +69,8 @@ TEST(HostileStore, IsRefusedBeforeItCostsAnything) {
              setRoot(store, 1u << 20, 50);
          },
          "its 1048576 points of 65026 bytes are too many for 50 bytes in the file"},
-        {[](auto& store) { store.hierarchy.replace(1, 1, "\xff"); },
-         "is cut short: it names 9 nodes and has 3 records"},
+        {[](auto& store) { Support::Hostile::nameEightChildren(store, 50000); },
+         "is cut short: it names 400001 nodes and has 50000 records", 2 * MEBIBYTE},
         {[&](auto& store) { store.metadata["scale"] = list(200000); },
          "key \"scale\" is not a list of at most 65536 elements", 32 * MEBIBYTE},
         {[](auto& store) { store.metadata["name"] = std::string(MEBIBYTE, 'x'); },
@@ -101,7 +93,7 @@ TEST(HostileStore, IsRefusedBeforeItCostsAnything) {
 TEST(HostileStore, TakesNoMoreMemoryThanItsLimit) {
     for (const char* encoding : {"BROTLI", "UNCOMPRESSED"}) {
         PotreeFixture fixture(encoding);
-        growBelowR4(fixture, 4);
+        Support::Hostile::growBelowR4(fixture, 4);
         const Octree::Location location{PoTree::FileSystemLocation(fixture.folder.path())};
         std::size_t refusedAt = 0;
         for (std::uint64_t limit = 1; limit <= 4 * MEBIBYTE; limit *= 2) {
@@ -185,6 +177,18 @@ TEST(HostileStore, FilesThatChangeWhileTheyAreReadAreNoticed) {
     }
 }
 
+#if !defined(_WIN32)
+TEST(HostileStore, PipesAreNoFiles) {
+    const PotreeFixture fixture;
+    const auto file = fixture.folder.path() / "octree.bin";
+    std::filesystem::remove(file);
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    const std::string message =
+        messageOf([&] { Octree::Octree(PoTree::FileSystemLocation(fixture.folder.path())); });
+    EXPECT_NE(message.find("octree.bin: is not a file"), std::string::npos) << message;
+}
+#endif
+
 TEST(StoreOpening, Stops) {
     const PotreeFixture fixture;
     std::stop_source stop;
@@ -196,7 +200,8 @@ TEST(StoreOpening, Stops) {
 
 TEST(StoreOpening, AStoppedHierarchyChunkIsLoadedByTheNextWhoAsks) {
     PotreeFixture fixture;
-    growBelowR4(fixture, 5);
+    Support::Hostile::growBelowR4(fixture, 5);
+    fixture.writeAll();
     const OctreeNodeId r4 = OctreeNodeId().child(4);
     const OctreeNodeId deep = r4.child(7).child(0).child(5).child(1).child(6);
     for (int i = 0; i < 20; ++i) {

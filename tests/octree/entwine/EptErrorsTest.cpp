@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <tests/octree/entwine/EptFixture.h>
+#include <tests/support/HostileTiles.h>
 #include <tests/support/LargeAllocations.h>
 
 #include <filesystem>
@@ -58,25 +59,6 @@ std::string errorWithTile(const std::string& dataType, const std::string& bytes)
     EptFixture fixture(dataType);
     fixture.folder.write(fixture.tileFile("0-0-0-0"), bytes);
     return errorOf(fixture);
-}
-
-/// An uncompressed tile of points at the origin of its own grid.
-std::string lasTile(double scale, std::uint32_t count) {
-    std::string bytes(227 + 20 * std::size_t{count}, '\0');
-    const auto put = [&bytes](std::size_t offset, auto value) {
-        bytes.replace(offset, sizeof value, Support::bytesOf(value));
-    };
-    bytes.replace(0, 4, "LASF");
-    put(24, std::uint16_t{0x0201});
-    put(94, std::uint16_t{227});
-    put(96, std::uint32_t{227});
-    put(105, std::uint16_t{20});
-    put(107, count);
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        put(131 + 8 * axis, scale);
-        put(155 + 8 * axis, 1000.0 * static_cast<double>(axis + 1));
-    }
-    return bytes;
 }
 
 bool startsWith(const std::string& text, const std::string& start) {
@@ -247,21 +229,22 @@ TEST(EptErrors, WhatATileAsksForIsBoundedByTheHierarchyAndByItsBytes) {
     const Attack attacks[] = {
         {"binary", 60000, std::string(21 * 60000, '\0'), "asks for 1260000 bytes", small},
         {"zstandard", 60000, Support::zstandardEncode(std::string(21 * 60000, '\0')), "asks for ", small},
-        {"laszip", 60000, lasTile(0.25, 60000), "asks for ", small},
+        {"laszip", 60000, Support::Hostile::lasTile(0.25, 60000), "asks for ", small},
         {"binary", 1, std::string(21 * 65539, '\0'),
          "is larger than the node's tile may be: 1376319 of 1376298"},
         {"zstandard", 1, std::string(2 << 20, '\0'), "is larger than the node's tile may be: "},
         // The end of a frame whose window has 128 MiB.
         {"zstandard", 1000000, "\x28\xb5\x2f\xfd\x00\x88\x01\x00\x00"s, "requires too much memory"},
-        {"laszip", 3, lasTile(1e-300, 3), "the store's bounds are out of reach of its scale and offset"},
-        {"laszip", 3, lasTile(0.25, 65543), "it has 65543 points where the hierarchy says 3"},
+        {"laszip", 3, Support::Hostile::lasTile(1e-300, 3),
+         "the store's bounds are out of reach of its scale and offset"},
+        {"laszip", 3, Support::Hostile::lasTile(0.25, 65543),
+         "it has 65543 points where the hierarchy says 3"},
     };
     for (const Attack& attack : attacks) {
         EptFixture fixture(attack.dataType);
         fixture.hierarchy["0-0-0-0"]["0-0-0-0"] = attack.claim;
         fixture.writeAll();
-        const bool isLas = attack.dataType == "laszip"s;
-        fixture.folder.write(isLas ? "ept-data/0-0-0-0.laz" : fixture.tileFile("0-0-0-0"), attack.tile);
+        fixture.folder.write(fixture.tileFile("0-0-0-0"), attack.tile);
         Entwine::EntwineTree tree(Entwine::FileSystemLocation(fixture.folder.path()), {}, attack.limits);
         const TestSupport::LargeAllocations large(std::size_t{4} << 20);
         try {

@@ -100,7 +100,8 @@ void EptFixture::writeTile(const std::string& key, const std::string& records) c
 }
 
 std::string EptFixture::tileFile(const std::string& key) const {
-    return "ept-data/" + key + (metadata["dataType"] == "zstandard" ? ".zst" : ".bin");
+    const std::string type = metadata["dataType"];
+    return "ept-data/" + key + (type == "zstandard" ? ".zst" : type == "laszip" ? ".laz" : ".bin");
 }
 
 }  // namespace Support

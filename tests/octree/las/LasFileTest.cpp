@@ -3,6 +3,7 @@
 #include <octree/las/PointReader.h>
 #include <octree/las/Tile.h>
 #include <tests/octree/las/RandomCloud.h>
+#include <tests/support/HostileTiles.h>
 #include <tests/support/LargeAllocations.h>
 
 #include <gtest/gtest.h>
@@ -192,9 +193,7 @@ TEST(LasTile, ItsExtraBytesCostNoMoreThanTheFileIsWorth) {
     std::string manyExtra = RandomCloud{0, 0, 4097}.lasFile();
     EXPECT_EQ(problemOf(manyExtra), "a.laz: 4097 extra bytes a point are more than a tile may have");
     // One chunk of two million points: the layers of their extra bytes need not be there.
-    std::string file = with(fileOf("format7-extra2-chunk1"), RECORD_LENGTH, std::uint16_t{36 + 60});
-    file = with(file, 247, std::uint64_t{1} << 21);
-    file = with(with(file, 477, std::uint16_t{60}), 441, std::uint32_t{1} << 28);
+    const std::string file = Support::Hostile::lazTile(std::uint64_t{1} << 21, 60, 4);
     const TestSupport::LargeAllocations large(std::size_t{1} << 20);
     const std::string problem = problemOf(file);
     EXPECT_NE(problem.find("its 2097152 points of "), std::string::npos) << problem;

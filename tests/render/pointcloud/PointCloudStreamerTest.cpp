@@ -212,6 +212,17 @@ TEST_F(PointCloudStreamerTest, AFailureIsStoredAndLeavesWhatWasPublished) {
     EXPECT_EQ(published(*streamer).size(), 9u);
 }
 
+TEST_F(PointCloudStreamerTest, ANodeOfADamagedHierarchyCostsNeitherItsParentNorItsSiblings) {
+    const auto streamer = streamerOf(sourceOf({.depth = 1, .visibility = [](OctreeNodeId id) {
+                                                   if (id.name() == "r3") {
+                                                       throw Octree::StoreError("damaged");
+                                                   }
+                                                   return 1;
+                                               }}));
+    EXPECT_THROW(walk(*streamer), std::runtime_error);
+    EXPECT_EQ(published(*streamer), (Names{"r", "r0", "r1", "r2", "r4", "r5", "r6", "r7"}));
+}
+
 TEST_F(PointCloudStreamerTest, AViewThatKeepsChangingStillBringsNews) {
     const auto source = sourceOf({.depth = 3});
     const auto streamer = streamerOf(source);

@@ -4,6 +4,7 @@
 #include <render/renderables/FileWithin.h>
 #include <render/renderables/LineBuffer.h>
 #include <render/renderables/ObjMeshLoader.h>
+#include <tests/support/HostileMeshes.h>
 #include <tests/support/RealData.h>
 
 #include <cmath>
@@ -123,6 +124,7 @@ TEST_F(ObjMeshLoaderTest, EveryShapeIsAPartInFileOrder) {
     Render::ObjMeshLoader loader(folder / "mesh.obj");
     EXPECT_THROW(loader.load({}), std::bad_function_call);
     EXPECT_TRUE(loadText("").empty());
+    EXPECT_EQ(trianglesOf("vw 0 -1 1\nvw 0 1e39 1\n" + triangle + "f 1 2 3\n"), 1u);
     EXPECT_TRUE(loadText("# nothing\n\n\t \n").empty());
 }
 
@@ -186,33 +188,14 @@ TEST_F(ObjMeshLoaderTest, OnlyAnUnreasonableLineIsTooLong) {
     expectError(triangle + comment + "xyz", "line 4: longer than");
 }
 
-/// In a tilted plane, of corners given around the origin.
-std::string polygonFile(std::size_t corners, const std::function<UV(std::size_t)>& at) {
-    std::string text;
-    std::string face = "f";
-    for (std::size_t i = 0; i < corners; ++i) {
-        const UV place = at(i);
-        text += "v " + std::to_string(place.x()) + ' ' + std::to_string(place.y()) + ' ' +
-                std::to_string(2 * place.x() - place.y()) + '\n';
-        face += ' ' + std::to_string(i + 1);
-    }
-    return text + "o large\n" + face + '\n';
-}
-
-UV onCircle(double turns, double radius) {
-    const double angle = turns * 2 * 3.14159265358979;
-    return {static_cast<float>(radius * std::cos(angle)), static_cast<float>(radius * std::sin(angle))};
-}
-
 TEST_F(ObjMeshLoaderTest, LargePolygonsAreCutWithoutGapsOrOverlaps) {
     constexpr std::size_t n = 3000;
     const std::vector<std::function<UV(std::size_t)>> shapes{
-        [](std::size_t i) { return onCircle(static_cast<double>(i) / n, 100); },
-        [](std::size_t i) { return onCircle(static_cast<double>(i) / n, i % 2 == 0 ? 100 : 1); },
-        [](std::size_t i) {  // A spiral: outwards on one side of its wall and back on the other.
-            const double way = static_cast<double>(i < n / 2 ? i : n - 1 - i);
-            return onCircle(way / 100, way + (i < n / 2 ? 5 : 45));
+        [](std::size_t i) { return Support::Hostile::onCircle(static_cast<double>(i) / n, 100); },
+        [](std::size_t i) {
+            return Support::Hostile::onCircle(static_cast<double>(i) / n, i % 2 == 0 ? 100 : 1);
         },
+        [](std::size_t i) { return Support::Hostile::onSpiral(i, n); },
         [](std::size_t i) { return UV(static_cast<float>(i / 2), i % 4 < 2 ? 0.0f : 1000.0f); }};
     for (std::size_t shape = 0; shape < shapes.size(); ++shape) {
         SCOPED_TRACE(shape);
@@ -227,7 +210,7 @@ TEST_F(ObjMeshLoaderTest, LargePolygonsAreCutWithoutGapsOrOverlaps) {
             const UV a = corner(i), b = corner((i + 1) % n);
             expected += (static_cast<double>(a.x()) * b.y() - static_cast<double>(a.y()) * b.x()) / 2;
         }
-        const auto parts = loadText(polygonFile(n, corner) + "f 1 2 3\n");
+        const auto parts = loadText(Support::Hostile::faceFile(n, corner) + "f 1 2 3\n");
         ASSERT_EQ(parts.size(), 1u);
         ASSERT_EQ(parts[0].size(), 3 * (n - 2) + 3);
         double area = 0.0;
@@ -245,10 +228,9 @@ TEST_F(ObjMeshLoaderTest, LargePolygonsAreCutWithoutGapsOrOverlaps) {
 
 TEST_F(ObjMeshLoaderTest, HostilePolygonsTakeLittleTimeAndLoadingCanBeStopped) {
     testing::internal::CaptureStdout();
-    EXPECT_EQ(trianglesOf(triangle + "f" + repeated(" 1", 260000) + "\nf 1 2 3\n"), 260000u - 2 + 1);
-    trianglesOf(polygonFile(30000, [](std::size_t i) {  // Crosses itself everywhere.
-        return onCircle(static_cast<double>(i * 7919 % 30000) / 30000, 100);
-    }));
+    EXPECT_EQ(trianglesOf(Support::Hostile::faceOfOneCorner(260000) + "f 1 2 3\n"), 260000u - 2 + 1);
+    trianglesOf(
+        Support::Hostile::faceFile(30000, [](std::size_t i) { return Support::Hostile::onStar(i, 30000); }));
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     const std::string large = "f" + repeated(" 1/1", 200);
     expectError(triangle + large + "\n", "face 1 refers to texture coordinate 1 of 0");
