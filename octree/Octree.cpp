@@ -102,8 +102,12 @@ bool Octree::hasExternal(const Location& location) const {
 }
 
 void Octree::addExternalAttributeLocation(const Location& location) {
+    addExternalAttributeLocation(location, std::stop_token());
+}
+
+void Octree::addExternalAttributeLocation(const Location& location, const std::stop_token& stop) {
     if (!hasExternal(location)) {
-        addExternalAttributes(openStore(location, PoTree::StoreRole::ExternalAttributes, {}, mLimits),
+        addExternalAttributes(openStore(location, PoTree::StoreRole::ExternalAttributes, stop, mLimits),
                               location);
     }
 }

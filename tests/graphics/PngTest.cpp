@@ -1,3 +1,4 @@
+#include "DistanceFile.h"
 #include "ImageFileTest.h"
 
 #include <graphics/ColorImage.h>
@@ -140,10 +141,59 @@ TEST_F(PngTest, HugeDeclaredSizesAreRefusedBeforeAnythingIsAllocated) {
     }
 }
 
+#if defined(__linux__)
+/// The most memory that the process has used since the last call, in MiB.
+size_t peakMemory() {
+    size_t kilobytes = 0;
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word && kilobytes == 0;) {
+        if (word == "VmHWM:") {
+            status >> kilobytes;
+        }
+    }
+    std::ofstream("/proc/self/clear_refs") << 5;
+    return kilobytes >> 10;
+}
+
+TEST_F(PngTest, RowsThatNeverComeTakeNoMemory) {
+    const fs::path file = folder / "short.png";
+    testImage(2, 2, 8).writePng(file);
+    const std::string good = bytesOf(file);
+    const std::string header = "IHDR" + bigEndian(16000) + bigEndian(16000) + good.substr(24, 5);
+    const std::string padding(size_t{600} << 10, '?');  // Of a size that could hold the image.
+    writeBytes(file, good.substr(0, 12) + header + bigEndian(crc32(header)) + good.substr(33) + padding);
+    peakMemory();
+    const size_t before = peakMemory();
+    EXPECT_NE(readError(file).find("short.png\": cannot be read"), std::string::npos) << readError(file);
+    EXPECT_NE(errorOf([&] { DepthImage::readPng(file); }).find("cannot be read"), std::string::npos);
+    // The image has 976; the address sanitizer notes an eighth of it.
+    EXPECT_LT(peakMemory(), before + 200);
+}
+#endif
+
+TEST_F(PngTest, InterlacedRowsOfSixteenBitsKeepTheirTexels) {
+    std::vector<uint16_t> samples;
+    for (size_t i = 0; i < 99; ++i) {
+        samples.push_back(i * i % 7 < 3 ? 0xffff : 0);
+    }
+    const fs::path file = folder / "interlaced.png";
+    DistanceFile::writePng(file, 11, 9, samples);
+    const ColorImage image = ColorImage::readPng(file);
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const uint8_t gray = samples[i] != 0 ? 255 : 0;
+        ASSERT_EQ(image.pixel(i % 11, i / 11), Color(gray, gray, gray, 255)) << i;
+    }
+}
+
 TEST_F(PngTest, AFailedWriteLeavesNothingBehind) {
     const ColorImage image = testImage(4, 4, 16);
     EXPECT_THROW(image.writePng(folder / "absent" / "a.png"), ImageError);
     EXPECT_THROW(ColorImage().writePng(folder / "empty.png"), ImageError);
+
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_NE(errorOf([&] { image.writePng(folder / "stopped.png", stop.get_token()); }).find("was stopped"),
+              std::string::npos);
 
     fs::create_directories(folder / "taken.png" / "inside");  // A folder that a file cannot replace.
     EXPECT_THROW(image.writePng(folder / "taken.png"), ImageError);

@@ -23,13 +23,13 @@ bool renderScene(const Options& options, const std::stop_token& stop) {
     requireFolderOf(output);
     requireFolderOf(depth);
     Progress progress;
-    SceneView view(options.view);
+    SceneView view(options.view, stop);
     if (!view.draw(stop, progress)) {
         return false;
     }
     Graphics::ColorImage image;
     view.renderer().getColorImage(image);
-    image.writePng(output);
+    image.writePng(output, stop);
     if (!depth.empty()) {
         Graphics::DepthImage depthImage;
         view.renderer().getDepthImage(depthImage);
