@@ -28,28 +28,34 @@ void ColorImage::writePng(const std::filesystem::path& file) const {
     Png::write(file, Png::Format::Bgra8, width(), height(), stride(), data());
 }
 
-ColorImage ColorImage::read(const std::filesystem::path& file) {
+ColorImage ColorImage::read(const std::filesystem::path& file, const std::stop_token& stop) {
     const ImageKind kind = imageKind(file);
     if (kind == ImageKind::Png) {
-        return readPng(file);
+        return readPng(file, stop);
     }
     if (kind != ImageKind::Jpeg) {
         throw ImageError(file, "cannot be read: it is neither a PNG nor a JPEG file");
     }
     ColorImage image;
-    Jpeg::read(file, [&image](size_t width, size_t height) {
-        image.resize(width, height);
-        return RowDestination{image.data(), image.stride()};
-    });
+    Jpeg::read(
+        file,
+        [&image](size_t width, size_t height) {
+            image.resize(width, height);
+            return RowDestination{image.data(), image.stride()};
+        },
+        stop);
     return image;
 }
 
-ColorImage ColorImage::readPng(const std::filesystem::path& file) {
+ColorImage ColorImage::readPng(const std::filesystem::path& file, const std::stop_token& stop) {
     ColorImage image;
-    Png::read(file, Png::Format::Bgra8, [&image](size_t width, size_t height) {
-        image.resize(width, height);
-        return RowDestination{image.data(), image.stride()};
-    });
+    Png::readBgra8(
+        file,
+        [&image](size_t width, size_t height) {
+            image.resize(width, height);
+            return RowDestination{image.data(), image.stride()};
+        },
+        stop);
     return image;
 }
 

@@ -5,6 +5,7 @@
 #include <math/Color.h>
 
 #include <filesystem>
+#include <stop_token>
 
 namespace Graphics {
 
@@ -27,11 +28,13 @@ public:
 
     /// Reads a PNG of any kind or a JPEG, grey or coloured, baseline or progressive; told apart by their
     /// contents. CMYK files are refused, and a noted orientation is not applied. Throws ImageError, also for
-    /// damaged files, sides above 65535 and more than 2^28 texels.
-    static ColorImage read(const std::filesystem::path& file);
+    /// damaged files, sides above 65535, more than 2^28 texels, progressive JPEGs of more than 2^27, and when
+    /// `stop` is signalled.
+    static ColorImage read(const std::filesystem::path& file, const std::stop_token& stop = {});
 
-    /// Reads a PNG of any kind. Throws ImageError, also for sides above 65535 or more than 2^28 texels.
-    static ColorImage readPng(const std::filesystem::path& file);
+    /// Reads a PNG of any kind. Throws ImageError, also for sides above 65535 or more than 2^28 texels, and
+    /// when `stop` is signalled.
+    static ColorImage readPng(const std::filesystem::path& file, const std::stop_token& stop = {});
 };
 
 }  // namespace Graphics

@@ -30,13 +30,14 @@ float measured(double distance) {
     return rounded > 0.0f ? rounded : DepthImage::NOT_MEASURED;
 }
 
-/// The row holds 16-bit numbers in its first half.
-void spreadMillimeters(uint8_t* row, size_t width, double unitsPerMeter) {
+/// The row holds 16-bit numbers in its first half, which become floats.
+template <class Convert>
+void spread(uint8_t* row, size_t width, Convert convert) {
     for (size_t x = width; x-- > 0;) {  // From the end, which does not overtake what is still unread.
-        uint16_t millimeters = 0;
-        std::memcpy(&millimeters, row + x * sizeof millimeters, sizeof millimeters);
-        const float distance = measured(millimeters / MILLIMETERS_PER_METER * unitsPerMeter);
-        std::memcpy(row + x * sizeof distance, &distance, sizeof distance);
+        uint16_t number = 0;
+        std::memcpy(&number, row + x * sizeof number, sizeof number);
+        const float depth = convert(number);
+        std::memcpy(row + x * sizeof depth, &depth, sizeof depth);
     }
 }
 
@@ -78,21 +79,19 @@ void DepthImage::writePng(const std::filesystem::path& file) const {
 
 DepthImage DepthImage::readPng(const std::filesystem::path& file) {
     DepthImage image;
-    std::vector<uint16_t> gray;
-    Png::read(file, Png::Format::LinearGray16, [&](size_t width, size_t height) {
+    Png::readLinearGray16(file, [&](size_t width, size_t height) {
         image.resize(width, height);
-        gray.resize(width * height);
-        return RowDestination{gray.data(), width * sizeof(uint16_t)};
+        return RowDestination{image.data(), image.stride()};
     });
     for (size_t y = 0; y < image.height(); ++y) {
-        for (size_t x = 0; x < image.width(); ++x) {
-            image.setPixel(x, y, static_cast<float>(gray[y * image.width() + x]) / GRAY_MAX);
-        }
+        spread(image.data() + y * image.stride(), image.width(),
+               [](uint16_t gray) { return static_cast<float>(gray) / GRAY_MAX; });
     }
     return image;
 }
 
-DepthImage DepthImage::readDistances(const std::filesystem::path& file, double unitsPerMeter) {
+DepthImage DepthImage::readDistances(const std::filesystem::path& file, double unitsPerMeter,
+                                     const std::stop_token& stop) {
     if (!std::isfinite(unitsPerMeter) || unitsPerMeter <= 0.0) {
         throw std::invalid_argument("Distances need a unit that is finite and above 0");
     }
@@ -103,16 +102,18 @@ DepthImage DepthImage::readDistances(const std::filesystem::path& file, double u
     };
     const ImageKind kind = imageKind(file);
     if (kind == ImageKind::Png) {
-        Png::readGray16(file, allocate);
+        Png::readGray16(file, allocate, stop);
     } else if (kind == ImageKind::Pfm) {
-        Pfm::read(file, allocate);
+        Pfm::read(file, allocate, stop);
     } else {
         throw ImageError(file, "distances need a 16-bit grey PNG file or a portable float map");
     }
     for (size_t y = 0; y < image.height(); ++y) {
         uint8_t* row = image.data() + y * image.stride();
         if (kind == ImageKind::Png) {
-            spreadMillimeters(row, image.width(), unitsPerMeter);
+            spread(row, image.width(), [unitsPerMeter](uint16_t millimeters) {
+                return measured(millimeters / MILLIMETERS_PER_METER * unitsPerMeter);
+            });
         } else {
             scaleMeters(row, image.width(), unitsPerMeter);
         }

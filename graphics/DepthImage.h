@@ -5,6 +5,7 @@
 
 #include <cfloat>
 #include <filesystem>
+#include <stop_token>
 
 namespace Graphics {
 
@@ -36,8 +37,10 @@ public:
     /// Reads distances, exactly: a PNG of one 16-bit grey channel in millimetres, whatever gamma it declares,
     /// or a portable float map ("Pf") in metres; told apart by their contents. Each is multiplied by
     /// unitsPerMeter; what is 0, negative or not finite becomes NOT_MEASURED. Throws ImageError, also for
-    /// other kinds of files, and std::invalid_argument unless unitsPerMeter is finite and above 0.
-    static DepthImage readDistances(const std::filesystem::path& file, double unitsPerMeter = 1.0);
+    /// other kinds of files and when `stop` is signalled, and std::invalid_argument unless unitsPerMeter is
+    /// finite and above 0.
+    static DepthImage readDistances(const std::filesystem::path& file, double unitsPerMeter = 1.0,
+                                    const std::stop_token& stop = {});
 };
 
 }  // namespace Graphics

@@ -1,11 +1,31 @@
 #include <graphics/Image.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
 namespace Graphics {
+
+void Image::Free::operator()(uint8_t* memory) const noexcept {
+    std::free(memory);
+}
+
+Image::Image(const Image& other) {
+    *this = other;
+}
+
+Image& Image::operator=(const Image& other) {
+    if (this != &other) {
+        resize(other.mWidth, other.mHeight, other.mStride);
+        if (sizeInBytes() != 0) {
+            std::memcpy(mData.get(), other.mData.get(), sizeInBytes());
+        }
+    }
+    return *this;
+}
 
 Image& Image::operator=(Image&& other) noexcept {
     Image taken(std::move(other));
@@ -27,7 +47,16 @@ void Image::resize(size_t width, size_t height, size_t strideBytes) {
     if (height != 0 && strideBytes > std::numeric_limits<size_t>::max() / height) {
         throw std::length_error("The image is too large");
     }
-    mData.resize(strideBytes * height);
+    const size_t size = strideBytes * height;
+    if (size > mCapacity) {
+        // Large blocks come zeroed from the system, page by page as they are touched.
+        std::unique_ptr<uint8_t[], Free> memory(static_cast<uint8_t*>(std::calloc(size, 1)));
+        if (!memory) {
+            throw std::bad_alloc();
+        }
+        mData = std::move(memory);
+        mCapacity = size;
+    }
     mWidth = width;
     mHeight = height;
     mStride = strideBytes;
@@ -37,7 +66,7 @@ const uint8_t* Image::texel(size_t x, size_t y) const {
     if (x >= mWidth || y >= mHeight) {
         throw std::out_of_range("There is no such texel in the image");
     }
-    return mData.data() + y * mStride + x * BYTES_PER_TEXEL;
+    return mData.get() + y * mStride + x * BYTES_PER_TEXEL;
 }
 
 uint8_t* Image::texel(size_t x, size_t y) {
@@ -46,7 +75,7 @@ uint8_t* Image::texel(size_t x, size_t y) {
 
 void Image::fillTexels(const void* texelBytes) {
     for (size_t y = 0; y < mHeight; ++y) {
-        uint8_t* row = mData.data() + y * mStride;
+        uint8_t* row = mData.get() + y * mStride;
         for (size_t x = 0; x < mWidth; ++x) {
             std::memcpy(row + x * BYTES_PER_TEXEL, texelBytes, BYTES_PER_TEXEL);
         }
@@ -57,6 +86,7 @@ void Image::swap(Image& other) noexcept {
     std::swap(mWidth, other.mWidth);
     std::swap(mHeight, other.mHeight);
     std::swap(mStride, other.mStride);
+    std::swap(mCapacity, other.mCapacity);
     mData.swap(other.mData);
 }
 

@@ -4,12 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 namespace Graphics {
 
 /// Rows of 4-byte texels in memory, top row first, each row `stride` bytes after the one before. The base of
-/// ColorImage and DepthImage; a value, with no thread of its own.
+/// ColorImage and DepthImage; a value, with no thread of its own. New memory is zero, and takes up none until
+/// it is touched.
 class LUMARO_API Image {
 public:
     static constexpr size_t BYTES_PER_TEXEL = 4;
@@ -19,11 +20,11 @@ public:
 
     /// Rows of strideBytes, padding included. The contents are unspecified afterwards. Throws
     /// std::invalid_argument when a row does not fit into the stride, std::length_error when the image cannot
-    /// be addressed.
+    /// be addressed, std::bad_alloc when there is no memory for it; each leaves the image as it was.
     void resize(size_t width, size_t height, size_t strideBytes);
 
-    uint8_t* data() { return mData.data(); }
-    const uint8_t* data() const { return mData.data(); }
+    uint8_t* data() { return mData.get(); }
+    const uint8_t* data() const { return mData.get(); }
 
     size_t width() const { return mWidth; }
     size_t height() const { return mHeight; }
@@ -33,8 +34,8 @@ public:
 protected:
     Image() = default;
     ~Image() = default;
-    Image(const Image&) = default;
-    Image& operator=(const Image&) = default;
+    Image(const Image& other);
+    Image& operator=(const Image& other);
     Image(Image&& other) noexcept { swap(other); }  ///< The source is empty afterwards.
     Image& operator=(Image&& other) noexcept;
 
@@ -46,12 +47,17 @@ protected:
     void fillTexels(const void* texelBytes);
 
 private:
+    struct Free {
+        LUMARO_API void operator()(uint8_t* memory) const noexcept;
+    };
+
     void swap(Image& other) noexcept;
 
     size_t mWidth = 0;
     size_t mHeight = 0;
     size_t mStride = 0;
-    std::vector<uint8_t> mData;
+    size_t mCapacity = 0;
+    std::unique_ptr<uint8_t[], Free> mData;
 };
 
 }  // namespace Graphics

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <stop_token>
 #include <string>
 
 /// What the readers and writers of the image formats share.
@@ -44,5 +45,8 @@ struct RowDestination {
 
 /// Called once, when the header was read and its size found acceptable.
 using AllocateRows = std::function<RowDestination(size_t width, size_t height)>;
+
+/// Why a reader fails whose stop token is signalled.
+inline constexpr const char* READING_WAS_STOPPED = "the reading was stopped";
 
 }  // namespace Graphics

@@ -210,12 +210,13 @@ struct ImagePanoramaLoader::Images {
     Layout layout;
 
     static Images open(const Files& colorFiles, const Files& distanceFiles,
-                       const ImagePanoramaOptions& options) {
+                       const ImagePanoramaOptions& options, const std::stop_token& stop) {
         checkArguments(colorFiles, distanceFiles, options);
         Images images;
-        images.colors = readImages<ColorImage>(colorFiles, &ColorImage::read);
+        images.colors = readImages<ColorImage>(
+            colorFiles, [&](const std::filesystem::path& file) { return ColorImage::read(file, stop); });
         images.distances = readImages<DepthImage>(distanceFiles, [&](const std::filesystem::path& file) {
-            return DepthImage::readDistances(file, options.metersToObjectUnits);
+            return DepthImage::readDistances(file, options.metersToObjectUnits, stop);
         });
         const size_t faces = colorFiles.size();
         const Image& color = images.colors.front();
@@ -248,8 +249,8 @@ struct ImagePanoramaLoader::Tile {
 };
 
 ImagePanoramaLoader::ImagePanoramaLoader(const Files& colors, const Files& distances,
-                                         const ImagePanoramaOptions& options)
-    : ImagePanoramaLoader(Images::open(colors, distances, options)) {}
+                                         const ImagePanoramaOptions& options, const std::stop_token& stop)
+    : ImagePanoramaLoader(Images::open(colors, distances, options, stop)) {}
 
 ImagePanoramaLoader::ImagePanoramaLoader(Images images)
     : PanoramaLoader(std::move(images.layout)),

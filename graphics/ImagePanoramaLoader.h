@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <stop_token>
 #include <vector>
 
 namespace Graphics {
@@ -32,7 +33,8 @@ struct ImagePanoramaOptions {
 /// finite was not measured and becomes the largest float. The size is that of the colours, or twice, four or
 /// eight times more or less along both sides.
 ///
-/// Files are told apart by their contents. Sides reach 65535 texels and an image 2^28; a tile's reach 16384.
+/// Files are told apart by their contents. Sides reach 65535 texels and an image 2^28, in progressive JPEG
+/// files 2^27; a tile's reach 16384.
 ///
 /// The finest levels show the images as they are, and each coarser level halves width and height. A coarser
 /// colour is the mean of all texels that it covers, each channel, alpha too, by itself and rounded half up;
@@ -47,11 +49,11 @@ class LUMARO_API ImagePanoramaLoader : public PanoramaLoader {
 public:
     /// One file or six, and as many distances or none.
     /// Throws ImageError, which names the file, when one cannot be read or its size does not fit the others
-    /// or does not divide into tiles and levels; std::invalid_argument for another number of files and for
-    /// options outside their ranges.
+    /// or does not divide into tiles and levels, and when `stop` is signalled; std::invalid_argument for
+    /// another number of files and for options outside their ranges.
     explicit ImagePanoramaLoader(const std::vector<std::filesystem::path>& colors,
                                  const std::vector<std::filesystem::path>& distances = {},
-                                 const ImagePanoramaOptions& options = {});
+                                 const ImagePanoramaOptions& options = {}, const std::stop_token& stop = {});
 
     size_t tilesPerLevel() const override;
     std::vector<uint64_t> colorTiles() const override;

@@ -18,12 +18,17 @@ namespace {
 
 constexpr int MAX_SCANS = 100;
 
+/// Of files that come in several scans: the coefficients of the whole image are held, up to six bytes a
+/// texel.
+constexpr size_t MAX_TEXELS_IN_SCANS = size_t{1} << 27;
+
 /// A block of 64 samples takes a bit at least; sampling factors let one stand for more texels.
 constexpr size_t MAX_TEXELS_PER_BYTE = 1024;
 
 struct Errors {
     jpeg_error_mgr manager;  // First, because libjpeg hands back its address.
     std::jmp_buf leave;
+    const std::stop_token* stop;
     char message[JMSG_LENGTH_MAX];
 };
 
@@ -51,10 +56,15 @@ void onMessage(j_common_ptr info, int level) {
 
 void onOutput(j_common_ptr) {}
 
-/// Each scan is a pass over the whole image, however short its data.
+/// Comes now and then. Each scan is a pass over the whole image, however short its data.
 void onProgress(j_common_ptr info) {
+    Errors* errors = reinterpret_cast<Errors*>(info->err);
+    if (errors->stop->stop_requested()) {
+        std::strcpy(errors->message, READING_WAS_STOPPED);
+        leave(info);
+    }
     if (reinterpret_cast<j_decompress_ptr>(info)->input_scan_number > MAX_SCANS) {
-        std::strcpy(reinterpret_cast<Errors*>(info->err)->message, "too many scans");
+        std::strcpy(errors->message, "too many scans");
         leave(info);
     }
 }
@@ -63,11 +73,12 @@ void onProgress(j_common_ptr info) {
 /// destructor may live in those.
 class Decoder {
 public:
-    explicit Decoder(std::FILE* stream) : mStream(stream) {
+    Decoder(std::FILE* stream, const std::stop_token& stop) : mStream(stream) {
         std::memset(&mInfo, 0, sizeof mInfo);
         std::memset(&mErrors, 0, sizeof mErrors);
         std::memset(&mProgress, 0, sizeof mProgress);
         mInfo.err = jpeg_std_error(&mErrors.manager);
+        mErrors.stop = &stop;
         mErrors.manager.error_exit = onError;
         mErrors.manager.emit_message = onMessage;
         mErrors.manager.output_message = onOutput;
@@ -78,6 +89,7 @@ public:
     Decoder& operator=(const Decoder&) = delete;
 
     const jpeg_decompress_struct& info() const { return mInfo; }
+    bool comesInScans() { return jpeg_has_multiple_scans(&mInfo) != FALSE; }
     const char* message() const { return mErrors.message; }
 
     bool readHeader() {
@@ -133,9 +145,9 @@ void checkKind(const std::filesystem::path& file, const jpeg_decompress_struct& 
 
 }  // namespace
 
-void read(const std::filesystem::path& file, const AllocateRows& allocate) {
+void read(const std::filesystem::path& file, const AllocateRows& allocate, const std::stop_token& stop) {
     const FileStream stream = openImageFile(file);
-    Decoder decoder(stream.get());
+    Decoder decoder(stream.get(), stop);
     if (!decoder.readHeader()) {
         throw ImageError(file, std::string("cannot be read: ") + decoder.message());
     }
@@ -143,6 +155,9 @@ void read(const std::filesystem::path& file, const AllocateRows& allocate) {
     const size_t height = decoder.info().image_height;
     checkImageSize(file, width, height, MAX_TEXELS_PER_BYTE);
     checkKind(file, decoder.info());
+    if (decoder.comesInScans() && width * height > MAX_TEXELS_IN_SCANS) {
+        throw ImageError(file, "more than 2^27 texels are not supported in a progressive file");
+    }
     if (!decoder.readRows(allocate(width, height))) {
         throw ImageError(file, std::string("cannot be read: ") + decoder.message());
     }

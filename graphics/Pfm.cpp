@@ -119,7 +119,7 @@ void reverseBytes(uint8_t* row, size_t floats) {
 
 }  // namespace
 
-void read(const std::filesystem::path& file, const AllocateRows& allocate) {
+void read(const std::filesystem::path& file, const AllocateRows& allocate, const std::stop_token& stop) {
     const FileStream stream = openImageFile(file);
     const Header header = readHeader(file, stream.get());
     checkImageSize(file, header.width, header.height);
@@ -127,6 +127,9 @@ void read(const std::filesystem::path& file, const AllocateRows& allocate) {
     const RowDestination destination = allocate(header.width, header.height);
     const bool isForeign = header.isLittleEndian != (std::endian::native == std::endian::little);
     for (size_t y = header.height; y-- > 0;) {
+        if (stop.stop_requested()) {
+            throw ImageError(file, std::string("cannot be read: ") + READING_WAS_STOPPED);
+        }
         uint8_t* row = static_cast<uint8_t*>(destination.texels) + y * destination.strideBytes;
         if (std::fread(row, sizeof(float), header.width, stream.get()) != header.width) {
             throw ImageError(file, "cannot be read: " + lastFileError());

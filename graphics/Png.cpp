@@ -54,14 +54,14 @@ png_int_32 componentStride(const std::filesystem::path& file, Format format, siz
     return static_cast<png_int_32>(components);
 }
 
-/// libpng without conversions. Errors jump back into the two functions that return false; nothing with a
-/// destructor may live in those.
-class RawDecoder {
+/// libpng row by row. Errors jump back into the functions that return false; nothing with a destructor
+/// may live in those.
+class RowDecoder {
 public:
-    explicit RawDecoder(std::FILE* stream) : mStream(stream) {}
-    ~RawDecoder() { png_destroy_read_struct(&mPng, &mInfo, nullptr); }
-    RawDecoder(const RawDecoder&) = delete;
-    RawDecoder& operator=(const RawDecoder&) = delete;
+    RowDecoder(std::FILE* stream, const std::stop_token& stop) : mStream(stream), mStop(stop) {}
+    ~RowDecoder() { png_destroy_read_struct(&mPng, &mInfo, nullptr); }
+    RowDecoder(const RowDecoder&) = delete;
+    RowDecoder& operator=(const RowDecoder&) = delete;
 
     size_t width() const { return png_get_image_width(mPng, mInfo); }
     size_t height() const { return png_get_image_height(mPng, mInfo); }
@@ -80,40 +80,73 @@ public:
             std::snprintf(mMessage, sizeof mMessage, "the decoder could not be made");
             return false;
         }
+        png_set_benign_errors(mPng, 1);
         png_init_io(mPng, mStream);
         png_read_info(mPng, mInfo);
         return true;
     }
 
-    bool readRows(const RowDestination& destination) {
+    bool readGray16(const RowDestination& destination) {
         if (setjmp(mLeave) != 0) {
             return false;
         }
         if (std::endian::native == std::endian::little) {
             png_set_swap(mPng);
         }
+        readRows(destination);
+        png_read_end(mPng, nullptr);
+        return true;
+    }
+
+    /// What lies behind the last row does not matter.
+    bool readBgra8(const RowDestination& destination) {
+        if (setjmp(mLeave) != 0) {
+            return false;
+        }
+        const int colorType = png_get_color_type(mPng, mInfo);
+        const bool hasAlpha =
+            (colorType & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(mPng, mInfo, PNG_INFO_tRNS) != 0;
+        png_set_expand(mPng);
+        if ((colorType & PNG_COLOR_MASK_COLOR) == 0) {
+            png_set_gray_to_rgb(mPng);
+        }
+        // The first sets the gamma of files that name none: 16 bits are linear.
+        png_set_alpha_mode_fixed(mPng, PNG_ALPHA_PNG, bitDepth() == 16 ? PNG_GAMMA_LINEAR : PNG_DEFAULT_sRGB);
+        png_set_scale_16(mPng);
+        if (!hasAlpha) {
+            png_set_add_alpha(mPng, 255, PNG_FILLER_AFTER);
+        }
+        png_set_alpha_mode_fixed(mPng, PNG_ALPHA_PNG, PNG_DEFAULT_sRGB);
+        png_set_bgr(mPng);
+        readRows(destination);
+        return true;
+    }
+
+private:
+    void readRows(const RowDestination& destination) {
         const int passes = png_set_interlace_handling(mPng);
         png_read_update_info(mPng, mInfo);
         const size_t rows = height();
         for (int pass = 0; pass < passes; ++pass) {
             for (size_t y = 0; y < rows; ++y) {
+                if (mStop.stop_requested()) {
+                    png_error(mPng, READING_WAS_STOPPED);
+                }
                 png_read_row(mPng, static_cast<png_bytep>(destination.texels) + y * destination.strideBytes,
                              nullptr);
             }
         }
-        png_read_end(mPng, nullptr);
-        return true;
     }
 
-private:
     static void onError(png_structp png, png_const_charp message) {
-        RawDecoder* decoder = static_cast<RawDecoder*>(png_get_error_ptr(png));
+        RowDecoder* decoder = static_cast<RowDecoder*>(png_get_error_ptr(png));
         std::snprintf(decoder->mMessage, sizeof decoder->mMessage, "%s", message);
         std::longjmp(decoder->mLeave, 1);
     }
     static void onWarning(png_structp, png_const_charp) {}
 
     std::FILE* mStream;
+    const std::stop_token& mStop;
     png_structp mPng = nullptr;
     png_infop mInfo = nullptr;
     std::jmp_buf mLeave;
@@ -173,26 +206,39 @@ void write(const std::filesystem::path& file, Format format, size_t width, size_
     temporary.moveTo(file);
 }
 
-void read(const std::filesystem::path& file, Format format, const AllocateRows& allocate) {
+void readBgra8(const std::filesystem::path& file, const AllocateRows& allocate, const std::stop_token& stop) {
+    const FileStream stream = openImageFile(file);
+    RowDecoder decoder(stream.get(), stop);
+    if (!decoder.readHeader()) {
+        throw ImageError(file, std::string("cannot be read: ") + decoder.message());
+    }
+    checkImageSize(file, decoder.width(), decoder.height(), MAX_TEXELS_PER_BYTE);
+    if (!decoder.readBgra8(allocate(decoder.width(), decoder.height()))) {
+        throw ImageError(file, std::string("cannot be read: ") + decoder.message());
+    }
+}
+
+void readLinearGray16(const std::filesystem::path& file, const AllocateRows& allocate) {
     const FileStream stream = openImageFile(file);
     Codec codec;
     if (png_image_begin_read_from_stdio(&codec.image(), stream.get()) == 0) {
         throw ImageError(file, "cannot be read: " + codec.message());
     }
     checkImageSize(file, codec.image().width, codec.image().height, MAX_TEXELS_PER_BYTE);
-    codec.setFormat(format);
+    codec.setFormat(Format::LinearGray16);
     const RowDestination destination = allocate(codec.image().width, codec.image().height);
-    // The black background counts for transparent files read as grey only.
-    const png_color background = {0, 0, 0};
+    const png_color background = {0, 0, 0};  // Of transparent files.
     if (png_image_finish_read(&codec.image(), &background, destination.texels,
-                              componentStride(file, format, destination.strideBytes), nullptr) == 0) {
+                              componentStride(file, Format::LinearGray16, destination.strideBytes),
+                              nullptr) == 0) {
         throw ImageError(file, "cannot be read: " + codec.message());
     }
 }
 
-void readGray16(const std::filesystem::path& file, const AllocateRows& allocate) {
+void readGray16(const std::filesystem::path& file, const AllocateRows& allocate,
+                const std::stop_token& stop) {
     const FileStream stream = openImageFile(file);
-    RawDecoder decoder(stream.get());
+    RowDecoder decoder(stream.get(), stop);
     if (!decoder.readHeader()) {
         throw ImageError(file, std::string("cannot be read: ") + decoder.message());
     }
@@ -202,7 +248,7 @@ void readGray16(const std::filesystem::path& file, const AllocateRows& allocate)
                       std::to_string(decoder.bitDepth()) + (decoder.hasPalette() ? " with a palette" : ""));
     }
     checkImageSize(file, decoder.width(), decoder.height(), MAX_GRAY16_PER_BYTE);
-    if (!decoder.readRows(allocate(decoder.width(), decoder.height()))) {
+    if (!decoder.readGray16(allocate(decoder.width(), decoder.height()))) {
         throw ImageError(file, std::string("cannot be read: ") + decoder.message());
     }
 }

@@ -22,9 +22,8 @@ constexpr unsigned bit(Attribute attribute) {
     return static_cast<unsigned>(attribute);
 }
 
-std::shared_ptr<NodeSource> openStore(const Location& location,
-                                      PoTree::StoreRole role = PoTree::StoreRole::Cloud,
-                                      const std::stop_token& stop = {}) {
+std::shared_ptr<NodeSource> openStore(const Location& location, PoTree::StoreRole role,
+                                      const std::stop_token& stop) {
     if (const PoTree::FileSystemLocation* potree = location.potree()) {
         return std::make_shared<PoTree::Store>(*potree, role, stop);
     }
@@ -94,8 +93,12 @@ bool Octree::hasExternal(const Location& location) const {
 }
 
 void Octree::addExternalAttributeLocation(const Location& location) {
+    addExternalAttributeLocation(location, std::stop_token());
+}
+
+void Octree::addExternalAttributeLocation(const Location& location, const std::stop_token& stop) {
     if (!hasExternal(location)) {
-        addExternalAttributes(openStore(location, PoTree::StoreRole::ExternalAttributes), location);
+        addExternalAttributes(openStore(location, PoTree::StoreRole::ExternalAttributes, stop), location);
     }
 }
 

@@ -60,6 +60,8 @@ public:
     /// each other operation. Nothing happens for one that was added before. Throws as the constructor does.
     /// Afterwards, operations on a node throw StoreError naming both stores where they do not match.
     void addExternalAttributeLocation(const Location& location);
+    /// The same, and throws OpenStopped, with nothing added, when stopped.
+    void addExternalAttributeLocation(const Location& location, const std::stop_token& stop);
     /// A source of the host's own; the location is only its name.
     void addExternalAttributes(std::shared_ptr<NodeSource> source, const Location& location);
 

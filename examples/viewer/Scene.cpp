@@ -1,12 +1,11 @@
 #include "Scene.h"
 
 #include <core/ExceptionChain.h>
-#include <graphics/ImagePanoramaLoader.h>
 #include <math/ConvexPolytope.h>
-#include <octree/Location.h>
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 namespace {
 
@@ -38,14 +37,35 @@ Scene::Scene(Render::Renderer& renderer) : mRenderer(renderer) {
 }
 
 void Scene::open(const std::filesystem::path& path) {
-    std::wstring extension = path.extension().wstring();
-    std::transform(extension.begin(), extension.end(), extension.begin(), towlower);
-    if (extension == L".obj") {
-        openMesh(path);
-    } else if (extension == L".png" || extension == L".jpg" || extension == L".jpeg") {
-        openPanorama(path);
+    mToOpen.push_back(path);
+}
+
+bool Scene::showOpened() {
+    const bool hasNews = mOpening && mOpening->hasEnded();
+    if (hasNews) {
+        const auto ended = std::move(mOpening);
+        add(ended->take(), nameOf(ended->path()));
+    }
+    if (!mOpening && !mToOpen.empty()) {
+        // Only now it is known where the scene's coordinates begin.
+        mOpening =
+            std::make_unique<Opening>(mToOpen.front(), mOrigin.value_or(Math::Point<double, 3>(0, 0, 0)));
+        mToOpen.pop_front();
+    }
+    return hasNews;
+}
+
+std::optional<std::string> Scene::opening() const {
+    return mOpening ? std::optional(nameOf(mOpening->path())) : std::nullopt;
+}
+
+void Scene::add(const Opened& opened, const std::string& name) {
+    if (opened.store) {
+        addCloud(opened.store, name);
+    } else if (opened.mesh) {
+        addMesh(opened.mesh, name);
     } else {
-        openCloud(path);
+        addPanorama(opened.panorama, name);
     }
     if (mClipped) {
         clip();
@@ -53,9 +73,8 @@ void Scene::open(const std::filesystem::path& path) {
     mErrorTaken = false;
 }
 
-void Scene::openCloud(const std::filesystem::path& path) {
-    const auto cloud = Render::PointCloudRenderable::create(Octree::Location::fromPath(path), nameOf(path),
-                                                            POINT_BUDGET, 1.0);
+void Scene::addCloud(const std::shared_ptr<Octree::Octree>& octree, const std::string& name) {
+    const auto cloud = Render::PointCloudRenderable::create(octree, name, POINT_BUDGET);
     const auto position = cloud->referencePosition();
     const auto shift = (position - mOrigin.value_or(position)).cast<float>();
     Eigen::Matrix4f matrix = Eigen::Matrix4f::Identity();
@@ -70,23 +89,20 @@ void Scene::openCloud(const std::filesystem::path& path) {
     mClouds.push_back(cloud);
 }
 
-void Scene::openMesh(const std::filesystem::path& path) {
-    const auto origin = mOrigin.value_or(Math::Point<double, 3>(0.0, 0.0, 0.0));
-    const auto mesh =
-        Render::MeshRenderable::create(Render::MeshLoader::fromObjFile(path, origin), 1.0, nameOf(path));
+void Scene::addMesh(const std::shared_ptr<Render::MeshLoader>& loader, const std::string& name) {
+    const auto mesh = Render::MeshRenderable::create(loader, 1.0, name);
     try {
-        mGroup->add(mesh);  // Reads the file.
+        mGroup->add(mesh);
     } catch (...) {
         mGroup->remove(mesh);
         throw;
     }
-    mOrigin = origin;
+    mOrigin = mOrigin.value_or(Math::Point<double, 3>(0.0, 0.0, 0.0));
     mMeshes.push_back(mesh);
 }
 
-void Scene::openPanorama(const std::filesystem::path& path) {
-    const auto panorama = Render::PanoRenderable::create(
-        std::make_shared<Graphics::ImagePanoramaLoader>(std::vector{path}), nameOf(path));
+void Scene::addPanorama(const std::shared_ptr<Graphics::PanoramaLoader>& loader, const std::string& name) {
+    const auto panorama = Render::PanoRenderable::create(loader, name);
     mGroup->add(panorama);
     panorama->startAsyncPanoramaTilesLoading(nullptr);
     mPanoramas.push_back(panorama);

@@ -23,17 +23,18 @@ Viewer::Viewer(HWND window) : mWindow(window), mPresenter(window, mRenderer.devi
     DragAcceptFiles(window, TRUE);
 }
 
-void Viewer::open(const std::filesystem::path& path) {
-    SetCursor(LoadCursor(nullptr, IDC_WAIT));
+void Viewer::showOpened() {
     try {
-        mScene.open(path);
-        fit();
+        if (mScene.showOpened()) {
+            fit();
+        }
     } catch (const std::exception& error) {
         report(Core::exceptionChain(error));
     }
 }
 
 void Viewer::update() {
+    showOpened();
     if (const auto error = mScene.takeError()) {
         report(*error);
     }
@@ -248,7 +249,9 @@ void Viewer::showStatus() {
     const double milliseconds = std::chrono::duration<double, std::milli>(mFrameTime).count();
     std::string status = formatted("LumaroRender   %zu points, %zu nodes, frame %zu, %.0f ms",
                                    mScene.points(), mScene.nodes(), mFrames, milliseconds);
-    if (mScene.isLoading()) {
+    if (const std::optional<std::string> name = mScene.opening()) {
+        status += ", loading " + *name;
+    } else if (mScene.isLoading()) {
         const Render::LoadingProgress progress = mScene.loadingProgress();
         status += progress.wantedNodes == 0
                       ? ", loading"

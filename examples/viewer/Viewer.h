@@ -19,7 +19,7 @@ class Viewer {
 public:
     explicit Viewer(HWND window);
 
-    void open(const std::filesystem::path& path);
+    void open(const std::filesystem::path& path) { mScene.open(path); }
     /// Draws and presents when something changed; without a change it does nothing at all.
     void update();
     /// False for messages that are not its own.
@@ -29,6 +29,7 @@ public:
 private:
     void resize();
     void present() { mPresenter.present(mRenderer.deviceContext(), mRenderer.outputTexture()); }
+    void showOpened();
     void fit();
     void drag(WPARAM buttons, int x, int y);
     void zoom(POINT cursor, int wheel);

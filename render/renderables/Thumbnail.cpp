@@ -1,4 +1,6 @@
+#include <octree/Octree.h>
 #include <octree/OctreeNodeId.h>
+#include <octree/OpenStopped.h>
 #include <octree/potree/FileSystemLocation.h>
 #include <render/core/Renderer.h>
 #include <render/pointcloud/PointCloudRenderable.h>
@@ -54,8 +56,13 @@ bool createThumbnail(const Octree::Location& location, const std::filesystem::pa
     if (!location.exists()) {
         throw std::invalid_argument("createThumbnail: locationPotree does not exist");
     }
-    const std::shared_ptr<PointCloudRenderable> cloud =
-        PointCloudRenderable::create(location, "", kPointBudget, 1.0);
+    std::shared_ptr<Octree::Octree> octree;
+    try {
+        octree = std::make_shared<Octree::Octree>(location, 1.0, stop);
+    } catch (const Octree::OpenStopped&) {
+        return false;
+    }
+    const auto cloud = PointCloudRenderable::create(octree, "", kPointBudget);
     Renderer renderer(true);
     renderer.setScene(cloud);
     renderer.setViewport(width, height);

@@ -105,7 +105,7 @@ TEST_F(DistanceFileTest, EveryDamagedByteIsAnImageOrAnError) {
     colors.fill(Math::Color(1, 2, 3, 4));
     colors.writePng(folder / "colours.png");
     const std::string colored = bytesOf(folder / "colours.png");
-    EXPECT_GE(readDamaged(colored, &ColorImage::read), 2 * colored.size());
+    EXPECT_GE(readDamaged(colored, [](const fs::path& file) { ColorImage::read(file); }), 2 * colored.size());
 }
 
 }  // namespace

@@ -260,6 +260,28 @@ TEST_F(ImagePanoramaLoaderTest, WhatCannotBeCutIsRefusedWhenItIsOpened) {
     EXPECT_NE(errorOf([&] { ImagePanoramaLoader loader(files); }).find("colours0.png"), std::string::npos);
 }
 
+TEST_F(ImagePanoramaLoaderTest, ReadersOfEachFormatStop) {
+    const std::vector<uint8_t> samples(64, 7);
+    ColorImage(8, 8).writePng(folder / "c.png");
+    writeBytes(folder / "b.jpg", JpegFile::encode(8, 8, samples, {1, JCS_GRAYSCALE}));
+    writeBytes(folder / "p.jpg", JpegFile::encode(8, 8, samples, {1, JCS_GRAYSCALE, true}));
+    std::stop_source stop;
+    stop.request_stop();
+    const auto stops = [](const std::string& error) {
+        return error.find("the reading was stopped") != std::string::npos;
+    };
+    for (const char* const name : {"c.png", "b.jpg", "p.jpg"}) {
+        EXPECT_TRUE(stops(errorOf([&] { ImagePanoramaLoader({folder / name}, {}, {}, stop.get_token()); })))
+            << name;
+    }
+    DistanceFile::writePng(folder / "d.png", 2, 2, {1, 2, 3, 4});
+    writeBytes(folder / "d.pfm", "Pf\n1 1\n-1\n" + DistanceFile::floatBytes({1.0f}, true));
+    for (const char* const name : {"d.png", "d.pfm"}) {
+        EXPECT_TRUE(stops(errorOf([&] { DepthImage::readDistances(folder / name, 1.0, stop.get_token()); })))
+            << name;
+    }
+}
+
 TEST_F(ImagePanoramaLoaderTest, ManyThreadsMayLoadAtOnce) {
     ImagePanoramaLoader loader({colorFile(128, 64)}, {distanceFile(128, 64)});
     std::vector<std::future<size_t>> loads(4);

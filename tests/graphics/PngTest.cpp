@@ -1,3 +1,4 @@
+#include "DistanceFile.h"
 #include "ImageFileTest.h"
 
 #include <graphics/ColorImage.h>
@@ -137,6 +138,34 @@ TEST_F(PngTest, HugeDeclaredSizesAreRefusedBeforeAnythingIsAllocated) {
         }
         const std::string error = declare(*good, 16000, 16000);
         EXPECT_NE(error.find("is impossible in"), std::string::npos) << error;
+    }
+}
+
+TEST_F(PngTest, RowsThatNeverComeTakeNoMemory) {
+    const fs::path file = folder / "short.png";
+    testImage(2, 2, 8).writePng(file);
+    const std::string good = bytesOf(file);
+    const std::string header = "IHDR" + bigEndian(16000) + bigEndian(16000) + good.substr(24, 5);
+    const std::string padding(size_t{600} << 10, '?');  // Of a size that could hold the image.
+    writeBytes(file, good.substr(0, 12) + header + bigEndian(crc32(header)) + good.substr(33) + padding);
+    const size_t before = peakMemory();
+    EXPECT_NE(readError(file).find("short.png\": cannot be read"), std::string::npos) << readError(file);
+    EXPECT_NE(errorOf([&] { DepthImage::readPng(file); }).find("cannot be read"), std::string::npos);
+    // The image has 976; the address sanitizer notes an eighth of it.
+    EXPECT_LT(peakMemory() - before, 200u);
+}
+
+TEST_F(PngTest, InterlacedRowsOfSixteenBitsKeepTheirTexels) {
+    std::vector<uint16_t> samples;
+    for (size_t i = 0; i < 99; ++i) {
+        samples.push_back(i * i % 7 < 3 ? 0xffff : 0);
+    }
+    const fs::path file = folder / "interlaced.png";
+    DistanceFile::writePng(file, 11, 9, samples);
+    const ColorImage image = ColorImage::readPng(file);
+    for (size_t i = 0; i < samples.size(); ++i) {
+        const uint8_t gray = samples[i] != 0 ? 255 : 0;
+        ASSERT_EQ(image.pixel(i % 11, i / 11), Color(gray, gray, gray, 255)) << i;
     }
 }
 

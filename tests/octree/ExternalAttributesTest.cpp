@@ -1,5 +1,6 @@
 #include <core/ExceptionChain.h>
 #include <octree/Octree.h>
+#include <octree/OpenStopped.h>
 #include <octree/StoreError.h>
 #include <octree/potree/Store.h>
 
@@ -94,10 +95,13 @@ TEST_F(ExternalAttributes, AreNotWaitedForWhenStopped) {
     std::string& hierarchy = external.fixture.hierarchy;
     hierarchy.replace(hierarchy.size() - 22, 22, hierarchyRecord(0, 0, 1, 0, 0, HIDDEN));
     external.fixture.writeAll();
-    octree.addExternalAttributeLocation(external.location());
-    EXPECT_EQ(octree.pointCount(R46), 1u);
     std::stop_source stop;
     stop.request_stop();
+    EXPECT_THROW(octree.addExternalAttributeLocation(external.location(), stop.get_token()),
+                 Octree::OpenStopped);
+    EXPECT_EQ(octree.nodeVisibility(R46), 0) << "nothing is added";
+    octree.addExternalAttributeLocation(external.location());
+    EXPECT_EQ(octree.pointCount(R46), 1u);
     Octree::NodeFacts facts;
     EXPECT_EQ(octree.nodeVisibility(R46, stop.get_token()), 0);
     EXPECT_FALSE(octree.nodeFacts(R46, facts, stop.get_token()));

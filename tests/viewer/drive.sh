@@ -7,12 +7,13 @@ wine_run=$1 viewer=$2 probe=$3 lumaro=$4
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 desktop=viewer-test-$$
-window='' process='' program='' screen='' pictures=0
+window='' process='' program='' screen='' writer='' pictures=0
 
 # shellcheck disable=SC2317
 clean_up() {
     [[ -z $process ]] || kill -KILL "$process" 2>/dev/null || true
     [[ -z $program ]] || kill "$program" 2>/dev/null || true
+    [[ -z $writer ]] || kill "$writer" 2>/dev/null || true
     [[ -z $screen ]] || kill "$screen" 2>/dev/null || true # every program on it ends as well
     wait
     rm -rf "$work"
@@ -289,6 +290,22 @@ leaks_nothing() {
     ((memory <= before[4] + 64 * 1024)) || fail "memory leaks"
 }
 
+# A mesh without end is read while the window answers, and closes.
+loads_beside_the_window() {
+    mkfifo "$work/endless.obj"
+    yes "# a mesh of which there is always more to read" >"$work/endless.obj" &
+    writer=$!
+    start "$work/sample" "$work/endless.obj"
+    wait_for 20 "the mesh's name" title_has ' 20000 points.*, loading endless.obj'
+    look
+    local before=$hash
+    drag 1 240 200 320 225
+    look "$before"
+    close
+    wait "$writer" || true # nobody reads any more
+    writer=''
+}
+
 closes_while_loading() {
     start "$work/large"
     close
@@ -320,4 +337,5 @@ drop "$work/sample/metadata.json"
 ask rest " 40000 points"
 step "closing"
 close
+loads_beside_the_window
 closes_while_loading

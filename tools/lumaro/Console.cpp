@@ -1,10 +1,12 @@
 #include <tools/lumaro/Console.h>
+#include <tools/lumaro/PartialPath.h>
 
 #include <windows.h>
 
 #include <shellapi.h>
 
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 
@@ -17,13 +19,28 @@ std::stop_source& stopSource() {
     return source;
 }
 
-/// The system calls this on a thread of its own. Who asks again, and not in the same breath, leaves the
-/// process to be ended: it may be where nobody looks at the token.
-BOOL WINAPI onControl(DWORD) {
+/// The process may be where nobody looks at the token, and hold any lock.
+void endAtOnce() {
+    PartialPath::removeAll();
+    DWORD written = 0;
+    WriteFile(GetStdHandle(STD_ERROR_HANDLE), STOPPED_MESSAGE,
+              static_cast<DWORD>(std::strlen(STOPPED_MESSAGE)), &written, nullptr);
+    TerminateProcess(GetCurrentProcess(), STOPPED_EXIT_CODE);
+}
+
+/// The system calls this on a thread of its own.
+BOOL WINAPI onControl(DWORD event) {
     constexpr ULONGLONG breath = 1000;  // Milliseconds; some terminals pass one Ctrl-C on twice.
+    constexpr DWORD lastBreath = 4000;
     static const ULONGLONG first = GetTickCount64();
     stopSource().request_stop();
-    return GetTickCount64() - first < breath ? TRUE : FALSE;
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) {
+        Sleep(lastBreath);  // The window closes, and the system ends the process when this returns.
+    } else if (GetTickCount64() - first < breath) {
+        return TRUE;
+    }
+    endAtOnce();
+    return TRUE;
 }
 
 std::string utf8FromWide(const wchar_t* text) {

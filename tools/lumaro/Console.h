@@ -15,8 +15,12 @@ std::vector<std::string> commandLine(int argc, char** argv);
 std::filesystem::path pathFromUtf8(const std::string& text);
 std::string utf8FromPath(const std::filesystem::path& path);
 
+/// Of a program that was asked to stop, and did.
+constexpr int STOPPED_EXIT_CODE = 130;
+constexpr const char* STOPPED_MESSAGE = "lumaro: stopped\n";
+
 /// Lets console windows show UTF-8 while it lives and turns Ctrl-C, Ctrl-Break and closing the window into a
-/// stop request; one more a second later ends the process at once. One at a time.
+/// stop request; one more a second later ends the process at once, without what is unfinished. One at a time.
 class ConsoleSession {
 public:
     ConsoleSession();

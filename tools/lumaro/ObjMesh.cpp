@@ -12,9 +12,10 @@ namespace Tool {
 
 using Mesh = Math::TriangleMesh<float>;
 
-std::shared_ptr<Mesh> readObjMesh(const std::filesystem::path& file, const Math::Point<double, 3>& origin) {
+std::shared_ptr<Mesh> readObjMesh(const std::filesystem::path& file, const Math::Point<double, 3>& origin,
+                                  const std::stop_token& stop) {
     std::vector<Math::Point<float, 3>> vertices;
-    Render::MeshLoader::fromObjFile(file, origin)->load([&](const auto& part) {
+    Render::MeshLoader::fromObjFile(file, origin, stop)->load([&](const auto& part) {
         for (const Render::VertexPosNormalTexCoordColor& vertex : part) {
             vertices.push_back(vertex.position);
         }

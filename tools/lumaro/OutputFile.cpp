@@ -3,6 +3,9 @@
 
 #ifdef _WIN32
 #include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
 #else
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,6 +13,7 @@
 #include <cerrno>
 #endif
 
+#include <cstddef>
 #include <locale>
 #include <stdexcept>
 #include <string>
@@ -22,26 +26,53 @@ namespace fs = std::filesystem;
 
 namespace {
 
-enum class Creation { Done, Exists, Failed };
+constexpr size_t BUFFER_SIZE = size_t{1} << 16;
 
-/// Never what is there already, nor what a link that is there leads to.
-Creation create(const fs::path& file) {
+struct Created {
+    std::FILE* file = nullptr;  ///< Null on failure.
+    bool wasThere = false;
+};
+
+/// Never what is there already, nor what a link that is there leads to. It can be deleted while it is open.
+Created create(const fs::path& path) {
 #ifdef _WIN32
-    const HANDLE handle = CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                      FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    if (handle != INVALID_HANDLE_VALUE) {
+    const HANDLE handle =
+        CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
+                    FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        const DWORD error = GetLastError();
+        return {nullptr, error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS};
+    }
+    const int descriptor = _open_osfhandle(reinterpret_cast<intptr_t>(handle), _O_BINARY);
+    if (descriptor < 0) {
         CloseHandle(handle);
-        return Creation::Done;
+        return {};
     }
-    const DWORD error = GetLastError();
-    return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS ? Creation::Exists : Creation::Failed;
+    std::FILE* const file = _fdopen(descriptor, "wb");
+    if (file == nullptr) {
+        _close(descriptor);
+    }
 #else
-    const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-    if (descriptor >= 0) {
-        close(descriptor);
-        return Creation::Done;
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (descriptor < 0) {
+        return {nullptr, errno == EEXIST};
     }
-    return errno == EEXIST ? Creation::Exists : Creation::Failed;
+    std::FILE* const file = fdopen(descriptor, "wb");
+    if (file == nullptr) {
+        close(descriptor);
+    }
+#endif
+    return {file, false};
+}
+
+bool sendToDisk(std::FILE* file) {
+    if (std::fflush(file) != 0) {
+        return false;
+    }
+#ifdef _WIN32
+    return _commit(_fileno(file)) == 0;
+#else
+    return fsync(fileno(file)) == 0;
 #endif
 }
 
@@ -55,40 +86,33 @@ void requireFolderOf(const fs::path& file) {
 
 OutputFile::OutputFile(fs::path target) : mTarget(std::move(target)) {
     requireFolderOf(mTarget);
-    int number = 0;
-    Creation creation = Creation::Exists;
-    while (creation == Creation::Exists) {
-        mPartial = mTarget;
-        mPartial += ".partial" + std::to_string(++number);
-        creation = create(mPartial);
+    fs::path path;
+    Created created;
+    for (int number = 1; number == 1 || created.wasThere; ++number) {
+        path = mTarget;
+        path += ".partial" + std::to_string(number);
+        created = create(path);
     }
-    if (creation == Creation::Failed) {
+    mFile.reset(created.file);
+    if (!mFile) {
         fail();
     }
+    mPartial.emplace(std::move(path));
+    std::setvbuf(mFile.get(), nullptr, _IOFBF, BUFFER_SIZE);
+    mBuffer.emplace(mFile.get());
+    mStream.rdbuf(&*mBuffer);
     mStream.imbue(std::locale::classic());
-    mStream.open(mPartial, std::ios::binary);
-    if (!mStream) {
-        std::error_code ignored;
-        fs::remove(mPartial, ignored);
-        fail();
-    }
-}
-
-OutputFile::~OutputFile() {
-    if (mStream.is_open()) {
-        mStream.close();
-    }
-    std::error_code ignored;
-    fs::remove(mPartial, ignored);
 }
 
 void OutputFile::moveIntoPlace() {
-    mStream.close();
+    const bool isWritten = mStream.good() && sendToDisk(mFile.get());
+    mStream.setstate(std::ios::badbit);
+    const bool isClosed = std::fclose(mFile.release()) == 0;
     std::error_code error;
-    if (mStream) {
-        fs::rename(mPartial, mTarget, error);
+    if (isWritten && isClosed) {
+        fs::rename(mPartial->path(), mTarget, error);
     }
-    if (!mStream || error) {
+    if (!isWritten || !isClosed || error) {
         fail();
     }
 }

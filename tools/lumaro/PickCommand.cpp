@@ -127,7 +127,7 @@ bool pickAndPrint(const Options& options, const std::stop_token& stop) {
     int decimals = 0;
     {
         Progress progress;
-        SceneView view(options.view);
+        SceneView view(options.view, stop);
         if (!view.draw(stop, progress)) {
             return false;
         }

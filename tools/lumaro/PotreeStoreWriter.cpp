@@ -220,12 +220,11 @@ int32_t cubeSideOf(const std::vector<StorePoint>& points) {
 }  // namespace
 
 bool writePotreeStore(const fs::path& folder, const StoreDescription& description,
-                      const std::vector<StorePoint>& points, const StoreWriteOptions& options) {
+                      std::vector<StorePoint> points, const StoreWriteOptions& options) {
     requireReplaceable(folder);
-    std::vector<StorePoint> shuffled = points;
-    Random(1).shuffle(shuffled);
-    const int32_t cubeSide = cubeSideOf(shuffled);
-    const SampledOctree tree(shuffled, cubeSide, options.maxLeafPoints, options.stop);
+    Random(1).shuffle(points, options.stop);
+    const int32_t cubeSide = cubeSideOf(points);
+    const SampledOctree tree(points, cubeSide, options.maxLeafPoints, options.stop);
     if (options.stop.stop_requested()) {
         return false;
     }
@@ -238,7 +237,7 @@ bool writePotreeStore(const fs::path& folder, const StoreDescription& descriptio
         if (options.stop.stop_requested()) {
             return false;
         }
-        payloads[id] = indices.empty() ? Span{} : octreeFile.append(nodeBytes(shuffled, indices, options));
+        payloads[id] = indices.empty() ? Span{} : octreeFile.append(nodeBytes(points, indices, options));
         written += indices.size();
         if (options.onProgress && written != 0) {
             options.onProgress(static_cast<double>(written) / static_cast<double>(points.size()));
@@ -251,7 +250,7 @@ bool writePotreeStore(const fs::path& folder, const StoreDescription& descriptio
     hierarchyFile.append(hierarchyBytes(tree, chunks, payloads));
     hierarchyFile.close();
     OutputFile metadataFile(partial.path() / "metadata.json");
-    metadataFile.append(potreeMetadata(description, shuffled, cubeSide,
+    metadataFile.append(potreeMetadata(description, points, cubeSide,
                                        static_cast<size_t>(chunks.front().span.size),
                                        tree.nodes().rbegin()->first.level(), options.encoding));
     metadataFile.close();

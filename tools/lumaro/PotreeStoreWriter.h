@@ -38,6 +38,6 @@ struct StoreWriteOptions {
 /// negative coordinate, filesystem_error, runtime_error naming the file that could not be written.
 /// Returns false, leaving the old state, when stopped.
 bool writePotreeStore(const std::filesystem::path& folder, const StoreDescription& description,
-                      const std::vector<StorePoint>& points, const StoreWriteOptions& options = {});
+                      std::vector<StorePoint> points, const StoreWriteOptions& options = {});
 
 }  // namespace Tool

@@ -115,7 +115,7 @@ bool query(const Options& options, const std::stop_token& stop) {
     }
     OutputFile file(pathFromUtf8(options.output));
     Progress progress;
-    const auto octree = std::make_shared<Octree::Octree>(location);
+    const auto octree = std::make_shared<Octree::Octree>(location, 1.0, stop);
     const std::unique_ptr<PointWriter> writer =
         makeWriter(options, file.stream(), octree->positionGrid(), absoluteBounds(*octree));
     const bool isWhole = !region && options.maxLevel == 21 && options.minSpacing == 0.0;

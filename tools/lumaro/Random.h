@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <stop_token>
 #include <utility>
 #include <vector>
 
@@ -35,9 +36,14 @@ public:
     /// In [0, count); `count` is at least 1.
     uint64_t below(uint64_t count) { return next() % count; }
 
+    /// A stop leaves it half done.
     template <class T>
-    void shuffle(std::vector<T>& values) {
+    void shuffle(std::vector<T>& values, const std::stop_token& stop) {
+        constexpr size_t STEP = 1 << 16;  // Swaps between two looks at the token.
         for (size_t i = values.size(); i > 1; --i) {
+            if (i % STEP == 0 && stop.stop_requested()) {
+                return;
+            }
             std::swap(values[i - 1], values[static_cast<size_t>(below(i))]);
         }
     }

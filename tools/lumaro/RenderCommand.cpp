@@ -23,7 +23,7 @@ bool renderScene(const Options& options, const std::stop_token& stop) {
     requireFolderOf(output);
     requireFolderOf(depth);
     Progress progress;
-    SceneView view(options.view);
+    SceneView view(options.view, stop);
     if (!view.draw(stop, progress)) {
         return false;
     }

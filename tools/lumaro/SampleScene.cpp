@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace Tool {
 
@@ -153,8 +154,9 @@ StoreDescription sampleDescription() {
 }
 
 bool writeSampleStore(const std::filesystem::path& folder, size_t count, const StoreWriteOptions& options) {
-    const std::vector<StorePoint> points = samplePoints(count, options.stop);
-    return points.size() == count && writePotreeStore(folder, sampleDescription(), points, options);
+    std::vector<StorePoint> points = samplePoints(count, options.stop);
+    return points.size() == count &&
+           writePotreeStore(folder, sampleDescription(), std::move(points), options);
 }
 
 }  // namespace Tool

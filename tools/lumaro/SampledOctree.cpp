@@ -11,6 +11,7 @@ namespace {
 
 constexpr int GRID_SIDE = 128;
 constexpr uint32_t NONE = 0xffffffffU;
+constexpr uint32_t STOP_STEP = 1 << 14;  // Points between two looks at the stop token.
 
 }  // namespace
 
@@ -132,6 +133,9 @@ void SampledOctree::split(const Cell& cell, std::vector<uint32_t> indices, Spaci
     std::vector<uint32_t> kept;
     std::array<std::vector<uint32_t>, 8> below;
     for (const uint32_t index : indices) {
+        if (index % STOP_STEP == 0 && mStop.stop_requested()) {
+            return;
+        }
         if (grid.tryKeep(index)) {
             kept.push_back(index);
             continue;

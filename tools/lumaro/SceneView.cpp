@@ -6,10 +6,11 @@
 #include <tools/lumaro/ObjMesh.h>
 #include <tools/lumaro/Placement.h>
 #include <tools/lumaro/SceneView.h>
-#include <tools/lumaro/StoreInfo.h>
 
 #include <algorithm>
+#include <chrono>
 #include <optional>
+#include <thread>
 
 namespace Tool {
 
@@ -17,55 +18,13 @@ namespace {
 
 using Place = Math::Point<double, 3>;
 
-Octree::Location storeAt(const std::string& path) {
-    return Octree::Location::fromPath(pathFromUtf8(path));
-}
-
-bool anyStoreHasColors(const std::vector<Input>& inputs) {
-    return std::any_of(inputs.begin(), inputs.end(), [](const Input& input) {
-        return input.kind == InputKind::Store && hasColors(storeAt(input.path));
-    });
-}
-
-bool hasStores(const std::vector<Input>& inputs) {
-    return std::any_of(inputs.begin(), inputs.end(),
-                       [](const Input& input) { return input.kind == InputKind::Store; });
-}
-
-/// Where the scene's coordinates begin: near its first store or else its first input, so that floats have
-/// digits enough for what is there.
-Place originOf(const std::vector<Input>& inputs) {
-    const auto store = std::find_if(inputs.begin(), inputs.end(),
-                                    [](const Input& input) { return input.kind == InputKind::Store; });
-    const Input& input = store != inputs.end() ? *store : inputs.front();
-    Place own(0.0, 0.0, 0.0);
-    if (input.kind == InputKind::Store) {
-        own = Octree::Octree(storeAt(input.path)).referencePosition();
-    } else if (input.kind == InputKind::Mesh) {
-        own = firstVertex(pathFromUtf8(input.path)) * input.unitScale;
-    }
-    return Math::transformPoint<double>(input.placement, own);
-}
-
-int decimalsOf(const std::vector<Input>& inputs) {
-    int decimals = 0;
-    for (const Input& input : inputs) {
-        std::optional<Octree::PositionGrid> grid;
-        if (input.kind == InputKind::Store) {
-            grid = Octree::Octree(storeAt(input.path)).positionGrid();
-        }
-        const bool isOnGrid = grid && input.placement == Eigen::Matrix4d::Identity();
-        decimals = std::max({decimals, grid ? grid->decimals() : 0, isOnGrid ? 0 : 4});
-    }
-    return decimals;
-}
-
-std::shared_ptr<Render::MeshRenderable> meshOf(const Input& input, const Place& origin) {
+std::shared_ptr<Render::MeshRenderable> meshOf(const Input& input, const Place& origin,
+                                               const std::stop_token& stop) {
     // Relative to what comes to lie at the scene's origin, the vertices that matter keep their digits.
     const Place own = unplaced(input.placement, origin);
     const auto mesh = Render::MeshRenderable::create(
-        Render::MeshLoader::fromObjFile(pathFromUtf8(input.path), own / input.unitScale), input.unitScale,
-        input.path);
+        Render::MeshLoader::fromObjFile(pathFromUtf8(input.path), own / input.unitScale, stop),
+        input.unitScale, input.path);
     mesh->setMatrix(sceneMatrix(input.placement, own, origin));
     return mesh;
 }
@@ -83,14 +42,16 @@ std::vector<std::filesystem::path> imagesOf(const std::string& path) {
     return faces;
 }
 
-std::shared_ptr<Graphics::PanoramaLoader> loaderOf(const Input& input) {
+std::shared_ptr<Graphics::PanoramaLoader> loaderOf(const Input& input, const std::stop_token& stop) {
     return std::make_shared<Graphics::ImagePanoramaLoader>(
         imagesOf(input.path),
-        input.distances.empty() ? std::vector<std::filesystem::path>() : imagesOf(input.distances));
+        input.distances.empty() ? std::vector<std::filesystem::path>() : imagesOf(input.distances),
+        Graphics::ImagePanoramaOptions(), stop);
 }
 
-std::shared_ptr<Render::PanoRenderable> panoramaOf(const Input& input, const Place& origin) {
-    const auto panorama = Render::PanoRenderable::create(loaderOf(input), input.path);
+std::shared_ptr<Render::PanoRenderable> panoramaOf(const Input& input, const Place& origin,
+                                                   const std::stop_token& stop) {
+    const auto panorama = Render::PanoRenderable::create(loaderOf(input, stop), input.path);
     panorama->setMatrix(sceneMatrix(input.placement, {0.0, 0.0, 0.0}, origin));
     return panorama;
 }
@@ -116,34 +77,84 @@ void completeViewOptions(const CLI::App& command, ViewOptions& options) {
     checkDisplayOptions(options.display);
 }
 
-SceneView::SceneView(const ViewOptions& options)
+SceneView::Stores SceneView::openStores(const std::vector<Input>& inputs, const std::stop_token& stop) {
+    Stores stores;
+    for (const Input& input : inputs) {
+        stores.push_back(nullptr);
+        if (input.kind == InputKind::Store) {
+            stores.back() = std::make_shared<Octree::Octree>(
+                Octree::Location::fromPath(pathFromUtf8(input.path)), 1.0, stop);
+        }
+    }
+    return stores;
+}
+
+/// Where the scene's coordinates begin: near its first store or else its first input, so that floats have
+/// digits enough for what is there.
+Place SceneView::originOf(const std::vector<Input>& inputs, const Stores& stores) {
+    const auto store =
+        std::find_if(stores.begin(), stores.end(), [](const auto& one) { return one != nullptr; });
+    const Input& input = inputs[store != stores.end() ? static_cast<size_t>(store - stores.begin()) : 0];
+    Place own(0.0, 0.0, 0.0);
+    if (store != stores.end()) {
+        own = (*store)->referencePosition();
+    } else if (input.kind == InputKind::Mesh) {
+        own = firstVertex(pathFromUtf8(input.path)) * input.unitScale;
+    }
+    return Math::transformPoint<double>(input.placement, own);
+}
+
+int SceneView::decimalsOf(const std::vector<Input>& inputs, const Stores& stores) {
+    int decimals = 0;
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        const auto grid = stores[i] ? stores[i]->positionGrid() : std::nullopt;
+        const bool isOnGrid = grid && inputs[i].placement == Eigen::Matrix4d::Identity();
+        decimals = std::max({decimals, grid ? grid->decimals() : 0, isOnGrid ? 0 : 4});
+    }
+    return decimals;
+}
+
+/// Unless there are stores and none has colours.
+bool SceneView::wantsColors(const Stores& stores) {
+    bool areAllWithout = true;
+    bool isAnyThere = false;
+    for (const auto& store : stores) {
+        isAnyThere = isAnyThere || store;
+        areAllWithout = areAllWithout && (!store || !store->hasColors());
+    }
+    return !isAnyThere || !areAllWithout;
+}
+
+SceneView::SceneView(const ViewOptions& options, const std::stop_token& stop)
+    : SceneView(options, openStores(options.inputs, stop), stop) {}
+
+SceneView::SceneView(const ViewOptions& options, const Stores& stores, const std::stop_token& stop)
     : mOptions(options),
-      mOrigin(originOf(options.inputs)),
-      mDecimals(decimalsOf(options.inputs)),
+      mOrigin(originOf(options.inputs, stores)),
+      mDecimals(decimalsOf(options.inputs, stores)),
       mRenderer(true) {
     const auto scene = Render::GroupRenderable::create("scene");
-    for (const Input& input : options.inputs) {
+    for (size_t i = 0; i < options.inputs.size(); ++i) {
+        const Input& input = options.inputs[i];
         if (input.kind == InputKind::Store) {
-            const Cloud cloud =
-                Render::PointCloudRenderable::create(storeAt(input.path), input.path, options.budget, 1.0);
+            const Cloud cloud = Render::PointCloudRenderable::create(stores[i], input.path, options.budget);
             cloud->setMatrix(sceneMatrix(input.placement, cloud->referencePosition(), mOrigin));
             mClouds.push_back(cloud);
             scene->add(cloud);
         } else if (input.kind == InputKind::Mesh) {
-            mMeshes.push_back(meshOf(input, mOrigin));
+            mMeshes.push_back(meshOf(input, mOrigin, stop));
             scene->add(mMeshes.back());
         } else {
-            mPanoramas.push_back(panoramaOf(input, mOrigin));
+            mPanoramas.push_back(panoramaOf(input, mOrigin, stop));
             scene->add(mPanoramas.back());
         }
     }
     if (!options.display.meshFile.empty()) {
-        mMesh = readObjMesh(pathFromUtf8(options.display.meshFile), mOrigin);
+        mMesh = readObjMesh(pathFromUtf8(options.display.meshFile), mOrigin, stop);
     }
     mRenderer.setViewport(options.camera.size.width, options.camera.size.height);
     mRenderer.setScene(scene);
-    applyDisplay(mRenderer, mClouds, options.display, mOrigin,
-                 !hasStores(options.inputs) || anyStoreHasColors(options.inputs), mMesh);
+    applyDisplay(mRenderer, mClouds, options.display, mOrigin, wantsColors(stores), mMesh);
     for (const auto& mesh : mMeshes) {
         mesh->setClippingVolume(clippingVolume(options.display, mOrigin));
     }
@@ -160,7 +171,7 @@ bool SceneView::draw(const std::stop_token& stop, Progress& progress) {
                                                   static_cast<float>(shares->second));
     }
     mRenderer.render();
-    return true;
+    return !stop.stop_requested();
 }
 
 size_t SceneView::pointsShown() const {
@@ -182,11 +193,15 @@ size_t SceneView::trianglesShown() const {
 bool SceneView::load(const std::stop_token& stop, Progress& progress) {
     for (const auto& panorama : mPanoramas) {
         progress.show("loading " + panorama->name());
-        if (panorama->loadPanoramaTiles() != Core::JobState::Completed) {
-            throw std::runtime_error("the panorama " + panorama->name() + " could not be loaded");
+        panorama->startAsyncPanoramaTilesLoading(nullptr);
+        while (panorama->loadingState() == Core::JobState::Running) {
+            if (stop.stop_requested()) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
-        if (stop.stop_requested()) {
-            return false;
+        if (!panorama->isLoadingComplete()) {
+            throw std::runtime_error("the panorama " + panorama->name() + " could not be loaded");
         }
     }
     return loadClouds(stop, progress);

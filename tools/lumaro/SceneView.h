@@ -1,6 +1,7 @@
 #pragma once
 
 #include <math/Point.h>
+#include <octree/Octree.h>
 #include <render/core/Renderer.h>
 #include <render/renderables/MeshRenderable.h>
 #include <render/renderables/PanoRenderable.h>
@@ -34,10 +35,10 @@ void addViewOptions(CLI::App& command, ViewOptions& options);
 void completeViewOptions(const CLI::App& command, ViewOptions& options);
 
 /// Stores, meshes and panoramas in one scene, drawn as the options want them. Throws when one of them cannot
-/// be read.
+/// be read, and when stopped.
 class SceneView {
 public:
-    explicit SceneView(const ViewOptions& options);
+    SceneView(const ViewOptions& options, const std::stop_token& stop);
 
     /// Loads everything that the view asks for, then draws. False when stopped.
     bool draw(const std::stop_token& stop, Progress& progress);
@@ -57,6 +58,14 @@ public:
     const DistanceMesh& mesh() const { return mMesh; }
 
 private:
+    /// One for each input; null for those that are no stores.
+    using Stores = std::vector<std::shared_ptr<Octree::Octree>>;
+
+    SceneView(const ViewOptions& options, const Stores& stores, const std::stop_token& stop);
+    static Stores openStores(const std::vector<Input>& inputs, const std::stop_token& stop);
+    static Math::Point<double, 3> originOf(const std::vector<Input>& inputs, const Stores& stores);
+    static int decimalsOf(const std::vector<Input>& inputs, const Stores& stores);
+    static bool wantsColors(const Stores& stores);
     bool load(const std::stop_token& stop, Progress& progress);
     bool loadClouds(const std::stop_token& stop, Progress& progress);
 

@@ -32,12 +32,12 @@ void putLine(std::ostream& stream, const Math::Point<double, 3>& place, int deci
 bool writeScreenPoints(const Options& options, const std::stop_token& stop) {
     OutputFile file(pathFromUtf8(options.output));
     Progress progress;
-    SceneView view(options.view);
+    SceneView view(options.view, stop);
     if (!view.draw(stop, progress)) {
         return false;
     }
     file.stream() << "X Y Z Red Green Blue Alpha\n";
-    std::vector<Render::VertexPosColor> chunk(size_t{1} << 20);
+    std::vector<Render::VertexPosColor> chunk(size_t{1} << 15);
     size_t written = 0;
     while (const size_t count = view.renderer().getNextPointChunk(chunk.data(), chunk.size())) {
         for (size_t i = 0; i < count; ++i) {

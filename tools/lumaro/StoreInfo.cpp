@@ -93,12 +93,12 @@ Json boxJson(const Math::NBoundingBox<double, 3>& box) {
 
 }  // namespace
 
-bool hasColors(const Octree::Location& location) {
-    return Octree::Octree(location).hasColors();
+bool hasColors(const Octree::Location& location, const std::stop_token& stop) {
+    return Octree::Octree(location, 1.0, stop).hasColors();
 }
 
 StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token& stop) {
-    const Octree::Octree octree(location);
+    const Octree::Octree octree(location, 1.0, stop);
     StoreInfo info;
     info.location = location.toString();
     info.format = location.entwine() != nullptr ? "Entwine" : "Potree 2.0";

@@ -27,11 +27,12 @@ struct StoreInfo {
     std::vector<Octree::AttributeInfo> attributes;
 };
 
-/// Reads the store's description and its whole hierarchy, no points. Counts stay incomplete when stopped.
+/// Reads the store's description and its whole hierarchy, no points. When stopped, counts stay incomplete or
+/// Octree::OpenStopped is thrown.
 StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token& stop = {});
 
-/// Whether the points of the store have colours of their own.
-bool hasColors(const Octree::Location& location);
+/// Whether the points of the store have colours of their own. Throws Octree::OpenStopped when stopped.
+bool hasColors(const Octree::Location& location, const std::stop_token& stop);
 
 /// For a reader: one line a fact, then a table of the attributes.
 std::string infoText(const StoreInfo& info);

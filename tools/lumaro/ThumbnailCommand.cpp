@@ -3,11 +3,11 @@
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/LoadingText.h>
+#include <tools/lumaro/PartialPath.h>
 #include <tools/lumaro/StoreInfo.h>
 
 #include <memory>
 #include <optional>
-#include <system_error>
 
 namespace Tool {
 
@@ -27,34 +27,28 @@ struct Options {
 class UnfinishedPicture {
 public:
     explicit UnfinishedPicture(fs::path target) : mTarget(std::move(target)) {
-        for (int number = 1;; ++number) {
-            mFolder = mTarget;
-            mFolder += ".partial" + std::to_string(number);
-            if (fs::create_directory(mFolder)) {
-                return;
-            }
-        }
+        fs::path folder;
+        int number = 0;
+        do {
+            folder = mTarget;
+            folder += ".partial" + std::to_string(++number);
+        } while (!fs::create_directory(folder));
+        mFolder.emplace(std::move(folder));
     }
-    ~UnfinishedPicture() {
-        std::error_code ignored;
-        fs::remove_all(mFolder, ignored);
-    }
-    UnfinishedPicture(const UnfinishedPicture&) = delete;
-    UnfinishedPicture& operator=(const UnfinishedPicture&) = delete;
 
-    fs::path file() const { return mFolder / "picture.png"; }
+    fs::path file() const { return mFolder->path() / "picture.png"; }
     void moveIntoPlace() { fs::rename(file(), mTarget); }
 
 private:
     fs::path mTarget;
-    fs::path mFolder;
+    std::optional<PartialPath> mFolder;
 };
 
 bool makeThumbnail(const Options& options, const std::stop_token& stop) {
     const Octree::Location location = Octree::Location::fromPath(pathFromUtf8(options.store));
     // Points without colours are white.
-    const Math::Color background =
-        options.background.value_or(hasColors(location) ? Math::Color::white() : Math::Color(32, 32, 32));
+    const Math::Color background = options.background.value_or(
+        hasColors(location, stop) ? Math::Color::white() : Math::Color(32, 32, 32));
     UnfinishedPicture picture(options.output.empty() ? location.folder() / "thumbnail.png"
                                                      : pathFromUtf8(options.output));
     Progress progress;

@@ -13,7 +13,6 @@ namespace {
 
 constexpr int FAILED = 1;
 constexpr int USAGE = 2;
-constexpr int STOPPED = 130;
 
 void describe(CLI::App& app) {
     app.name("lumaro");
@@ -43,6 +42,18 @@ int reportParse(const CLI::App& app, const CLI::ParseError& error) {
     return code == 0 ? 0 : USAGE;
 }
 
+/// False when it was stopped: then it does not matter what it met on its way out.
+bool finishes(const Tool::Job& job, const std::stop_token& stop) {
+    try {
+        return job(stop);
+    } catch (const std::exception&) {
+        if (!stop.stop_requested()) {
+            throw;
+        }
+        return false;
+    }
+}
+
 int run(int argc, char** argv) {
     CLI::App app;
     describe(app);
@@ -64,9 +75,9 @@ int run(int argc, char** argv) {
     }
 
     const Tool::ConsoleSession session;
-    if (!job(session.stopToken())) {
-        std::fputs("lumaro: stopped\n", stderr);
-        return STOPPED;
+    if (!finishes(job, session.stopToken())) {
+        std::fputs(Tool::STOPPED_MESSAGE, stderr);
+        return Tool::STOPPED_EXIT_CODE;
     }
     return 0;
 }
