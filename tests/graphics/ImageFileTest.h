@@ -10,15 +10,6 @@
 #include <random>
 #include <string>
 
-#if defined(_WIN32)
-#include <windows.h>
-
-#define PSAPI_VERSION 2  // In kernel32.
-#include <psapi.h>
-#else
-#include <sys/resource.h>
-#endif
-
 /// A folder of its own for each test, and files in it.
 class ImageFileTest : public testing::Test {
 protected:
@@ -50,19 +41,6 @@ protected:
             return error.what();
         }
         return "no error";
-    }
-
-    /// The most that the process has ever had in use, in MiB.
-    static size_t peakMemory() {
-#if defined(_WIN32)
-        PROCESS_MEMORY_COUNTERS counters{};
-        GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-        return counters.PeakWorkingSetSize >> 20;
-#else
-        rusage usage{};
-        getrusage(RUSAGE_SELF, &usage);
-        return static_cast<size_t>(usage.ru_maxrss) >> 10;
-#endif
     }
 
     /// Reads the bytes with each of them changed in several ways, and cut off before each of them: an image

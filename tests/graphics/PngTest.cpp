@@ -141,6 +141,20 @@ TEST_F(PngTest, HugeDeclaredSizesAreRefusedBeforeAnythingIsAllocated) {
     }
 }
 
+#if defined(__linux__)
+/// The most memory that the process has used since the last call, in MiB.
+size_t peakMemory() {
+    size_t kilobytes = 0;
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word && kilobytes == 0;) {
+        if (word == "VmHWM:") {
+            status >> kilobytes;
+        }
+    }
+    std::ofstream("/proc/self/clear_refs") << 5;
+    return kilobytes >> 10;
+}
+
 TEST_F(PngTest, RowsThatNeverComeTakeNoMemory) {
     const fs::path file = folder / "short.png";
     testImage(2, 2, 8).writePng(file);
@@ -148,12 +162,14 @@ TEST_F(PngTest, RowsThatNeverComeTakeNoMemory) {
     const std::string header = "IHDR" + bigEndian(16000) + bigEndian(16000) + good.substr(24, 5);
     const std::string padding(size_t{600} << 10, '?');  // Of a size that could hold the image.
     writeBytes(file, good.substr(0, 12) + header + bigEndian(crc32(header)) + good.substr(33) + padding);
+    peakMemory();
     const size_t before = peakMemory();
     EXPECT_NE(readError(file).find("short.png\": cannot be read"), std::string::npos) << readError(file);
     EXPECT_NE(errorOf([&] { DepthImage::readPng(file); }).find("cannot be read"), std::string::npos);
     // The image has 976; the address sanitizer notes an eighth of it.
-    EXPECT_LT(peakMemory() - before, 200u);
+    EXPECT_LT(peakMemory(), before + 200);
 }
+#endif
 
 TEST_F(PngTest, InterlacedRowsOfSixteenBitsKeepTheirTexels) {
     std::vector<uint16_t> samples;

@@ -42,5 +42,5 @@ exec 7<>endless.obj 8<>silent.obj
 yes "# a mesh of which there is always more to read" >&7 &
 writer=$!
 interrupt 1 mesh.txt screen-points endless.obj -o mesh.txt
-interrupt 2 mesh.txt screen-points silent.obj -o mesh.txt
+interrupt 2 silent.txt screen-points silent.obj -o silent.txt
 exit $failed
