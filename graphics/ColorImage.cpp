@@ -24,8 +24,8 @@ void ColorImage::setPixel(size_t x, size_t y, const Math::Color& color) {
     std::memcpy(texel(x, y), &color, sizeof color);
 }
 
-void ColorImage::writePng(const std::filesystem::path& file) const {
-    Png::write(file, Png::Format::Bgra8, width(), height(), stride(), data());
+void ColorImage::writePng(const std::filesystem::path& file, const std::stop_token& stop) const {
+    Png::writeBgra8(file, width(), height(), stride(), data(), stop);
 }
 
 ColorImage ColorImage::read(const std::filesystem::path& file, const std::stop_token& stop) {

@@ -23,8 +23,9 @@ public:
     Math::Color pixel(size_t x, size_t y) const;
     void setPixel(size_t x, size_t y, const Math::Color& color);
 
-    /// Writes an 8-bit RGBA file. The file appears complete or not at all. Throws ImageError.
-    void writePng(const std::filesystem::path& file) const;
+    /// Writes an 8-bit RGBA file. The file appears complete or not at all. Throws ImageError, also when
+    /// `stop` is signalled.
+    void writePng(const std::filesystem::path& file, const std::stop_token& stop = {}) const;
 
     /// Reads a PNG of any kind or a JPEG, grey or coloured, baseline or progressive; told apart by their
     /// contents. CMYK files are refused, and a noted orientation is not applied. Throws ImageError, also for

@@ -74,7 +74,7 @@ void DepthImage::writePng(const std::filesystem::path& file) const {
             gray.push_back(toGray(pixel(x, y)));
         }
     }
-    Png::write(file, Png::Format::LinearGray16, width(), height(), width() * sizeof(uint16_t), gray.data());
+    Png::writeLinearGray16(file, width(), height(), gray.data());
 }
 
 DepthImage DepthImage::readPng(const std::filesystem::path& file) {

@@ -8,7 +8,6 @@
 #include <csetjmp>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <random>
 #include <string>
 #include <system_error>
@@ -36,23 +35,22 @@ public:
     png_image& image() { return mImage; }
     std::string message() const { return mImage.message; }
 
-    void setFormat(Format format) {
-        mImage.format = format == Format::Bgra8 ? PNG_FORMAT_BGRA : PNG_FORMAT_LINEAR_Y;
-    }
-
 private:
     png_image mImage;
 };
 
-/// libpng counts a stride in components.
-png_int_32 componentStride(const std::filesystem::path& file, Format format, size_t strideBytes) {
-    const size_t componentSize = format == Format::Bgra8 ? sizeof(uint8_t) : sizeof(uint16_t);
-    const size_t components = strideBytes / componentSize;
-    if (components > static_cast<size_t>(std::numeric_limits<png_int_32>::max())) {
-        throw ImageError(file, "the rows are too long");
+/// Where libpng's errors jump to, and why.
+struct Exit {
+    std::jmp_buf leave;
+    char message[128] = "";
+
+    static void onError(png_structp png, png_const_charp message) {
+        Exit* exit = static_cast<Exit*>(png_get_error_ptr(png));
+        std::snprintf(exit->message, sizeof exit->message, "%s", message);
+        std::longjmp(exit->leave, 1);
     }
-    return static_cast<png_int_32>(components);
-}
+    static void onWarning(png_structp, png_const_charp) {}
+};
 
 /// libpng row by row. Errors jump back into the functions that return false; nothing with a destructor
 /// may live in those.
@@ -68,16 +66,16 @@ public:
     int channels() const { return png_get_channels(mPng, mInfo); }
     int bitDepth() const { return png_get_bit_depth(mPng, mInfo); }
     bool hasPalette() const { return png_get_color_type(mPng, mInfo) == PNG_COLOR_TYPE_PALETTE; }
-    const char* message() const { return mMessage; }
+    const char* message() const { return mExit.message; }
 
     bool readHeader() {
-        if (setjmp(mLeave) != 0) {
+        if (setjmp(mExit.leave) != 0) {
             return false;
         }
-        mPng = png_create_read_struct(PNG_LIBPNG_VER_STRING, this, onError, onWarning);
+        mPng = png_create_read_struct(PNG_LIBPNG_VER_STRING, &mExit, Exit::onError, Exit::onWarning);
         mInfo = mPng != nullptr ? png_create_info_struct(mPng) : nullptr;
         if (mInfo == nullptr) {
-            std::snprintf(mMessage, sizeof mMessage, "the decoder could not be made");
+            std::snprintf(mExit.message, sizeof mExit.message, "the decoder could not be made");
             return false;
         }
         png_set_benign_errors(mPng, 1);
@@ -87,7 +85,7 @@ public:
     }
 
     bool readGray16(const RowDestination& destination) {
-        if (setjmp(mLeave) != 0) {
+        if (setjmp(mExit.leave) != 0) {
             return false;
         }
         if (std::endian::native == std::endian::little) {
@@ -100,7 +98,7 @@ public:
 
     /// What lies behind the last row does not matter.
     bool readBgra8(const RowDestination& destination) {
-        if (setjmp(mLeave) != 0) {
+        if (setjmp(mExit.leave) != 0) {
             return false;
         }
         const int colorType = png_get_color_type(mPng, mInfo);
@@ -138,19 +136,56 @@ private:
         }
     }
 
-    static void onError(png_structp png, png_const_charp message) {
-        RowDecoder* decoder = static_cast<RowDecoder*>(png_get_error_ptr(png));
-        std::snprintf(decoder->mMessage, sizeof decoder->mMessage, "%s", message);
-        std::longjmp(decoder->mLeave, 1);
-    }
-    static void onWarning(png_structp, png_const_charp) {}
-
     std::FILE* mStream;
     const std::stop_token& mStop;
     png_structp mPng = nullptr;
     png_infop mInfo = nullptr;
-    std::jmp_buf mLeave;
-    char mMessage[128] = "";
+    Exit mExit;
+};
+
+/// The same for writing; there is one function that returns false.
+class RowEncoder {
+public:
+    RowEncoder(std::FILE* stream, const std::stop_token& stop) : mStream(stream), mStop(stop) {}
+    ~RowEncoder() { png_destroy_write_struct(&mPng, &mInfo); }
+    RowEncoder(const RowEncoder&) = delete;
+    RowEncoder& operator=(const RowEncoder&) = delete;
+
+    const char* message() const { return mExit.message; }
+
+    bool writeBgra8(size_t width, size_t height, size_t strideBytes, const uint8_t* texels) {
+        if (setjmp(mExit.leave) != 0) {
+            return false;
+        }
+        mPng = png_create_write_struct(PNG_LIBPNG_VER_STRING, &mExit, Exit::onError, Exit::onWarning);
+        mInfo = mPng != nullptr ? png_create_info_struct(mPng) : nullptr;
+        if (mInfo == nullptr) {
+            std::snprintf(mExit.message, sizeof mExit.message, "the encoder could not be made");
+            return false;
+        }
+        png_init_io(mPng, mStream);
+        png_set_IHDR(mPng, mInfo, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
+                     PNG_COLOR_TYPE_RGB_ALPHA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                     PNG_FILTER_TYPE_DEFAULT);
+        png_set_sRGB(mPng, mInfo, PNG_sRGB_INTENT_PERCEPTUAL);
+        png_write_info(mPng, mInfo);
+        png_set_bgr(mPng);
+        for (size_t y = 0; y < height; ++y) {
+            if (mStop.stop_requested()) {
+                png_error(mPng, "the writing was stopped");
+            }
+            png_write_row(mPng, texels + y * strideBytes);
+        }
+        png_write_end(mPng, mInfo);
+        return true;
+    }
+
+private:
+    std::FILE* mStream;
+    const std::stop_token& mStop;
+    png_structp mPng = nullptr;
+    png_infop mInfo = nullptr;
+    Exit mExit;
 };
 
 /// A file that disappears unless it is moved to its target.
@@ -182,28 +217,46 @@ private:
     std::filesystem::path mPath;
 };
 
-}  // namespace
-
-void write(const std::filesystem::path& file, Format format, size_t width, size_t height, size_t strideBytes,
-           const void* texels) {
+/// `encode` returns what went wrong.
+template <class Encode>
+void replaceFile(const std::filesystem::path& file, size_t width, size_t height, Encode encode) {
     checkImageSize(file, width, height);
     TemporaryFile temporary(file);
     FileStream stream = createImageFile(temporary.path());
     if (!stream) {
         throw ImageError(file, "cannot be created: " + lastFileError());
     }
-    Codec codec;
-    codec.image().width = static_cast<png_uint_32>(width);
-    codec.image().height = static_cast<png_uint_32>(height);
-    codec.setFormat(format);
-    if (png_image_write_to_stdio(&codec.image(), stream.get(), 0, texels,
-                                 componentStride(file, format, strideBytes), nullptr) == 0) {
-        throw ImageError(file, "cannot be written: " + codec.message());
+    const std::string problem = encode(stream.get());
+    if (!problem.empty()) {
+        throw ImageError(file, "cannot be written: " + problem);
     }
     if (std::fclose(stream.release()) != 0) {
         throw ImageError(file, "cannot be written: " + lastFileError());
     }
     temporary.moveTo(file);
+}
+
+}  // namespace
+
+void writeBgra8(const std::filesystem::path& file, size_t width, size_t height, size_t strideBytes,
+                const uint8_t* texels, const std::stop_token& stop) {
+    replaceFile(file, width, height, [&](std::FILE* stream) {
+        RowEncoder encoder(stream, stop);
+        const bool isDone = encoder.writeBgra8(width, height, strideBytes, texels);
+        return isDone ? std::string() : encoder.message();
+    });
+}
+
+void writeLinearGray16(const std::filesystem::path& file, size_t width, size_t height,
+                       const uint16_t* texels) {
+    replaceFile(file, width, height, [&](std::FILE* stream) {
+        Codec codec;
+        codec.image().width = static_cast<png_uint_32>(width);
+        codec.image().height = static_cast<png_uint_32>(height);
+        codec.image().format = PNG_FORMAT_LINEAR_Y;
+        const bool isDone = png_image_write_to_stdio(&codec.image(), stream, 0, texels, 0, nullptr) != 0;
+        return isDone ? std::string() : codec.message();
+    });
 }
 
 void readBgra8(const std::filesystem::path& file, const AllocateRows& allocate, const std::stop_token& stop) {
@@ -225,12 +278,11 @@ void readLinearGray16(const std::filesystem::path& file, const AllocateRows& all
         throw ImageError(file, "cannot be read: " + codec.message());
     }
     checkImageSize(file, codec.image().width, codec.image().height, MAX_TEXELS_PER_BYTE);
-    codec.setFormat(Format::LinearGray16);
+    codec.image().format = PNG_FORMAT_LINEAR_Y;
     const RowDestination destination = allocate(codec.image().width, codec.image().height);
     const png_color background = {0, 0, 0};  // Of transparent files.
-    if (png_image_finish_read(&codec.image(), &background, destination.texels,
-                              componentStride(file, Format::LinearGray16, destination.strideBytes),
-                              nullptr) == 0) {
+    const auto stride = static_cast<png_int_32>(destination.strideBytes / sizeof(uint16_t));  // In samples.
+    if (png_image_finish_read(&codec.image(), &background, destination.texels, stride, nullptr) == 0) {
         throw ImageError(file, "cannot be read: " + codec.message());
     }
 }

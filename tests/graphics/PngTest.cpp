@@ -190,6 +190,11 @@ TEST_F(PngTest, AFailedWriteLeavesNothingBehind) {
     EXPECT_THROW(image.writePng(folder / "absent" / "a.png"), ImageError);
     EXPECT_THROW(ColorImage().writePng(folder / "empty.png"), ImageError);
 
+    std::stop_source stop;
+    stop.request_stop();
+    EXPECT_NE(errorOf([&] { image.writePng(folder / "stopped.png", stop.get_token()); }).find("was stopped"),
+              std::string::npos);
+
     fs::create_directories(folder / "taken.png" / "inside");  // A folder that a file cannot replace.
     EXPECT_THROW(image.writePng(folder / "taken.png"), ImageError);
     EXPECT_EQ(filesInFolder(), 1u);

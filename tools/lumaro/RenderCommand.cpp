@@ -29,7 +29,7 @@ bool renderScene(const Options& options, const std::stop_token& stop) {
     }
     Graphics::ColorImage image;
     view.renderer().getColorImage(image);
-    image.writePng(output);
+    image.writePng(output, stop);
     if (!depth.empty()) {
         Graphics::DepthImage depthImage;
         view.renderer().getDepthImage(depthImage);
