@@ -116,13 +116,9 @@ int SceneView::decimalsOf(const std::vector<Input>& inputs, const Stores& stores
 
 /// Unless there are stores and none has colours.
 bool SceneView::wantsColors(const Stores& stores) {
-    bool areAllWithout = true;
-    bool isAnyThere = false;
-    for (const auto& store : stores) {
-        isAnyThere = isAnyThere || store;
-        areAllWithout = areAllWithout && (!store || !store->hasColors());
-    }
-    return !isAnyThere || !areAllWithout;
+    return std::any_of(stores.begin(), stores.end(),
+                       [](const auto& store) { return store && store->hasColors(); }) ||
+           std::all_of(stores.begin(), stores.end(), [](const auto& store) { return !store; });
 }
 
 SceneView::SceneView(const ViewOptions& options, const std::stop_token& stop)
