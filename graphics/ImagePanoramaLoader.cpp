@@ -294,7 +294,7 @@ ColorImage ImagePanoramaLoader::loadColorTile(uint64_t tileId) {
     const ColorImage& source = mColors[place.face];
     for (size_t y = 0; y < image.height(); ++y) {
         uint8_t* row = image.data() + y * image.stride();
-        if (place.blockSide == 1) {
+        if (place.blockSide <= 1) {
             std::memcpy(row, place.block(source, image, 0, y), image.stride());
             continue;
         }

@@ -4,6 +4,7 @@
 
 #include <csetjmp>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -60,7 +61,7 @@ void onOutput(j_common_ptr) {}
 void onProgress(j_common_ptr info) {
     Errors* errors = reinterpret_cast<Errors*>(info->err);
     if (errors->stop->stop_requested()) {
-        std::strcpy(errors->message, READING_WAS_STOPPED);
+        std::snprintf(errors->message, sizeof errors->message, "%s", READING_WAS_STOPPED);
         leave(info);
     }
     if (reinterpret_cast<j_decompress_ptr>(info)->input_scan_number > MAX_SCANS) {

@@ -298,9 +298,9 @@ loads_beside_the_window() {
     start "$work/sample" "$work/endless.obj"
     wait_for 20 "the mesh's name" title_has ' 20000 points.*, loading endless.obj'
     look
-    local before=$hash
+    local resting=$hash
     drag 1 240 200 320 225
-    look "$before"
+    look "$resting"
     close
     wait "$writer" || true # nobody reads any more
     writer=''
@@ -337,5 +337,6 @@ drop "$work/sample/metadata.json"
 ask rest " 40000 points"
 step "closing"
 close
+step "a mesh without end"
 loads_beside_the_window
 closes_while_loading
