@@ -94,6 +94,7 @@ void NodeWalk::begin(std::shared_ptr<NodePrioritizer> prioritizer, std::size_t i
         return basis.loader == mBasis.loader && id.level() <= basis.maxLevel &&
                basis.rate(id, basis.loader.octree->boundingCube(id)) > NodePriority::discard();
     });
+    mCountsAreGiven = mCountsAreGiven || basis.loader.octree != mBasis.loader.octree;
     mPrioritizer = std::move(prioritizer);
     mInstanceId = instanceId;
     mGeneration = generation;
@@ -139,13 +140,16 @@ bool NodeWalk::visitNext(const std::stop_token& stop) {
 }
 
 bool NodeWalk::fetchNodeVertices(Octree::OctreeNodeId id, VertexContainer& out, std::stop_token stop) {
-    if (!mBasis.loader.isCached(id) && mLoads.hasThreads()) {
+    const bool isQuick = hasNothingToLoad(mOffered);
+    if (!isQuick && !mBasis.loader.isCached(id) && mLoads.hasThreads()) {
         lookAhead(stop);
         if (!mLoads.take(id, stop)) {
             return false;
         }
     }
-    return mBasis.loader.load(id, out, stop);
+    const bool isLoaded = mBasis.loader.load(id, out, stop);
+    mCountsAreGiven = mCountsAreGiven && !(isQuick && isLoaded && out.size() > 0);
+    return isLoaded;
 }
 
 // Hidden points make it an upper bound. A host's source need not say it.
@@ -164,7 +168,8 @@ void NodeWalk::push(PendingNode node, const std::stop_token& stop) {
         const std::optional<std::uint64_t> known = announcedPointCount(*mBasis.loader.octree, node.id, stop);
         node.pointCount = static_cast<std::uint32_t>(
             (std::min)(known.value_or(0), std::uint64_t{(std::numeric_limits<std::uint32_t>::max)()}));
-        node.isWanted = known != std::uint64_t{0} &&
+        node.isSaidEmpty = known == std::uint64_t{0};
+        node.isWanted = !node.isSaidEmpty &&
                         mPrioritizer->isWanted({mInstanceId, node.id}, node.priority, node.pointCount);
     }
     if (node.isWanted) {
@@ -228,7 +233,7 @@ void NodeWalk::addNext() {
         const std::size_t count = estimatedPointCount(node);
         if (mLoads.contains(node.id)) {
             pointCount += count;
-        } else if (!node.isResident &&
+        } else if (!node.isResident && !hasNothingToLoad(node) &&
                    mPrioritizer->isWanted({mInstanceId, node.id}, node.priority, pointCount + count) &&
                    !mBasis.loader.isCached(node.id)) {
             if (!mLoads.add(node.id, node.priority.priority(), count * sizeof(VertexContainer::Vertex))) {

@@ -26,7 +26,8 @@ namespace Render {
 /// node and those below it.
 ///
 /// The loading pool loads its nodes: the one that it comes to, and meanwhile those that will be next. They
-/// are offered in the same order all the same, whatever comes first.
+/// are offered in the same order all the same, whatever comes first. Nodes without points are not worth the
+/// way there.
 ///
 /// One thread at a time.
 class NodeWalk : private NodeVertexSource {
@@ -38,6 +39,7 @@ public:
         std::uint32_t pointCount = 0;  ///< As far as known without reading; of one that is not resident.
         bool isResident = false;       ///< When it was pushed.
         bool isWanted = false;         ///< The progress counts it.
+        bool isSaidEmpty = false;      ///< By its store.
     };
 
     /// What a walk goes by, as it was at its start.
@@ -83,6 +85,7 @@ private:
     PendingNode pop();
     void lookAhead(const std::stop_token& walkStop);
     void addNext();
+    bool hasNothingToLoad(const PendingNode& node) const { return node.isSaidEmpty && mCountsAreGiven; }
     void pushCandidate(std::size_t place);
     const PendingNode& popCandidate();
 
@@ -97,6 +100,7 @@ private:
     std::vector<std::size_t> mCandidates;  ///< To be loaded ahead: a heap of places in mHeap.
     NodeLoads mLoads;
     bool mIsLookingAhead = false;  ///< In this walk.
+    bool mCountsAreGiven = true;   ///< A host's source may call every node empty.
 };
 
 }  // namespace Render

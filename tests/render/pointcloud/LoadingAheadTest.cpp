@@ -13,6 +13,8 @@
 #include <future>
 #include <limits>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -71,6 +73,44 @@ protected:
         return alone.back().size();
     }
 };
+
+/// Says of no node how many points it has.
+class TaciturnOctree : public SyntheticOctree {
+public:
+    using SyntheticOctree::SyntheticOctree;
+    std::optional<std::uint64_t> knownPointCount(OctreeNodeId, const std::stop_token&) override { return 0; }
+};
+
+TEST_F(LoadingAheadTest, NodesWithoutPointsAreReadByTheWalkIfTheirStoreTellsThemApart) {
+    LoadingPool::setSharedThreadCount(2);
+    const auto readByTheWalk = [this](const std::shared_ptr<SyntheticOctree>& source) {
+        std::mutex mutex;
+        std::set<OctreeNodeId> here;
+        source->setReadHook([&, self = std::this_thread::get_id()](OctreeNodeId id) {
+            const std::lock_guard lock(mutex);
+            if (std::this_thread::get_id() == self) {
+                here.insert(id);
+            }
+        });
+        Streamer streamer(SyntheticOctree::open(source), MAX_BUDGET);
+        streamer.attach(nextId(), nextId(), camera, nullptr);
+        streamer.setPriorityThreshold(0.001f);
+        walk(streamer);
+        EXPECT_EQ(source->readCount(), source->allNodes().size());
+        return here;
+    };
+    const TestSupport::SyntheticOctreeShape shape{
+        .depth = 3, .childMask = 0x5b, .pointCount = [](OctreeNodeId id) {
+            return std::size_t{id.level() < 2 ? 0u : 5u + id.code() % 37};
+        }};
+    for (const OctreeNodeId id : readByTheWalk(sourceOf(shape))) {
+        EXPECT_LT(id.level(), 2u);
+    }
+    auto tacit = shape;
+    tacit.pointCount = nullptr;
+    EXPECT_EQ(readByTheWalk(std::make_shared<TaciturnOctree>(tacit)), std::set{OctreeNodeId()});
+    EXPECT_EQ(readByTheWalk(sourceOf(shape)).size(), 1 + 5u);
+}
 
 TEST_F(LoadingAheadTest, WhatIsResidentAtRestDoesNotDependOnThreadsOrDelays) {
     const auto source = sourceOf({.depth = 4, .childMask = 0x5b, .pointCount = [](OctreeNodeId id) {
