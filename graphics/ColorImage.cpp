@@ -28,34 +28,26 @@ void ColorImage::writePng(const std::filesystem::path& file, const std::stop_tok
     Png::writeBgra8(file, width(), height(), stride(), data(), stop);
 }
 
-ColorImage ColorImage::read(const std::filesystem::path& file, const std::stop_token& stop) {
+ColorImage ColorImage::read(const std::filesystem::path& file, const std::stop_token& stop,
+                            std::uint64_t memoryLimit) {
+    // A progressive JPEG is read as a whole before its first row is.
+    constexpr size_t JPEG_BYTES_PER_TEXEL = 10;
     const ImageKind kind = imageKind(file);
+    ColorImage image;
     if (kind == ImageKind::Png) {
-        return readPng(file, stop);
+        Png::readBgra8(file, rowsOf(image, file, BYTES_PER_TEXEL, memoryLimit), stop);
+        return image;
     }
     if (kind != ImageKind::Jpeg) {
         throw ImageError(file, "cannot be read: it is neither a PNG nor a JPEG file");
     }
-    ColorImage image;
-    Jpeg::read(
-        file,
-        [&image](size_t width, size_t height) {
-            image.resize(width, height);
-            return RowDestination{image.data(), image.stride()};
-        },
-        stop);
+    Jpeg::read(file, rowsOf(image, file, JPEG_BYTES_PER_TEXEL, memoryLimit), stop);
     return image;
 }
 
 ColorImage ColorImage::readPng(const std::filesystem::path& file, const std::stop_token& stop) {
     ColorImage image;
-    Png::readBgra8(
-        file,
-        [&image](size_t width, size_t height) {
-            image.resize(width, height);
-            return RowDestination{image.data(), image.stride()};
-        },
-        stop);
+    Png::readBgra8(file, rowsOf(image, file, BYTES_PER_TEXEL, DEFAULT_MEMORY_LIMIT), stop);
     return image;
 }
 

@@ -4,6 +4,7 @@
 #include <graphics/Image.h>
 #include <math/Color.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <stop_token>
 
@@ -29,9 +30,10 @@ public:
 
     /// Reads a PNG of any kind or a JPEG, grey or coloured, baseline or progressive; told apart by their
     /// contents. CMYK files are refused, and a noted orientation is not applied. Throws ImageError, also for
-    /// damaged files, sides above 65535, more than 2^28 texels, progressive JPEGs of more than 2^27, and when
-    /// `stop` is signalled.
-    static ColorImage read(const std::filesystem::path& file, const std::stop_token& stop = {});
+    /// damaged files, sides above 65535, more than 2^28 texels, progressive JPEGs of more than 2^27, when
+    /// `stop` is signalled, and for more than memoryLimit bytes: 4 a texel of a PNG, 10 of a JPEG.
+    static ColorImage read(const std::filesystem::path& file, const std::stop_token& stop = {},
+                           std::uint64_t memoryLimit = DEFAULT_MEMORY_LIMIT);
 
     /// Reads a PNG of any kind. Throws ImageError, also for sides above 65535 or more than 2^28 texels, and
     /// when `stop` is signalled.

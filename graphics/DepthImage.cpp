@@ -79,10 +79,7 @@ void DepthImage::writePng(const std::filesystem::path& file) const {
 
 DepthImage DepthImage::readPng(const std::filesystem::path& file) {
     DepthImage image;
-    Png::readLinearGray16(file, [&](size_t width, size_t height) {
-        image.resize(width, height);
-        return RowDestination{image.data(), image.stride()};
-    });
+    Png::readLinearGray16(file, rowsOf(image, file, BYTES_PER_TEXEL, DEFAULT_MEMORY_LIMIT));
     for (size_t y = 0; y < image.height(); ++y) {
         spread(image.data() + y * image.stride(), image.width(),
                [](uint16_t gray) { return static_cast<float>(gray) / GRAY_MAX; });
@@ -91,15 +88,12 @@ DepthImage DepthImage::readPng(const std::filesystem::path& file) {
 }
 
 DepthImage DepthImage::readDistances(const std::filesystem::path& file, double unitsPerMeter,
-                                     const std::stop_token& stop) {
+                                     const std::stop_token& stop, std::uint64_t memoryLimit) {
     if (!std::isfinite(unitsPerMeter) || unitsPerMeter <= 0.0) {
         throw std::invalid_argument("Distances need a unit that is finite and above 0");
     }
     DepthImage image;
-    const AllocateRows allocate = [&image](size_t width, size_t height) {
-        image.resize(width, height);
-        return RowDestination{image.data(), image.stride()};
-    };
+    const AllocateRows allocate = rowsOf(image, file, BYTES_PER_TEXEL, memoryLimit);
     const ImageKind kind = imageKind(file);
     if (kind == ImageKind::Png) {
         Png::readGray16(file, allocate, stop);

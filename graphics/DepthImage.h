@@ -4,6 +4,7 @@
 #include <graphics/Image.h>
 
 #include <cfloat>
+#include <cstdint>
 #include <filesystem>
 #include <stop_token>
 
@@ -37,10 +38,11 @@ public:
     /// Reads distances, exactly: a PNG of one 16-bit grey channel in millimetres, whatever gamma it declares,
     /// or a portable float map ("Pf") in metres; told apart by their contents. Each is multiplied by
     /// unitsPerMeter; what is 0, negative or not finite becomes NOT_MEASURED. Throws ImageError, also for
-    /// other kinds of files and when `stop` is signalled, and std::invalid_argument unless unitsPerMeter is
-    /// finite and above 0.
+    /// other kinds of files, when `stop` is signalled and for more than memoryLimit bytes, 4 a texel, and
+    /// std::invalid_argument unless unitsPerMeter is finite and above 0.
     static DepthImage readDistances(const std::filesystem::path& file, double unitsPerMeter = 1.0,
-                                    const std::stop_token& stop = {});
+                                    const std::stop_token& stop = {},
+                                    std::uint64_t memoryLimit = DEFAULT_MEMORY_LIMIT);
 };
 
 }  // namespace Graphics

@@ -14,6 +14,8 @@ namespace Graphics {
 class LUMARO_API Image {
 public:
     static constexpr size_t BYTES_PER_TEXEL = 4;
+    /// Of what reads images: more than the largest that can be read take, six cube faces and their distances.
+    static constexpr std::uint64_t DEFAULT_MEMORY_LIMIT = std::uint64_t{16} << 30;
 
     /// Rows without padding. Otherwise as below.
     void resize(size_t width, size_t height);

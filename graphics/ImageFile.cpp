@@ -91,4 +91,18 @@ void checkImageSize(const std::filesystem::path& file, size_t width, size_t heig
     }
 }
 
+AllocateRows rowsOf(Image& image, const std::filesystem::path& file, size_t bytesPerTexel,
+                    std::uint64_t memoryLimit) {
+    return [&image, &file, bytesPerTexel, memoryLimit](size_t width, size_t height) {
+        const std::uint64_t bytes = std::uint64_t{width} * height * bytesPerTexel;
+        if (bytes > memoryLimit) {
+            throw ImageError(file, "a size of " + sizeText(width, height) + " asks for " +
+                                       std::to_string(bytes) + " bytes of memory, its limit is " +
+                                       std::to_string(memoryLimit));
+        }
+        image.resize(width, height);
+        return RowDestination{image.data(), image.stride()};
+    };
+}
+
 }  // namespace Graphics

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <graphics/Image.h>
+
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -45,6 +48,11 @@ struct RowDestination {
 
 /// Called once, when the header was read and its size found acceptable.
 using AllocateRows = std::function<RowDestination(size_t width, size_t height)>;
+
+/// Makes the image as large. Throws ImageError when so many bytes a texel, which reading it takes, are more
+/// than the limit in all.
+AllocateRows rowsOf(Image& image, const std::filesystem::path& file, size_t bytesPerTexel,
+                    std::uint64_t memoryLimit);
 
 /// Why a reader fails whose stop token is signalled.
 inline constexpr const char* READING_WAS_STOPPED = "the reading was stopped";

@@ -53,10 +53,11 @@ void checkArguments(const Files& colors, const Files& distances, const ImagePano
 
 /// All of one size, and square if they are cube faces.
 template <class ImageType, class Read>
-std::vector<ImageType> readImages(const Files& files, Read read) {
+std::vector<ImageType> readImages(const Files& files, std::uint64_t& memoryLeft, Read read) {
     std::vector<ImageType> images;
     for (const std::filesystem::path& file : files) {
         images.push_back(read(file));
+        memoryLeft -= std::min<std::uint64_t>(memoryLeft, images.back().sizeInBytes());
         const Image& first = images.front();
         const Image& last = images.back();
         if (files.size() == CUBE_FACES && last.width() != last.height()) {
@@ -213,11 +214,14 @@ struct ImagePanoramaLoader::Images {
                        const ImagePanoramaOptions& options, const std::stop_token& stop) {
         checkArguments(colorFiles, distanceFiles, options);
         Images images;
+        std::uint64_t memoryLeft = options.memoryLimit;
         images.colors = readImages<ColorImage>(
-            colorFiles, [&](const std::filesystem::path& file) { return ColorImage::read(file, stop); });
-        images.distances = readImages<DepthImage>(distanceFiles, [&](const std::filesystem::path& file) {
-            return DepthImage::readDistances(file, options.metersToObjectUnits, stop);
-        });
+            colorFiles, memoryLeft,
+            [&](const std::filesystem::path& file) { return ColorImage::read(file, stop, memoryLeft); });
+        images.distances =
+            readImages<DepthImage>(distanceFiles, memoryLeft, [&](const std::filesystem::path& file) {
+                return DepthImage::readDistances(file, options.metersToObjectUnits, stop, memoryLeft);
+            });
         const size_t faces = colorFiles.size();
         const Image& color = images.colors.front();
         if (distanceFiles.empty()) {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <core/Export.h>
+#include <graphics/Image.h>
 #include <graphics/PanoramaLoader.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <stop_token>
 #include <vector>
@@ -19,6 +21,8 @@ struct ImagePanoramaOptions {
     size_t levels = 0;
     /// Object units in a metre: finite and above 0.
     double metersToObjectUnits = 1.0;
+    /// Most bytes that each image may take while it is read, and all together while they are held.
+    std::uint64_t memoryLimit = Image::DEFAULT_MEMORY_LIMIT;
 };
 
 /// A panorama from image files: one equirectangular image or six cube faces, oriented as PanoramaLoader says.

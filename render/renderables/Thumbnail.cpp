@@ -52,13 +52,14 @@ void createThumbnail(const Octree::Location& location, const std::filesystem::pa
 
 bool createThumbnail(const Octree::Location& location, const std::filesystem::path& outputFile, size_t width,
                      size_t height, const Math::Color& backgroundColor, size_t maxLevel,
-                     const std::function<void(const LoadingProgress&)>& onProgress, std::stop_token stop) {
+                     const std::function<void(const LoadingProgress&)>& onProgress, std::stop_token stop,
+                     const Octree::Limits& limits) {
     if (!location.exists()) {
         throw std::invalid_argument("createThumbnail: locationPotree does not exist");
     }
     std::shared_ptr<Octree::Octree> octree;
     try {
-        octree = std::make_shared<Octree::Octree>(location, 1.0, stop);
+        octree = std::make_shared<Octree::Octree>(location, 1.0, stop, limits);
     } catch (const Octree::OpenStopped&) {
         return false;
     }

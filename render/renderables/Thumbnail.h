@@ -2,6 +2,7 @@
 
 #include <core/Export.h>
 #include <math/Color.h>
+#include <octree/Limits.h>
 #include <octree/Location.h>
 #include <render/pointcloud/LoadingProgress.h>
 
@@ -29,7 +30,7 @@ LUMARO_API bool createThumbnail(const Octree::Location& location, const std::fil
                                 size_t width, size_t height, const Math::Color& backgroundColor,
                                 size_t maxLevel,
                                 const std::function<void(const LoadingProgress&)>& onProgress,
-                                std::stop_token stop);
+                                std::stop_token stop, const Octree::Limits& limits = {});
 
 /// The same for a Potree cloud stored in `directory`; writes "thumbnail.png" there.
 LUMARO_API void createThumbnail(const std::filesystem::path& directory, size_t width, size_t height,

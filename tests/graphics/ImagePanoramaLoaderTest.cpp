@@ -249,7 +249,15 @@ TEST_F(ImagePanoramaLoaderTest, WhatCannotBeCutIsRefusedWhenItIsOpened) {
     EXPECT_NE(errorOf<Invalid>([&] { ImagePanoramaLoader({colorFile(8, 8), colorFile(8, 8)}); }), "no error");
     EXPECT_NE(errorOf<Invalid>([&] { ImagePanoramaLoader(cubeFiles(8), {distanceFile(8, 8)}); }), "no error");
 
+    ImagePanoramaOptions limited;
+    limited.memoryLimit = 6 * 16 * 16 * 4;
     std::vector<fs::path> files = cubeFiles(16);
+    ImagePanoramaLoader(files, {}, limited);
+    --limited.memoryLimit;
+    EXPECT_NE(errorOf([&] {
+                  ImagePanoramaLoader(files, {}, limited);
+              }).find("colours5.png\": a size of 16 x 16 asks for 1024 bytes of memory, its limit is 1023"),
+              std::string::npos);
     noise(8, 8).writePng(files[3]);
     EXPECT_NE(errorOf([&] { ImagePanoramaLoader loader(files); }).find("colours3.png\": its size of 8 x 8"),
               std::string::npos);

@@ -209,6 +209,12 @@ TEST_F(CommandLine, FailuresEndWithOneAndLeaveOldFiles) {
     EXPECT_EQ(missing.exitCode, 1U);
     EXPECT_NE(missing.errors.find("no such folder"), std::string::npos) << missing.errors;
 
+    for (const std::wstring command : {L"info", L"thumbnail", L"render"}) {
+        const Result limited = run({command, store().wstring(), L"--memory-limit", L"10K"});
+        EXPECT_EQ(limited.exitCode, 1U);
+        EXPECT_NE(limited.errors.find("its limit is 10240"), std::string::npos) << limited.errors;
+    }
+
     const fs::path damaged = damagedStore();
     std::ofstream(damaged / "thumbnail.png") << "old";
     std::ofstream(folder() / "kept.png") << "old";

@@ -2,6 +2,7 @@
 #include <tests/support/PotreeFixture.h>
 #include <tests/support/RealData.h>
 #include <tools/lumaro/Arguments.h>
+#include <tools/lumaro/MemoryLimit.h>
 #include <tools/lumaro/OutputFile.h>
 #include <tools/lumaro/SampleScene.h>
 #include <tools/lumaro/StoreInfo.h>
@@ -27,9 +28,15 @@ TEST(Arguments, ReadWhatTheyShould) {
     EXPECT_EQ(Tool::parsePoint("-1.5,2e3,0"), Place(-1.5, 2000.0, 0.0));
     EXPECT_EQ(Tool::parseNumber("-2.5", -3, 3), -2.5);
     EXPECT_EQ(Tool::parseCount("18446744073709551615", 0, UINT64_MAX), UINT64_MAX);
+    EXPECT_EQ(Tool::parseBytes("100"), 100u);
+    EXPECT_EQ(Tool::parseBytes("512M"), 512u << 20);
+    EXPECT_EQ(Tool::parseBytes("16777215T"), std::uint64_t{16777215} << 40);
 }
 
 TEST(Arguments, RefuseEverythingElse) {
+    for (const char* bytes : {"", "0", "M", "-1G", "1.5G", "1MB", "16777216T"}) {
+        EXPECT_THROW(Tool::parseBytes(bytes), UsageError) << bytes;
+    }
     for (const char* size : {"", "640", "x480", "640x", "0x480", "640x0", "-1x480", "16385x1", "640x480x2",
                              "640 x480", "6.5x480", "99999999999999999999x1"}) {
         EXPECT_THROW(Tool::parseSize(size), UsageError) << size;

@@ -94,6 +94,7 @@ TEST(HostileStore, TakesNoMoreMemoryThanItsLimit) {
     for (const char* encoding : {"BROTLI", "UNCOMPRESSED"}) {
         PotreeFixture fixture(encoding);
         Support::Hostile::growBelowR4(fixture, 4);
+        fixture.writeAll();
         const Octree::Location location{PoTree::FileSystemLocation(fixture.folder.path())};
         std::size_t refusedAt = 0;
         for (std::uint64_t limit = 1; limit <= 4 * MEBIBYTE; limit *= 2) {

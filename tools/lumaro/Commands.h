@@ -42,4 +42,7 @@ CLI::Option* addParsed(CLI::App& app, const std::string& name, Target& target, P
         ->type_name(typeName);
 }
 
+/// "--memory-limit".
+void addMemoryLimitOption(CLI::App& command);
+
 }  // namespace Tool

@@ -16,7 +16,10 @@ void addInfoCommand(CLI::App& app, Job& job) {
     CLI::App* const command = app.add_subcommand(
         "info",
         "Print a store's kind, bounds, points, attributes, levels and spacing; coordinates are absolute.");
-    command->add_option("store", options->store, "Folder of the store, or its metadata.json or ept.json")
+    addMemoryLimitOption(*command);
+    command
+        ->add_option("store", options->store,
+                     "Folder of the store, its metadata.json or ept.json, or a COPC file")
         ->required()
         ->type_name("STORE");
     command->add_flag("--json", options->json, "Print one JSON object instead of text");

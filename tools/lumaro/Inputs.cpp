@@ -1,6 +1,8 @@
 #include <tools/lumaro/Arguments.h>
+#include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/Inputs.h>
+#include <tools/lumaro/MemoryLimit.h>
 
 #include <algorithm>
 #include <cctype>
@@ -89,6 +91,23 @@ void addInputOptions(CLI::App& command) {
         DISTANCES, "FILE",
         "Distances for the panorama before it: a 16-bit PNG in millimetres or a PFM in metres, or a folder "
         "of six");
+}
+
+void addMemoryLimitOption(CLI::App& command) {
+    command
+        .add_option_function<std::string>(
+            "--memory-limit",
+            [](const std::string& text) {
+                try {
+                    setMemoryLimit(parseBytes(text));
+                } catch (const UsageError& error) {
+                    throw CLI::ValidationError("--memory-limit", error.what());
+                }
+            },
+            "Most memory that each store, mesh, panorama or polygon file may ask for, as 512M or 2G "
+            "(default: 2G "
+            "for a store, 64G for a mesh, 16G for a panorama)")
+        ->type_name("SIZE");
 }
 
 std::vector<Input> parsedInputs(const CLI::App& command) {

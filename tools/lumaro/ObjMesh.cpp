@@ -1,5 +1,6 @@
 #include <render/renderables/MeshLoader.h>
 #include <tools/lumaro/Console.h>
+#include <tools/lumaro/MemoryLimit.h>
 #include <tools/lumaro/ObjMesh.h>
 
 #include <cstddef>
@@ -15,7 +16,7 @@ using Mesh = Math::TriangleMesh<float>;
 std::shared_ptr<Mesh> readObjMesh(const std::filesystem::path& file, const Math::Point<double, 3>& origin,
                                   const std::stop_token& stop) {
     std::vector<Math::Point<float, 3>> vertices;
-    Render::MeshLoader::fromObjFile(file, origin, stop)->load([&](const auto& part) {
+    Render::MeshLoader::fromObjFile(file, origin, stop, meshMemoryLimit())->load([&](const auto& part) {
         for (const Render::VertexPosNormalTexCoordColor& vertex : part) {
             vertices.push_back(vertex.position);
         }

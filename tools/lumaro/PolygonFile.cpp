@@ -1,4 +1,5 @@
 #include <core/File.h>
+#include <tools/lumaro/MemoryLimit.h>
 #include <tools/lumaro/PolygonFile.h>
 
 #include <algorithm>
@@ -159,6 +160,7 @@ Rings readPolygonFile(const std::filesystem::path& file) {
         throw std::runtime_error(Core::pathToUtf8(file) + ": a polygon file has at most " +
                                  std::to_string(maxSize) + " bytes");
     }
+    requireMemoryForPolygon(file, code ? 0 : size);
     const std::string text = Core::readLocalFile(file);
     Scanner scanner(text, file);
     scanner.isAtEnd();

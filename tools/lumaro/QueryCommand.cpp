@@ -5,6 +5,7 @@
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/LasGrid.h>
 #include <tools/lumaro/LasPointWriter.h>
+#include <tools/lumaro/MemoryLimit.h>
 #include <tools/lumaro/NumberText.h>
 #include <tools/lumaro/OutputFile.h>
 #include <tools/lumaro/PlyPointWriter.h>
@@ -115,7 +116,7 @@ bool query(const Options& options, const std::stop_token& stop) {
     }
     OutputFile file(pathFromUtf8(options.output));
     Progress progress;
-    const auto octree = std::make_shared<Octree::Octree>(location, 1.0, stop);
+    const auto octree = std::make_shared<Octree::Octree>(location, 1.0, stop, storeLimits());
     const std::unique_ptr<PointWriter> writer =
         makeWriter(options, file.stream(), octree->positionGrid(), absoluteBounds(*octree));
     const bool isWhole = !region && options.maxLevel == 21 && options.minSpacing == 0.0;
@@ -158,7 +159,10 @@ void addQueryCommand(CLI::App& app, Job& job) {
     CLI::App* const command = app.add_subcommand(
         "query",
         "Write the points of a store, or of a part of it, to a file. Coordinates and regions are absolute.");
-    command->add_option("store", options->store, "Folder of the store, or its metadata.json or ept.json")
+    addMemoryLimitOption(*command);
+    command
+        ->add_option("store", options->store,
+                     "Folder of the store, its metadata.json or ept.json, or a COPC file")
         ->required()
         ->type_name("STORE");
     command

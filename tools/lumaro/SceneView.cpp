@@ -3,6 +3,7 @@
 #include <render/renderables/GroupRenderable.h>
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/LoadingText.h>
+#include <tools/lumaro/MemoryLimit.h>
 #include <tools/lumaro/ObjMesh.h>
 #include <tools/lumaro/Placement.h>
 #include <tools/lumaro/SceneView.h>
@@ -23,7 +24,8 @@ std::shared_ptr<Render::MeshRenderable> meshOf(const Input& input, const Place& 
     // Relative to what comes to lie at the scene's origin, the vertices that matter keep their digits.
     const Place own = unplaced(input.placement, origin);
     const auto mesh = Render::MeshRenderable::create(
-        Render::MeshLoader::fromObjFile(pathFromUtf8(input.path), own / input.unitScale, stop),
+        Render::MeshLoader::fromObjFile(pathFromUtf8(input.path), own / input.unitScale, stop,
+                                        meshMemoryLimit()),
         input.unitScale, input.path);
     mesh->setMatrix(sceneMatrix(input.placement, own, origin));
     return mesh;
@@ -43,10 +45,12 @@ std::vector<std::filesystem::path> imagesOf(const std::string& path) {
 }
 
 std::shared_ptr<Graphics::PanoramaLoader> loaderOf(const Input& input, const std::stop_token& stop) {
+    Graphics::ImagePanoramaOptions options;
+    options.memoryLimit = imageMemoryLimit();
     return std::make_shared<Graphics::ImagePanoramaLoader>(
         imagesOf(input.path),
-        input.distances.empty() ? std::vector<std::filesystem::path>() : imagesOf(input.distances),
-        Graphics::ImagePanoramaOptions(), stop);
+        input.distances.empty() ? std::vector<std::filesystem::path>() : imagesOf(input.distances), options,
+        stop);
 }
 
 std::shared_ptr<Render::PanoRenderable> panoramaOf(const Input& input, const Place& origin,
@@ -60,6 +64,7 @@ std::shared_ptr<Render::PanoRenderable> panoramaOf(const Input& input, const Pla
 
 void addViewOptions(CLI::App& command, ViewOptions& options) {
     addInputOptions(command);
+    addMemoryLimitOption(command);
     addCameraOptions(command, options.camera);
     addDisplayOptions(command, options.display);
     addParsed(
@@ -83,7 +88,7 @@ SceneView::Stores SceneView::openStores(const std::vector<Input>& inputs, const 
         stores.push_back(nullptr);
         if (input.kind == InputKind::Store) {
             stores.back() = std::make_shared<Octree::Octree>(
-                Octree::Location::fromPath(pathFromUtf8(input.path)), 1.0, stop);
+                Octree::Location::fromPath(pathFromUtf8(input.path)), 1.0, stop, storeLimits());
         }
     }
     return stores;

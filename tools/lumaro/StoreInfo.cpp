@@ -1,3 +1,4 @@
+#include <tools/lumaro/MemoryLimit.h>
 #include <tools/lumaro/NumberText.h>
 #include <tools/lumaro/StoreInfo.h>
 
@@ -94,11 +95,11 @@ Json boxJson(const Math::NBoundingBox<double, 3>& box) {
 }  // namespace
 
 bool hasColors(const Octree::Location& location, const std::stop_token& stop) {
-    return Octree::Octree(location, 1.0, stop).hasColors();
+    return Octree::Octree(location, 1.0, stop, storeLimits()).hasColors();
 }
 
 StoreInfo readStoreInfo(const Octree::Location& location, const std::stop_token& stop) {
-    const Octree::Octree octree(location, 1.0, stop);
+    const Octree::Octree octree(location, 1.0, stop, storeLimits());
     StoreInfo info;
     info.location = location.toString();
     info.format = location.copc() != nullptr      ? "COPC"

@@ -3,6 +3,7 @@
 #include <tools/lumaro/Commands.h>
 #include <tools/lumaro/Console.h>
 #include <tools/lumaro/LoadingText.h>
+#include <tools/lumaro/MemoryLimit.h>
 #include <tools/lumaro/PartialPath.h>
 #include <tools/lumaro/StoreInfo.h>
 
@@ -59,7 +60,7 @@ bool makeThumbnail(const Options& options, const std::stop_token& stop) {
     Progress progress;
     const auto report = [&](const Render::LoadingProgress& loading) { progress.show(loadingText(loading)); };
     if (!Render::createThumbnail(location, picture.file(), options.size.width, options.size.height,
-                                 background, options.maxLevel, report, stop)) {
+                                 background, options.maxLevel, report, stop, storeLimits())) {
         return false;
     }
     picture.moveIntoPlace();
@@ -72,10 +73,15 @@ void addThumbnailCommand(CLI::App& app, Job& job) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand(
         "thumbnail", "Draw a preview of a store, seen obliquely from above, as a PNG file.");
-    command->add_option("store", options->store, "Folder of the store, or its metadata.json or ept.json")
+    addMemoryLimitOption(*command);
+    command
+        ->add_option("store", options->store,
+                     "Folder of the store, its metadata.json or ept.json, or a COPC file")
         ->required()
         ->type_name("STORE");
-    command->add_option("-o,--output", options->output, "File to write (default: thumbnail.png in the store)")
+    command
+        ->add_option("-o,--output", options->output,
+                     "File to write (default: thumbnail.png in the store, NAME.png beside NAME.laz)")
         ->type_name("FILE");
     addParsed(*command, "--size", options->size, parseSize, "WxH",
               "Picture size in pixels (default 512x512)");
