@@ -209,8 +209,12 @@ TEST_F(CommandLine, FailuresEndWithOneAndLeaveOldFiles) {
     EXPECT_EQ(missing.exitCode, 1U);
     EXPECT_NE(missing.errors.find("no such folder"), std::string::npos) << missing.errors;
 
-    for (const std::wstring command : {L"info", L"thumbnail", L"render"}) {
-        const Result limited = run({command, store().wstring(), L"--memory-limit", L"10K"});
+    const std::wstring path = store().wstring();
+    const std::vector<std::vector<std::wstring>> commands{
+        {L"info", path}, {L"thumbnail", path}, {L"render", path, L"-o", L"limited.png"}};
+    for (std::vector<std::wstring> command : commands) {
+        command.insert(command.end(), {L"--memory-limit", L"10K"});
+        const Result limited = run(command);
         EXPECT_EQ(limited.exitCode, 1U);
         EXPECT_NE(limited.errors.find("its limit is 10240"), std::string::npos) << limited.errors;
     }
