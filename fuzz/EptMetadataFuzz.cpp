@@ -14,7 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         const Entwine::Metadata metadata = Entwine::Metadata::parse(text, "ept.json");
         const Math::Point<double, 3> reference = Entwine::referencePositionOf(metadata);
-        if (metadata.recordSize < 3 || !(metadata.spacing >= 0.0) || !std::isfinite(reference.squaredLength())) {
+        if (metadata.recordSize < 3 || !(metadata.spacing >= 0.0) ||
+            !std::isfinite(reference.squaredLength())) {
             std::abort();
         }
         Entwine::declaredColorDepth(metadata);
