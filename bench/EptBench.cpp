@@ -4,7 +4,7 @@
 #include <core/File.h>
 #include <octree/Octree.h>
 #include <octree/entwine/EntwineTree.h>
-#include <octree/entwine/NodeKey.h>
+#include <octree/NodeKey.h>
 
 #include <benchmark/benchmark.h>
 
@@ -38,7 +38,7 @@ std::unique_ptr<Store> openStore(const std::filesystem::path& folder) {
             }
         }
         if (facts.pointCount > 0) {
-            const std::string file = Entwine::NodeKey(id).text() + ".zst";
+            const std::string file = Octree::NodeKey(id).text() + ".zst";
             store->nodes.push_back(id);
             store->frames.push_back(Core::readLocalFile(folder / "ept-data" / file));
             store->pointCount += facts.pointCount;

@@ -53,10 +53,9 @@ install(TARGETS LumaroRender EXPORT LumaroRenderTargets
 set(private_core BackgroundThread Brotli ExceptionLog GrowingBuffer LoadingQueue LoadingTask LoadingWorkers)
 set(private_graphics ImageFile Jpeg PanoramaGrid Pfm Png)
 set(private_octree ChildCube Hierarchy HierarchyPage IntensityRange JsonDocument JsonValue MemoryBudget NodeLimits Printable RandomAccessFile StoppableMutex
-    las/.*
+    las/.* tiles/.* NodeKey
     copc/ChunkReader copc/Head copc/HierarchyReader copc/Store
-    entwine/EntwineTree entwine/HierarchyFile entwine/LasTile entwine/Metadata entwine/NodeKey entwine/Tile
-    entwine/TileColumns entwine/TileReader entwine/TileTree entwine/Zstandard
+    entwine/EntwineTree entwine/HierarchyFile entwine/Metadata entwine/TileFiles entwine/Zstandard
     potree/ChunkColumn potree/FetchCancelled potree/FileLoader potree/HierarchyChunk potree/Metadata potree/Node
     potree/NodeChunk potree/NodeTable potree/PointCodes potree/PointColumns potree/Store)
 set(private_render core/DepthTerms core/ReadMapping core/TargetNames core/UploadAllowance

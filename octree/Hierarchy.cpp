@@ -1,7 +1,7 @@
 #include <octree/Hierarchy.h>
+#include <octree/NodeKey.h>
 #include <octree/OpenStopped.h>
 #include <octree/StoreError.h>
-#include <octree/entwine/NodeKey.h>
 
 #include <mutex>
 #include <utility>
@@ -43,7 +43,7 @@ Hierarchy::Found Hierarchy::findEntry(OctreeNodeId id, bool followsOwnLink, cons
             return {entry, page};
         }
         if (!entry->isLink) {
-            throw StoreError(mPlace, Entwine::NodeKey(id).text(), "there is no such node");
+            throw StoreError(mPlace, NodeKey(id).text(), "there is no such node");
         }
         page = load(*entry, mHasRanges ? page->rangeOf(*entry) : ByteRange(), place, stop);
     }

@@ -1,7 +1,7 @@
 #include <octree/HierarchyPage.h>
+#include <octree/NodeKey.h>
 #include <octree/OpenStopped.h>
 #include <octree/StoreError.h>
-#include <octree/entwine/NodeKey.h>
 
 #include <algorithm>
 #include <string>
@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t STOP_STEP = 65536;
 
 std::string keyOf(OctreeNodeId id) {
-    return Entwine::NodeKey(id).text();
+    return NodeKey(id).text();
 }
 
 }  // namespace

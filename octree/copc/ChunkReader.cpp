@@ -1,7 +1,7 @@
+#include <octree/NodeKey.h>
 #include <octree/NodeLimits.h>
 #include <octree/StoreError.h>
 #include <octree/copc/ChunkReader.h>
-#include <octree/entwine/NodeKey.h>
 #include <octree/las/LittleEndian.h>
 #include <octree/las/PointReader.h>
 
@@ -15,14 +15,14 @@ namespace Copc {
 
 namespace {
 
-using Entwine::NodeKey;
+using Octree::NodeKey;
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 
-bool hasNormals(const Entwine::ExtraBytes& extraBytes) {
+bool hasNormals(const Tiles::ExtraBytes& extraBytes) {
     return std::any_of(
         extraBytes.attributes.begin(), extraBytes.attributes.end(),
-        [](const Las::ExtraAttribute& extra) { return extra.name == nameOf(Entwine::Known::NormalX); });
+        [](const Las::ExtraAttribute& extra) { return extra.name == nameOf(Tiles::Known::NormalX); });
 }
 
 }  // namespace
@@ -34,7 +34,7 @@ ChunkReader::ChunkReader(std::shared_ptr<const Octree::RandomAccessFile> file,
       mBudget(std::move(budget)),
       mExtraBytes{mHead->las().extraAttributes(), mHead->las().format().extraByteCount},
       mFields(mHead->las().format().fieldsOf(
-          Entwine::TILE_FIELDS |
+          Tiles::TILE_FIELDS |
           (hasNormals(mExtraBytes) ? static_cast<unsigned>(Las::Field::ExtraBytes) : 0u))),
       mBytesPerPoint(Las::Columns::bytesPerPoint(mFields, mExtraBytes.count)) {}
 
@@ -59,7 +59,7 @@ void ChunkReader::check(OctreeNodeId id, const Octree::HierarchyNode& node,
 }
 
 bool ChunkReader::read(OctreeNodeId id, const Octree::HierarchyNode& node, const Octree::ByteRange& range,
-                       Entwine::Tile& tile, const std::stop_token& stop) const {
+                       Tiles::Tile& tile, const std::stop_token& stop) const {
     check(id, node, range);
     const std::uint64_t decodedSize = node.pointCount * mBytesPerPoint;
     mBudget->require(range.size + decodedSize, mFile->path(), NodeKey(id).text());
@@ -72,7 +72,7 @@ bool ChunkReader::read(OctreeNodeId id, const Octree::HierarchyNode& node, const
         if (!decode(node, bytes, *points, stop)) {
             return false;
         }
-        tile = Entwine::makeLasTile(std::move(points), mHead->las().header(), mExtraBytes);
+        tile = Tiles::makeLasTile(std::move(points), mHead->las().header(), mExtraBytes);
         tile.memorySize = decodedSize;
     } catch (const StoreError&) {
         std::throw_with_nested(StoreError(mFile->path(), NodeKey(id).text(), "its points cannot be read"));

@@ -3,8 +3,8 @@
 #include <octree/MemoryBudget.h>
 #include <octree/RandomAccessFile.h>
 #include <octree/copc/Head.h>
-#include <octree/entwine/LasTile.h>
-#include <octree/entwine/TileReader.h>
+#include <octree/tiles/LasTile.h>
+#include <octree/tiles/TileReader.h>
 
 #include <atomic>
 #include <cstdint>
@@ -16,7 +16,7 @@
 namespace Copc {
 
 /// Reads the points of nodes, each a chunk of LAZ. Any number of threads at once.
-class ChunkReader final : public Entwine::TileReader {
+class ChunkReader final : public Tiles::TileReader {
 public:
     ChunkReader(std::shared_ptr<const Octree::RandomAccessFile> file, std::shared_ptr<const Head> head,
                 std::shared_ptr<const Octree::MemoryBudget> budget);
@@ -26,7 +26,7 @@ public:
     /// Throws StoreError also for more bytes than the file has, all nodes read well counted once, and for a
     /// chunk of another number of points than the node's.
     bool read(Octree::OctreeNodeId id, const Octree::HierarchyNode& node, const Octree::ByteRange& range,
-              Entwine::Tile& tile, const std::stop_token& stop) const override;
+              Tiles::Tile& tile, const std::stop_token& stop) const override;
 
 private:
     void check(Octree::OctreeNodeId id, const Octree::HierarchyNode& node,
@@ -38,7 +38,7 @@ private:
     const std::shared_ptr<const Octree::RandomAccessFile> mFile;
     const std::shared_ptr<const Head> mHead;
     const std::shared_ptr<const Octree::MemoryBudget> mBudget;
-    const Entwine::ExtraBytes mExtraBytes;
+    const Tiles::ExtraBytes mExtraBytes;
     const unsigned mFields;
     const std::uint64_t mBytesPerPoint;
     /// Of the nodes read well so far, each once: chunks may be given out to many nodes that each look sound.

@@ -3,8 +3,8 @@
 #include <octree/Printable.h>
 #include <octree/StoreError.h>
 #include <octree/copc/Head.h>
-#include <octree/entwine/LasTile.h>
 #include <octree/las/LittleEndian.h>
+#include <octree/tiles/LasTile.h>
 
 #include <algorithm>
 #include <array>
@@ -18,9 +18,9 @@ namespace Copc {
 
 namespace {
 
-using Entwine::Dimension;
-using Entwine::NumberType;
 using Octree::StoreError;
+using Tiles::Dimension;
+using Tiles::NumberType;
 
 constexpr std::size_t HEADER_SIZE = 375;
 constexpr std::size_t POINT_OFFSET = 96;
@@ -98,7 +98,7 @@ std::vector<Dimension> schemaOf(const Las::LasFile& las) {
         schema.push_back(dimension("Infrared", NumberType::Uint16));
     }
     for (const Las::ExtraAttribute& extra : las.extraAttributes()) {
-        if (const auto type = Entwine::typeOf(extra)) {
+        if (const auto type = Tiles::typeOf(extra)) {
             schema.push_back(dimension(Octree::printable(extra.name, MAX_NAME), *type));
         }
     }
@@ -168,8 +168,8 @@ void Head::readInfo(std::span<const std::byte> info) {
     }
 }
 
-Entwine::Metadata Head::metadata() const {
-    Entwine::Metadata result;
+Tiles::StoreDescription Head::description() const {
+    Tiles::StoreDescription result;
     result.dataType = "laszip";
     result.pointCount = mLas.header().pointCount;
     result.spacing = mSpacing;

@@ -4,8 +4,8 @@
 #include <octree/HierarchyPage.h>
 #include <octree/MemoryBudget.h>
 #include <octree/RandomAccessFile.h>
-#include <octree/entwine/Metadata.h>
 #include <octree/las/LasFile.h>
+#include <octree/tiles/StoreDescription.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -32,7 +32,7 @@ public:
     /// Where the hierarchy's first page lies.
     const Octree::ByteRange& rootPage() const { return mRootPage; }
     /// The same facts as other stores of tiles have them.
-    Entwine::Metadata metadata() const;
+    Tiles::StoreDescription description() const;
 
 private:
     void readInfo(std::span<const std::byte> info);

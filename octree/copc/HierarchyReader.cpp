@@ -1,6 +1,6 @@
+#include <octree/NodeKey.h>
 #include <octree/StoreError.h>
 #include <octree/copc/HierarchyReader.h>
-#include <octree/entwine/NodeKey.h>
 #include <octree/las/LittleEndian.h>
 
 #include <span>
@@ -12,8 +12,8 @@ namespace Copc {
 
 namespace {
 
-using Entwine::NodeKey;
 using Octree::HierarchyEntry;
+using Octree::NodeKey;
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 

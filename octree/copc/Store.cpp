@@ -9,13 +9,13 @@ namespace Copc {
 
 namespace {
 
-Entwine::TileStore open(const FileLocation& location, const std::stop_token& stop,
-                        const Octree::Limits& limits) {
+Tiles::TileStore open(const FileLocation& location, const std::stop_token& stop,
+                      const Octree::Limits& limits) {
     const auto file = std::make_shared<const Octree::RandomAccessFile>(location.file());
-    Entwine::TileStore store;
+    Tiles::TileStore store;
     store.budget = std::make_shared<Octree::MemoryBudget>(limits);
     const auto head = std::make_shared<const Head>(*file, *store.budget, stop);
-    store.metadata = std::make_unique<const Entwine::Metadata>(head->metadata());
+    store.description = std::make_unique<const Tiles::StoreDescription>(head->description());
     store.reader = std::make_unique<const ChunkReader>(file, head, store.budget);
     store.hierarchyPlace = location.file();
     store.hasRanges = true;

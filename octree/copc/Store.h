@@ -1,14 +1,14 @@
 #pragma once
 
 #include <octree/copc/FileLocation.h>
-#include <octree/entwine/TileTree.h>
+#include <octree/tiles/TileTree.h>
 
 #include <stop_token>
 
 namespace Copc {
 
 /// A COPC file on disk.
-class Store final : public Entwine::TileTree {
+class Store final : public Tiles::TileTree {
 public:
     /// Reads what stands before the points and the hierarchy's first page. Throws StoreError, and OpenStopped
     /// when stopped.

@@ -1,15 +1,19 @@
+#include <octree/NodeKey.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/EntwineTree.h>
 #include <octree/entwine/HierarchyFile.h>
-#include <octree/entwine/NodeKey.h>
+#include <octree/entwine/Metadata.h>
+#include <octree/entwine/TileFiles.h>
 
 #include <memory>
 #include <system_error>
+#include <utility>
 
 namespace Entwine {
 
 namespace {
 
+using Octree::NodeKey;
 using Octree::StoreError;
 
 Metadata readMetadata(const FileSystemLocation& location, Octree::MemoryBudget& budget,
@@ -25,12 +29,13 @@ Metadata readMetadata(const FileSystemLocation& location, Octree::MemoryBudget& 
     return Metadata::read(location.folder() / "ept.json", budget, stop);
 }
 
-TileStore open(const FileSystemLocation& location, const std::stop_token& stop,
-               const Octree::Limits& limits) {
-    TileStore store;
+Tiles::TileStore open(const FileSystemLocation& location, const std::stop_token& stop,
+                      const Octree::Limits& limits) {
+    Tiles::TileStore store;
     store.budget = std::make_shared<Octree::MemoryBudget>(limits);
-    store.metadata = std::make_unique<const Metadata>(readMetadata(location, *store.budget, stop));
-    store.reader = makeTileReader(*store.metadata, location.folder(), *store.budget);
+    auto metadata = std::make_unique<const Metadata>(readMetadata(location, *store.budget, stop));
+    store.reader = makeTileReader(*metadata, location.folder(), *store.budget);
+    store.description = std::move(metadata);
     store.hierarchyPlace = location.folder() / "ept-hierarchy";
     store.readPage = [folder = store.hierarchyPlace, budget = store.budget](Octree::OctreeNodeId root,
                                                                             const Octree::ByteRange&,
@@ -44,7 +49,7 @@ TileStore open(const FileSystemLocation& location, const std::stop_token& stop,
 
 EntwineTree::EntwineTree(const FileSystemLocation& location, const std::stop_token& stop,
                          const Octree::Limits& limits)
-    : TileTree(open(location, stop, limits), stop) {}
+    : Tiles::TileTree(open(location, stop, limits), stop) {}
 
 EntwineTree::~EntwineTree() = default;
 

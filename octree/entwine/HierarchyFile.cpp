@@ -1,7 +1,7 @@
+#include <octree/NodeKey.h>
 #include <octree/RandomAccessFile.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/HierarchyFile.h>
-#include <octree/entwine/NodeKey.h>
 
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -12,6 +12,7 @@ namespace Entwine {
 
 namespace {
 
+using Octree::NodeKey;
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 

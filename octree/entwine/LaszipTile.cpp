@@ -1,9 +1,9 @@
 #include <core/File.h>
+#include <octree/NodeKey.h>
 #include <octree/StoreError.h>
-#include <octree/entwine/LasTile.h>
-#include <octree/entwine/NodeKey.h>
-#include <octree/entwine/TileReader.h>
+#include <octree/entwine/TileFiles.h>
 #include <octree/las/Tile.h>
+#include <octree/tiles/LasTile.h>
 
 #include <algorithm>
 #include <cmath>
@@ -18,6 +18,7 @@ namespace Entwine {
 
 namespace {
 
+using Octree::NodeKey;
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 
@@ -25,12 +26,12 @@ using Octree::StoreError;
 constexpr double MAX_STEPS = 9007199254740992.0;
 
 /// Each tile is a LAS file with a scale and offset of its own; the schema's layout has no say.
-class LaszipTileReader final : public TileReader {
+class LaszipTileReader final : public Tiles::TileReader {
 public:
     LaszipTileReader(const Metadata& metadata, const std::filesystem::path& folder,
                      const Octree::MemoryBudget& budget)
         : mBudget(budget),
-          mHasNormals(metadata.find(nameOf(Known::NormalX)) != nullptr),
+          mHasNormals(metadata.find(nameOf(Tiles::Known::NormalX)) != nullptr),
           mBounds(metadata.bounds),
           mFolder(folder / "ept-data") {}
 
@@ -38,7 +39,7 @@ public:
         return mFolder / (NodeKey(id).text() + ".laz");
     }
 
-    bool read(OctreeNodeId id, const Octree::HierarchyNode& node, const Octree::ByteRange&, Tile& tile,
+    bool read(OctreeNodeId id, const Octree::HierarchyNode& node, const Octree::ByteRange&, Tiles::Tile& tile,
               const std::stop_token& stop) const override {
         const std::uint64_t expectedCount = node.pointCount;
         std::size_t size = 0;
@@ -57,7 +58,7 @@ public:
 
 private:
     bool decode(const std::filesystem::path& path, std::string_view bytes, std::uint64_t expectedCount,
-                Tile& tile, const std::stop_token& stop) const {
+                Tiles::Tile& tile, const std::stop_token& stop) const {
         const std::string name = Core::pathToUtf8(path);
         const Las::LasFile file(name, std::as_bytes(std::span(bytes)));
         const Las::Header& header = file.header();
@@ -70,15 +71,14 @@ private:
         checkGrid(name, header);
         const bool wantsExtraBytes = mHasNormals && !file.extraAttributes().empty();
         const unsigned fields =
-            TILE_FIELDS | (wantsExtraBytes ? static_cast<unsigned>(Las::Field::ExtraBytes) : 0u);
+            Tiles::TILE_FIELDS | (wantsExtraBytes ? static_cast<unsigned>(Las::Field::ExtraBytes) : 0u);
         const std::uint64_t decodedSize = sizeOf(file, fields);
         mBudget.require(bytes.size() + 2 * decodedSize, path);  // Columns double as they grow.
-        const auto decoded = std::make_shared<Las::Tile>();
-        if (!Las::readTile(name, bytes, fields, stop, *decoded)) {
+        const auto points = std::make_shared<Las::Columns>();
+        if (!Las::readPoints(file, fields, stop, *points)) {
             return false;
         }
-        tile = makeLasTile({decoded, &decoded->points}, header,
-                           {file.extraAttributes(), file.format().extraByteCount});
+        tile = Tiles::makeLasTile(points, header, {file.extraAttributes(), file.format().extraByteCount});
         tile.memorySize = decodedSize;
         return true;
     }
@@ -107,9 +107,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<TileReader> makeLaszipTileReader(const Metadata& metadata,
-                                                 const std::filesystem::path& folder,
-                                                 const Octree::MemoryBudget& budget) {
+std::unique_ptr<Tiles::TileReader> makeLaszipTileReader(const Metadata& metadata,
+                                                        const std::filesystem::path& folder,
+                                                        const Octree::MemoryBudget& budget) {
     return std::make_unique<LaszipTileReader>(metadata, folder, budget);
 }
 

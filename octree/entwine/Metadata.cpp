@@ -12,6 +12,8 @@ namespace {
 
 using Octree::JsonValue;
 using Octree::StoreError;
+using Tiles::Dimension;
+using Tiles::NumberType;
 
 constexpr std::size_t MAX_RECORD_SIZE = 65536;
 constexpr std::uint64_t MAX_SPAN = std::uint64_t{1} << 30;
@@ -118,30 +120,6 @@ void checkKind(const JsonValue& root, const std::filesystem::path& file) {
 
 }  // namespace
 
-std::size_t sizeOf(NumberType type) {
-    switch (type) {
-        case NumberType::Int8:
-        case NumberType::Uint8:
-            return 1;
-        case NumberType::Int16:
-        case NumberType::Uint16:
-            return 2;
-        case NumberType::Int32:
-        case NumberType::Uint32:
-        case NumberType::Float:
-            return 4;
-        case NumberType::Int64:
-        case NumberType::Uint64:
-        case NumberType::Double:
-            break;
-    }
-    return 8;
-}
-
-bool isInteger(NumberType type) {
-    return type != NumberType::Float && type != NumberType::Double;
-}
-
 Metadata Metadata::read(const std::filesystem::path& file, Octree::MemoryBudget& budget,
                         const std::stop_token& stop) {
     const auto document = Octree::JsonDocument::read(file, budget, stop);
@@ -171,12 +149,6 @@ Metadata Metadata::make(const JsonValue& root, const std::filesystem::path& file
     parseSchema(root["schema"], result);
     checkGrid(root["bounds"], result);
     return result;
-}
-
-const Dimension* Metadata::find(const std::string& name) const {
-    const auto found = std::find_if(schema.begin(), schema.end(),
-                                    [&](const Dimension& dimension) { return dimension.name == name; });
-    return found == schema.end() ? nullptr : &*found;
 }
 
 }  // namespace Entwine

@@ -1,6 +1,6 @@
+#include <octree/NodeKey.h>
 #include <octree/StoreError.h>
-#include <octree/entwine/NodeKey.h>
-#include <octree/entwine/TileReader.h>
+#include <octree/entwine/TileFiles.h>
 #include <octree/entwine/Zstandard.h>
 
 #include <algorithm>
@@ -13,10 +13,11 @@ namespace Entwine {
 
 namespace {
 
+using Octree::NodeKey;
 using Octree::OctreeNodeId;
 using Octree::StoreError;
 
-class RecordTileReader final : public TileReader {
+class RecordTileReader final : public Tiles::TileReader {
 public:
     RecordTileReader(const Metadata& metadata, const std::filesystem::path& folder,
                      const Octree::MemoryBudget& budget)
@@ -29,7 +30,7 @@ public:
         return mFolder / (NodeKey(id).text() + (mIsCompressed ? ".zst" : ".bin"));
     }
 
-    bool read(OctreeNodeId id, const Octree::HierarchyNode& node, const Octree::ByteRange&, Tile& tile,
+    bool read(OctreeNodeId id, const Octree::HierarchyNode& node, const Octree::ByteRange&, Tiles::Tile& tile,
               const std::stop_token& stop) const override {
         const std::uint64_t expectedCount = node.pointCount;
         // What cannot be compressed grows by less than a tenth.
@@ -47,7 +48,7 @@ public:
             fail(id, "its tile holds " + std::to_string(size) + " bytes, which are not points of " +
                          std::to_string(mMetadata.recordSize) + " bytes");
         }
-        tile = makeRecordTile(mMetadata, std::move(bytes), size);
+        tile = Tiles::makeRecordTile(mMetadata, std::move(bytes), size);
         tile.memorySize = size;
         return true;
     }
@@ -84,9 +85,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<TileReader> makeRecordTileReader(const Metadata& metadata,
-                                                 const std::filesystem::path& folder,
-                                                 const Octree::MemoryBudget& budget) {
+std::unique_ptr<Tiles::TileReader> makeRecordTileReader(const Metadata& metadata,
+                                                        const std::filesystem::path& folder,
+                                                        const Octree::MemoryBudget& budget) {
     return std::make_unique<RecordTileReader>(metadata, folder, budget);
 }
 

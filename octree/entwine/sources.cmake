@@ -1,25 +1,15 @@
 set(LUMARO_ENTWINE_SOURCES
     entwine/EntwineTree.cpp
     entwine/HierarchyFile.cpp
-    entwine/LasTile.cpp
     entwine/LaszipTile.cpp
     entwine/Metadata.cpp
-    entwine/NodeKey.cpp
     entwine/RecordTile.cpp
-    entwine/Tile.cpp
-    entwine/TileColumns.cpp
-    entwine/TileReader.cpp
-    entwine/TileTree.cpp
+    entwine/TileFiles.cpp
     entwine/Zstandard.cpp)
 set(LUMARO_ENTWINE_HEADERS
     entwine/EntwineTree.h
     entwine/FileSystemLocation.h
     entwine/HierarchyFile.h
-    entwine/LasTile.h
     entwine/Metadata.h
-    entwine/NodeKey.h
-    entwine/Tile.h
-    entwine/TileColumns.h
-    entwine/TileReader.h
-    entwine/TileTree.h
+    entwine/TileFiles.h
     entwine/Zstandard.h)

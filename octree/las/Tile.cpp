@@ -34,26 +34,30 @@ void checkSize(const LasFile& file, std::size_t bytesPerPoint) {
 
 }  // namespace
 
-bool readTile(const std::string& fileName, std::string_view bytes, unsigned fields,
-              const std::stop_token& stop, Tile& out) {
-    const LasFile file(fileName, std::as_bytes(std::span(bytes)));
-    out.header = file.header();
-    out.points.clear();
+bool readPoints(const LasFile& file, unsigned fields, const std::stop_token& stop, Columns& out) {
+    out.clear();
     const unsigned present = file.format().fieldsOf(fields);
     const std::size_t extraByteCount = file.format().extraByteCount;
     const std::size_t bytesPerPoint =
         std::max<std::size_t>(1, Columns::bytesPerPoint(present, extraByteCount));
     checkSize(file, bytesPerPoint);
     PointReader reader(file, fields);
-    const std::uint64_t reserved = RESERVED_BYTES_PER_BYTE * bytes.size() / bytesPerPoint;
-    out.points.reserve(static_cast<std::size_t>(std::min(file.header().pointCount, reserved)), present,
-                       extraByteCount);
+    const std::uint64_t reserved = RESERVED_BYTES_PER_BYTE * file.bytes().size() / bytesPerPoint;
+    out.reserve(static_cast<std::size_t>(std::min(file.header().pointCount, reserved)), present,
+                extraByteCount);
     while (!stop.stop_requested()) {
-        if (!reader.read(out.points)) {
+        if (!reader.read(out)) {
             return true;
         }
     }
     return false;
+}
+
+bool readTile(const std::string& fileName, std::string_view bytes, unsigned fields,
+              const std::stop_token& stop, Tile& out) {
+    const LasFile file(fileName, std::as_bytes(std::span(bytes)));
+    out.header = file.header();
+    return readPoints(file, fields, stop, out.points);
 }
 
 }  // namespace Las

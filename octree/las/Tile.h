@@ -15,10 +15,13 @@ struct Tile {
     Columns points;
 };
 
-/// Reads a file in memory, whose name is for errors. The fields or Field values. False when stopped, which is
-/// looked at every few thousand points. Throws Octree::StoreError naming the file, and the chunk and the
-/// point where they are concerned, and for more points, or more bytes of points, than a node of so small a
-/// file may have. Memory grows with the points decoded.
+/// Reads all points of a small file. The fields or Field values. False when stopped, which is looked at every
+/// few thousand points. Throws Octree::StoreError naming the file, and the chunk and the point where they are
+/// concerned, and for more points, or more bytes of points, than a node of so small a file may have. Memory
+/// grows with the points decoded.
+bool readPoints(const LasFile& file, unsigned fields, const std::stop_token& stop, Columns& out);
+
+/// The same for a file in memory, whose name is for errors.
 bool readTile(const std::string& fileName, std::string_view bytes, unsigned fields,
               const std::stop_token& stop, Tile& out);
 

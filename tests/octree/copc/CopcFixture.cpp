@@ -1,6 +1,6 @@
 #include <core/File.h>
 #include <octree/ChildCube.h>
-#include <octree/entwine/NodeKey.h>
+#include <octree/NodeKey.h>
 #include <octree/las/Tile.h>
 #include <tests/octree/copc/CopcFixture.h>
 
@@ -115,7 +115,7 @@ void CopcFixture::write() {
                 entry.offset = offsets[entry.id];
                 entry.size = static_cast<std::int32_t>(32 * pages[entry.id].size());
             }
-            const Entwine::NodeKey key(entry.id);
+            const Octree::NodeKey key(entry.id);
             for (const std::uint64_t number : {key.depth, key.x, key.y, key.z}) {
                 append(file, static_cast<std::int32_t>(number));
             }

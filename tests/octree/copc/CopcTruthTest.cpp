@@ -1,7 +1,7 @@
 #include <octree/Octree.h>
 #include <octree/copc/Head.h>
 #include <octree/copc/HierarchyReader.h>
-#include <octree/entwine/NodeKey.h>
+#include <octree/NodeKey.h>
 #include <octree/las/PointReader.h>
 #include <tests/support/RealData.h>
 
@@ -121,7 +121,7 @@ TEST(CopcTruth, EveryRecordIsAsAnIndependentReaderFoundIt) {
     Copc::HierarchyReader hierarchy(file, head.las().header().pointCount, budget);
     const auto page = hierarchy.read(OctreeNodeId(), head.rootPage(), {});
     for (const Node& expected : nodes) {
-        const Octree::HierarchyNode* const node = page->find(Entwine::NodeKey::parse(expected.key)->id());
+        const Octree::HierarchyNode* const node = page->find(Octree::NodeKey::parse(expected.key)->id());
         ASSERT_NE(node, nullptr) << expected.key;
         EXPECT_EQ(node->pointCount, expected.count) << expected.key;
         const Octree::ByteRange range = page->rangeOf(*node);

@@ -1,7 +1,7 @@
 #include <octree/Octree.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/EntwineTree.h>
-#include <octree/entwine/NodeKey.h>
+#include <octree/NodeKey.h>
 #include <octree/potree/Store.h>
 
 #include <gtest/gtest.h>
@@ -114,7 +114,7 @@ TEST_P(EptTruth, EveryNodeIsAsAnIndependentReaderFoundIt) {
     TruthSummary total(facts.referencePosition);
     const std::vector<OctreeNodeId> nodes = allNodes(tree);
     for (const OctreeNodeId id : nodes) {
-        const std::string key = Entwine::NodeKey(id).text();
+        const std::string key = Octree::NodeKey(id).text();
         SCOPED_TRACE(key);
         ASSERT_EQ(listed.count(key), 1u);
         Octree::NodeFacts node;

@@ -1,10 +1,10 @@
-#include <octree/entwine/LasTile.h>
+#include <octree/tiles/LasTile.h>
 
 #include <array>
 #include <cstdint>
 #include <utility>
 
-namespace Entwine {
+namespace Tiles {
 
 namespace {
 
@@ -64,4 +64,4 @@ Tile makeLasTile(std::shared_ptr<const Las::Columns> points, const Las::Header& 
     return tile;
 }
 
-}  // namespace Entwine
+}  // namespace Tiles

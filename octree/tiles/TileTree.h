@@ -3,10 +3,10 @@
 #include <octree/Hierarchy.h>
 #include <octree/MemoryBudget.h>
 #include <octree/NodeSource.h>
-#include <octree/entwine/Metadata.h>
-#include <octree/entwine/Tile.h>
-#include <octree/entwine/TileColumns.h>
-#include <octree/entwine/TileReader.h>
+#include <octree/tiles/StoreDescription.h>
+#include <octree/tiles/Tile.h>
+#include <octree/tiles/TileColumns.h>
+#include <octree/tiles/TileReader.h>
 
 #include <atomic>
 #include <cstdint>
@@ -15,12 +15,12 @@
 #include <optional>
 #include <stop_token>
 
-namespace Entwine {
+namespace Tiles {
 
 /// What a kind of store adds to TileTree. Members that refer to others are made after them.
 struct TileStore {
     std::shared_ptr<Octree::MemoryBudget> budget;
-    std::unique_ptr<const Metadata> metadata;
+    std::unique_ptr<const StoreDescription> description;
     std::unique_ptr<const TileReader> reader;
     /// See Octree::Hierarchy.
     std::filesystem::path hierarchyPlace;
@@ -77,4 +77,4 @@ private:
     std::atomic<std::uint32_t> mObserved{0};
 };
 
-}  // namespace Entwine
+}  // namespace Tiles

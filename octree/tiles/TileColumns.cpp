@@ -1,5 +1,5 @@
 #include <octree/IntensityRange.h>
-#include <octree/entwine/TileColumns.h>
+#include <octree/tiles/TileColumns.h>
 
 #include <algorithm>
 #include <array>
@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-namespace Entwine {
+namespace Tiles {
 
 namespace {
 
@@ -80,7 +80,7 @@ std::size_t readAxis(const Axis& axis, std::size_t start, std::size_t count, Blo
     return count;
 }
 
-double intensityFactor(NumberType type, const Metadata& metadata) {
+double intensityFactor(NumberType type, const StoreDescription& description) {
     switch (sizeOf(type)) {
         case 1:
             return 257.0;
@@ -89,7 +89,7 @@ double intensityFactor(NumberType type, const Metadata& metadata) {
         default:
             break;
     }
-    const Dimension* dimension = metadata.find(nameOf(Known::Intensity));
+    const Dimension* dimension = description.find(nameOf(Known::Intensity));
     const double maximum = dimension != nullptr ? dimension->maximum.value_or(65535.0) : 65535.0;
     const bool isFraction = !isInteger(type) && maximum > 0.0 && maximum <= 1.0;
     return maximum > 65535.0 || isFraction ? 65535.0 / maximum : 1.0;
@@ -153,10 +153,10 @@ std::vector<Math::Point<float, 3>> readNormals(const Tile& tile) {
 
 }  // namespace
 
-Math::Point<double, 3> referencePositionOf(const Metadata& metadata) {
-    Math::Point<double, 3> result = (metadata.bounds.min + metadata.bounds.max) * 0.5;
+Math::Point<double, 3> referencePositionOf(const StoreDescription& description) {
+    Math::Point<double, 3> result = (description.bounds.min + description.bounds.max) * 0.5;
     for (int axis = 0; axis < 3; ++axis) {
-        const Dimension* dimension = metadata.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
+        const Dimension* dimension = description.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
         if (dimension != nullptr && isInteger(dimension->type)) {
             const double steps = std::round((result[axis] - dimension->offset) / dimension->scale);
             result[axis] = dimension->offset + steps * dimension->scale;
@@ -194,10 +194,10 @@ std::optional<std::size_t> readPositions(const Tile& tile, const Math::NBounding
     return std::nullopt;
 }
 
-std::optional<ColorDepth> declaredColorDepth(const Metadata& metadata) {
+std::optional<ColorDepth> declaredColorDepth(const StoreDescription& description) {
     double highest = 0.0;
     for (const Known channel : COLOR) {
-        const Dimension* dimension = metadata.find(nameOf(channel));
+        const Dimension* dimension = description.find(nameOf(channel));
         if (dimension == nullptr || (!dimension->maximum && sizeOf(dimension->type) > 1)) {
             return std::nullopt;
         }
@@ -206,23 +206,23 @@ std::optional<ColorDepth> declaredColorDepth(const Metadata& metadata) {
     return highest <= 255.0 ? ColorDepth::Eight : ColorDepth::Sixteen;
 }
 
-std::optional<std::uint16_t> declaredIntensityRange(const Metadata& metadata) {
-    const Dimension* const dimension = metadata.find(nameOf(Known::Intensity));
+std::optional<std::uint16_t> declaredIntensityRange(const StoreDescription& description) {
+    const Dimension* const dimension = description.find(nameOf(Known::Intensity));
     if (dimension == nullptr) {
         return std::nullopt;
     }
     // LAS tiles have 16 bits whatever the schema says.
-    const NumberType type = metadata.dataType == "laszip" ? NumberType::Uint16 : dimension->type;
+    const NumberType type = description.dataType == "laszip" ? NumberType::Uint16 : dimension->type;
     if (sizeOf(dimension->type) == 1) {
-        return Octree::intensityRangeOf(255.0 * intensityFactor(type, metadata));
+        return Octree::intensityRangeOf(255.0 * intensityFactor(type, description));
     }
     if (!dimension->maximum) {
         return std::nullopt;
     }
-    return Octree::intensityRangeOf(*dimension->maximum * intensityFactor(type, metadata));
+    return Octree::intensityRangeOf(*dimension->maximum * intensityFactor(type, description));
 }
 
-std::uint16_t observedIntensityRange(const Tile& tile, const Metadata& metadata) {
+std::uint16_t observedIntensityRange(const Tile& tile, const StoreDescription& description) {
     const NumberColumn& column = *tile[Known::Intensity];
     double largest = 0.0;
     Block values;
@@ -231,7 +231,7 @@ std::uint16_t observedIntensityRange(const Tile& tile, const Metadata& metadata)
         column.readValues(start, size, values.data());
         largest = std::max(largest, *std::max_element(values.data(), values.data() + size));
     }
-    return Octree::intensityRangeOf(largest * intensityFactor(column.type, metadata));
+    return Octree::intensityRangeOf(largest * intensityFactor(column.type, description));
 }
 
 bool hasColors(const Tile& tile) {
@@ -274,7 +274,7 @@ std::vector<Math::Color> readColors(const Tile& tile, ColorDepth depth) {
     return result;
 }
 
-void readPlainColumns(const Tile& tile, const Metadata& metadata, std::uint16_t intensityRange,
+void readPlainColumns(const Tile& tile, const StoreDescription& description, std::uint16_t intensityRange,
                       Octree::NodePointData& data) {
     const auto wanted = [&](Known dimension, Attribute attribute) {
         return tile[dimension] && data.wants(attribute);
@@ -282,7 +282,7 @@ void readPlainColumns(const Tile& tile, const Metadata& metadata, std::uint16_t 
     if (wanted(Known::Intensity, Attribute::Intensity)) {
         const NumberColumn& column = *tile[Known::Intensity];
         data.setIntensities(
-            readIntegers<std::uint16_t>(column, tile.pointCount, intensityFactor(column.type, metadata)),
+            readIntegers<std::uint16_t>(column, tile.pointCount, intensityFactor(column.type, description)),
             intensityRange);
     }
     if (wanted(Known::Classification, Attribute::Classification)) {
@@ -296,4 +296,4 @@ void readPlainColumns(const Tile& tile, const Metadata& metadata, std::uint16_t 
     }
 }
 
-}  // namespace Entwine
+}  // namespace Tiles

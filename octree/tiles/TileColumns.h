@@ -4,19 +4,19 @@
 #include <math/NBoundingBox.h>
 #include <math/Point.h>
 #include <octree/NodePointData.h>
-#include <octree/entwine/Metadata.h>
-#include <octree/entwine/Tile.h>
+#include <octree/tiles/StoreDescription.h>
+#include <octree/tiles/Tile.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
-namespace Entwine {
+namespace Tiles {
 
 /// The origin of model coordinates: the centre of the store's cube, on each axis with integer coordinates
 /// moved onto their grid.
-Math::Point<double, 3> referencePositionOf(const Metadata& metadata);
+Math::Point<double, 3> referencePositionOf(const StoreDescription& description);
 
 /// Positions relative to reference, times unitScale; exact steps where the reference lies on the tile's grid.
 /// Returns the index of the first point outside the bounds, if one is; out is then unspecified.
@@ -34,15 +34,15 @@ enum class ColorDepth {
 
 /// Eight when the schema has channels of one byte, or statistics with a maximum up to 255; empty when it does
 /// not say.
-std::optional<ColorDepth> declaredColorDepth(const Metadata& metadata);
+std::optional<ColorDepth> declaredColorDepth(const StoreDescription& description);
 /// Eight when no value of the tile is above 255.
 ColorDepth observedColorDepth(const Tile& tile);
 
 /// The range of the intensities that readPlainColumns gives: as wide as the schema's type or its maximum for
 /// them says; empty when neither does.
-std::optional<std::uint16_t> declaredIntensityRange(const Metadata& metadata);
+std::optional<std::uint16_t> declaredIntensityRange(const StoreDescription& description);
 /// Wide enough for every intensity of the tile, which must have some.
-std::uint16_t observedIntensityRange(const Tile& tile, const Metadata& metadata);
+std::uint16_t observedIntensityRange(const Tile& tile, const StoreDescription& description);
 
 bool hasColors(const Tile& tile);
 /// Precondition: hasColors(tile).
@@ -52,7 +52,7 @@ std::vector<Math::Color> readColors(const Tile& tile, ColorDepth depth);
 /// within their range. Intensities of one byte are spread over 16 bits; wider ones and floats are scaled by
 /// the schema's maximum for them if that is above 65535, and floats also if it is at most 1. Normals come
 /// out with length 1, or 0.
-void readPlainColumns(const Tile& tile, const Metadata& metadata, std::uint16_t intensityRange,
+void readPlainColumns(const Tile& tile, const StoreDescription& description, std::uint16_t intensityRange,
                       Octree::NodePointData& data);
 
-}  // namespace Entwine
+}  // namespace Tiles

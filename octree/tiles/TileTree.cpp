@@ -1,7 +1,7 @@
 #include <octree/ChildCube.h>
+#include <octree/NodeKey.h>
 #include <octree/StoreError.h>
-#include <octree/entwine/NodeKey.h>
-#include <octree/entwine/TileTree.h>
+#include <octree/tiles/TileTree.h>
 
 #include <algorithm>
 #include <array>
@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-namespace Entwine {
+namespace Tiles {
 
 namespace {
 
@@ -43,10 +43,10 @@ Octree::AttributeInfo attributeOf(const Dimension& dimension) {
 }
 
 /// The columns whose dimensions the schema has.
-unsigned columnsOf(const Metadata& metadata) {
+unsigned columnsOf(const StoreDescription& description) {
     const auto bit = [&](Attribute attribute, std::initializer_list<Known> dimensions) {
         const bool hasAll = std::all_of(dimensions.begin(), dimensions.end(), [&](Known dimension) {
-            return metadata.find(nameOf(dimension)) != nullptr;
+            return description.find(nameOf(dimension)) != nullptr;
         });
         return hasAll ? static_cast<unsigned>(attribute) : 0u;
     };
@@ -59,21 +59,21 @@ unsigned columnsOf(const Metadata& metadata) {
 
 // A node is chosen for a point before its coordinates are rounded to integers or floats. The tiles of a
 // "laszip" store have steps of their own, of which a schema of floats says nothing.
-Math::Point<double, 3> overhangOf(const Metadata& metadata) {
+Math::Point<double, 3> overhangOf(const StoreDescription& description) {
     constexpr double SLACK_STEPS = 4.0;
     constexpr double FLOAT_STEP = 1.2e-7;
     constexpr double RELATIVE_SLACK = 1e-6;
     constexpr double RELATIVE_SLACK_OF_UNKNOWN_STEPS = 1e-4;
-    const double side = metadata.bounds.max[0] - metadata.bounds.min[0];
+    const double side = description.bounds.max[0] - description.bounds.min[0];
     Math::Point<double, 3> result;
     for (int axis = 0; axis < 3; ++axis) {
-        const Dimension& dimension = *metadata.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
+        const Dimension& dimension = *description.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
         if (isInteger(dimension.type)) {
             result[axis] = SLACK_STEPS * dimension.scale + RELATIVE_SLACK * side;
-        } else if (metadata.dataType == "laszip") {
+        } else if (description.dataType == "laszip") {
             result[axis] = RELATIVE_SLACK_OF_UNKNOWN_STEPS * side;
         } else {
-            const auto [low, high] = std::pair(metadata.bounds.min[axis], metadata.bounds.max[axis]);
+            const auto [low, high] = std::pair(description.bounds.min[axis], description.bounds.max[axis]);
             const double step = dimension.type == NumberType::Float ? FLOAT_STEP : 0.0;
             result[axis] = step * std::max(std::abs(low), std::abs(high)) + RELATIVE_SLACK * side;
         }
@@ -82,12 +82,12 @@ Math::Point<double, 3> overhangOf(const Metadata& metadata) {
 }
 
 // LAZ tiles have grids of their own where the schema does not say.
-std::optional<Octree::PositionGrid> gridOf(const Metadata& metadata) {
+std::optional<Octree::PositionGrid> gridOf(const StoreDescription& description) {
     Math::Point<double, 3> scale;
     Math::Point<double, 3> offset;
     for (int axis = 0; axis < 3; ++axis) {
-        const Dimension& dimension = *metadata.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
-        if (!isInteger(dimension.type) || (metadata.dataType == "laszip" && dimension.scale == 1.0)) {
+        const Dimension& dimension = *description.find(nameOf(POSITION[static_cast<std::size_t>(axis)]));
+        if (!isInteger(dimension.type) || (description.dataType == "laszip" && dimension.scale == 1.0)) {
             return std::nullopt;
         }
         scale[axis] = dimension.scale;
@@ -96,20 +96,20 @@ std::optional<Octree::PositionGrid> gridOf(const Metadata& metadata) {
     return Octree::PositionGrid(scale, offset);
 }
 
-Octree::StoreFacts makeFacts(const Metadata& metadata) {
+Octree::StoreFacts makeFacts(const StoreDescription& description) {
     Octree::StoreFacts facts;
-    facts.boundingBox = metadata.boundsConforming;
-    facts.boundingCube = metadata.bounds;
-    facts.overhang = overhangOf(metadata);
-    facts.referencePosition = referencePositionOf(metadata);
-    facts.positionGrid = gridOf(metadata);
-    facts.spacing = metadata.spacing;
-    facts.pointCount = metadata.pointCount;
-    for (const Dimension& dimension : metadata.schema) {
+    facts.boundingBox = description.boundsConforming;
+    facts.boundingCube = description.bounds;
+    facts.overhang = overhangOf(description);
+    facts.referencePosition = referencePositionOf(description);
+    facts.positionGrid = gridOf(description);
+    facts.spacing = description.spacing;
+    facts.pointCount = description.pointCount;
+    for (const Dimension& dimension : description.schema) {
         facts.attributes.push_back(attributeOf(dimension));
     }
-    facts.encoding = metadata.dataType;
-    facts.columns = columnsOf(metadata);
+    facts.encoding = description.dataType;
+    facts.columns = columnsOf(description);
     facts.hasColors = (facts.columns & static_cast<unsigned>(Attribute::Color)) != 0;
     return facts;
 }
@@ -118,10 +118,10 @@ Octree::StoreFacts makeFacts(const Metadata& metadata) {
 
 TileTree::TileTree(TileStore store, const std::stop_token& stop)
     : mStore(std::move(store)),
-      mFacts(makeFacts(*mStore.metadata)),
+      mFacts(makeFacts(*mStore.description)),
       mHierarchy(mStore.hierarchyPlace, mStore.hasRanges, mStore.readPage, mStore.rootPage, stop),
-      mDeclaredColorDepth(declaredColorDepth(*mStore.metadata)),
-      mDeclaredIntensityRange(declaredIntensityRange(*mStore.metadata)) {}
+      mDeclaredColorDepth(declaredColorDepth(*mStore.description)),
+      mDeclaredIntensityRange(declaredIntensityRange(*mStore.description)) {}
 
 TileTree::~TileTree() = default;
 
@@ -161,13 +161,13 @@ bool TileTree::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData
         return false;
     }
     mStore.budget->require(tile.memorySize + Octree::columnBytes(data, tile.pointCount),
-                           mStore.reader->fileOf(id), NodeKey(id).text());
+                           mStore.reader->fileOf(id), Octree::NodeKey(id).text());
     data.reset(tile.pointCount);
     if (data.wants(Attribute::Position)) {
         std::vector<Math::Point<double, 3>> positions;
         if (const auto outside =
                 readPositions(tile, pointBounds(id), mFacts.referencePosition, unitScale, positions)) {
-            throw StoreError(mStore.reader->fileOf(id), NodeKey(id).text(),
+            throw StoreError(mStore.reader->fileOf(id), Octree::NodeKey(id).text(),
                              "point " + std::to_string(*outside) + " lies outside the node's cube");
         }
         data.setPositions(std::move(positions));
@@ -178,7 +178,7 @@ bool TileTree::readNode(OctreeNodeId id, double unitScale, Octree::NodePointData
     if ((wantsColors || wantsIntensities) && !findDepths(id, tile, depths, stop)) {
         return false;
     }
-    readPlainColumns(tile, *mStore.metadata, depths.intensityRange, data);
+    readPlainColumns(tile, *mStore.description, depths.intensityRange, data);
     if (wantsColors) {
         data.setColors(readColors(tile, depths.color));
     }
@@ -194,7 +194,7 @@ bool TileTree::readTile(OctreeNodeId id, const Octree::Hierarchy::Found& found, 
 // A little less than the overhang, whatever queries round.
 Math::NBoundingBox<double, 3> TileTree::pointBounds(OctreeNodeId id) const {
     constexpr double PART_OF_OVERHANG = 0.9999;
-    Math::NBoundingBox<double, 3> bounds = Octree::nodeCube(mStore.metadata->bounds, id);
+    Math::NBoundingBox<double, 3> bounds = Octree::nodeCube(mStore.description->bounds, id);
     bounds.min -= mFacts.overhang * PART_OF_OVERHANG;
     bounds.max += mFacts.overhang * PART_OF_OVERHANG;
     return bounds;
@@ -218,7 +218,7 @@ TileTree::Depths TileTree::depthsOf(const Tile& tile, const Depths& otherwise) c
     if (mDeclaredIntensityRange) {
         result.intensityRange = *mDeclaredIntensityRange;
     } else if (tile[Known::Intensity]) {
-        result.intensityRange = observedIntensityRange(tile, *mStore.metadata);
+        result.intensityRange = observedIntensityRange(tile, *mStore.description);
     }
     return result;
 }
@@ -247,4 +247,4 @@ bool TileTree::findDepths(OctreeNodeId id, const Tile& tile, Depths& depths, con
     return true;
 }
 
-}  // namespace Entwine
+}  // namespace Tiles

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace Entwine {
+namespace Octree {
 
 /// The name that files and hierarchies give a node: its depth and its place in the grid of that depth's
 /// cubes, written "D-X-Y-Z".
@@ -16,13 +16,13 @@ struct NodeKey {
     static constexpr std::uint64_t MAX_DEPTH = 63;
 
     NodeKey() = default;
-    explicit NodeKey(Octree::OctreeNodeId id);
+    explicit NodeKey(OctreeNodeId id);
     /// Empty for anything but four decimal numbers, the last three of them below 2^D.
     static std::optional<NodeKey> parse(std::string_view text);
 
     std::string text() const;
     /// Of the node, or of its ancestor at OctreeNodeId::MAX_REPRESENTABLE_LEVEL when it lies deeper.
-    Octree::OctreeNodeId id() const;
+    OctreeNodeId id() const;
 
     std::uint64_t depth = 0;
     std::uint64_t x = 0;
@@ -32,4 +32,4 @@ struct NodeKey {
     bool operator==(const NodeKey&) const = default;
 };
 
-}  // namespace Entwine
+}  // namespace Octree

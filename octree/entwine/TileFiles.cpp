@@ -1,7 +1,7 @@
+#include <octree/NodeKey.h>
 #include <octree/RandomAccessFile.h>
 #include <octree/StoreError.h>
-#include <octree/entwine/NodeKey.h>
-#include <octree/entwine/TileReader.h>
+#include <octree/entwine/TileFiles.h>
 
 #include <exception>
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace Entwine {
 
-TileReader::~TileReader() = default;
+using Octree::NodeKey;
 
 std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Octree::OctreeNodeId id,
                                           std::uint64_t maxSize, const Octree::MemoryBudget& budget,
@@ -32,8 +32,9 @@ std::unique_ptr<std::byte[]> readTileFile(const std::filesystem::path& path, Oct
     }
 }
 
-std::unique_ptr<TileReader> makeTileReader(const Metadata& metadata, const std::filesystem::path& folder,
-                                           const Octree::MemoryBudget& budget) {
+std::unique_ptr<Tiles::TileReader> makeTileReader(const Metadata& metadata,
+                                                  const std::filesystem::path& folder,
+                                                  const Octree::MemoryBudget& budget) {
     if (metadata.dataType == "binary" || metadata.dataType == "zstandard") {
         return makeRecordTileReader(metadata, folder, budget);
     }

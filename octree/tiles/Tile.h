@@ -1,6 +1,6 @@
 #pragma once
 
-#include <octree/entwine/Metadata.h>
+#include <octree/tiles/StoreDescription.h>
 
 #include <array>
 #include <cstddef>
@@ -8,7 +8,7 @@
 #include <memory>
 #include <optional>
 
-namespace Entwine {
+namespace Tiles {
 
 /// The dimensions that are made use of.
 enum class Known : std::size_t {
@@ -61,6 +61,7 @@ struct Tile {
 
 /// A tile whose memory is one record of the schema after another. Throws std::invalid_argument when size is
 /// not a whole number of records.
-Tile makeRecordTile(const Metadata& metadata, std::unique_ptr<std::byte[]> records, std::size_t size);
+Tile makeRecordTile(const StoreDescription& description, std::unique_ptr<std::byte[]> records,
+                    std::size_t size);
 
-}  // namespace Entwine
+}  // namespace Tiles

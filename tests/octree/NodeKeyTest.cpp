@@ -1,11 +1,11 @@
 #include <octree/ChildCube.h>
-#include <octree/entwine/NodeKey.h>
+#include <octree/NodeKey.h>
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-using Entwine::NodeKey;
+using Octree::NodeKey;
 using Octree::OctreeNodeId;
 
 TEST(NodeKey, NamesTheCubeThatTheIdentifierNames) {

@@ -1,13 +1,11 @@
-#include <octree/entwine/NodeKey.h>
+#include <octree/NodeKey.h>
 
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <system_error>
 
-namespace Entwine {
-
-using Octree::OctreeNodeId;
+namespace Octree {
 
 NodeKey::NodeKey(OctreeNodeId id) : depth(id.level()) {
     for (std::uint64_t bit = 0; !id.isRoot(); ++bit, id = id.parent()) {
@@ -60,4 +58,4 @@ OctreeNodeId NodeKey::id() const {
     return result;
 }
 
-}  // namespace Entwine
+}  // namespace Octree

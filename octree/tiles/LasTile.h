@@ -1,15 +1,15 @@
 #pragma once
 
-#include <octree/entwine/Tile.h>
 #include <octree/las/Columns.h>
 #include <octree/las/LasFile.h>
+#include <octree/tiles/Tile.h>
 
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <vector>
 
-namespace Entwine {
+namespace Tiles {
 
 /// The fields of LAS points that tiles have columns for, but for the extra bytes that normals may lie in.
 constexpr unsigned TILE_FIELDS =
@@ -31,4 +31,4 @@ struct ExtraBytes {
 Tile makeLasTile(std::shared_ptr<const Las::Columns> points, const Las::Header& header,
                  const ExtraBytes& extraBytes);
 
-}  // namespace Entwine
+}  // namespace Tiles

@@ -1,4 +1,4 @@
-#include <octree/entwine/Tile.h>
+#include <octree/tiles/Tile.h>
 
 #include <bit>
 #include <cstdint>
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-namespace Entwine {
+namespace Tiles {
 
 namespace {
 
@@ -66,22 +66,23 @@ void NumberColumn::readValues(std::size_t start, std::size_t count, double* out)
     }
 }
 
-Tile makeRecordTile(const Metadata& metadata, std::unique_ptr<std::byte[]> records, std::size_t size) {
-    if (size % metadata.recordSize != 0) {
+Tile makeRecordTile(const StoreDescription& description, std::unique_ptr<std::byte[]> records,
+                    std::size_t size) {
+    if (size % description.recordSize != 0) {
         throw std::invalid_argument(std::to_string(size) + " bytes are no whole number of records of " +
-                                    std::to_string(metadata.recordSize) + " bytes");
+                                    std::to_string(description.recordSize) + " bytes");
     }
     Tile tile;
-    tile.pointCount = size / metadata.recordSize;
+    tile.pointCount = size / description.recordSize;
     const std::byte* const first = records.get();
     tile.memory = std::shared_ptr<const std::byte[]>(std::move(records));
     for (std::size_t i = 0; i < KNOWN_COUNT; ++i) {
-        if (const Dimension* dimension = metadata.find(nameOf(Known{i}))) {
-            tile.columns[i] = NumberColumn{first + dimension->recordOffset, metadata.recordSize,
+        if (const Dimension* dimension = description.find(nameOf(Known{i}))) {
+            tile.columns[i] = NumberColumn{first + dimension->recordOffset, description.recordSize,
                                            dimension->type, dimension->scale, dimension->offset};
         }
     }
     return tile;
 }
 
-}  // namespace Entwine
+}  // namespace Tiles

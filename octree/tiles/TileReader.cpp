@@ -1,0 +1,7 @@
+#include <octree/tiles/TileReader.h>
+
+namespace Tiles {
+
+TileReader::~TileReader() = default;
+
+}  // namespace Tiles

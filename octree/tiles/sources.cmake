@@ -1,0 +1,14 @@
+set(LUMARO_TILES_SOURCES
+    tiles/LasTile.cpp
+    tiles/StoreDescription.cpp
+    tiles/Tile.cpp
+    tiles/TileColumns.cpp
+    tiles/TileReader.cpp
+    tiles/TileTree.cpp)
+set(LUMARO_TILES_HEADERS
+    tiles/LasTile.h
+    tiles/StoreDescription.h
+    tiles/Tile.h
+    tiles/TileColumns.h
+    tiles/TileReader.h
+    tiles/TileTree.h)
