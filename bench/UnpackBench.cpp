@@ -16,7 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Chunks {
-    Chunks() : metadata(PoTree::Metadata::read(store() / "metadata.json")) {
+    Chunks() : metadata(PoTree::Metadata::read(store() / "metadata.json", PoTree::StoreRole::Cloud, budget)) {
         for (const NodeChunk& chunk : readNodeChunks(store())) {
             const auto bytes = std::make_shared<const std::string>(chunk.bytes);
             nodes.push_back({{bytes, reinterpret_cast<const std::byte*>(bytes->data())},
@@ -37,6 +37,7 @@ struct Chunks {
         return folder;
     }
 
+    Octree::MemoryBudget budget;
     PoTree::Metadata metadata;
     std::vector<PoTree::PointChunk> nodes;
     size_t points = 0;
