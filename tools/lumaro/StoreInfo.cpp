@@ -76,7 +76,7 @@ Math::NBoundingBox<double, 3> pointBounds(const Octree::Octree& octree,
 std::string numbers(const std::vector<double>& values) {
     std::string text;
     for (const double value : values) {
-        text += (text.empty() ? "" : " ") + shortText(value);
+        text.append(text.empty() ? "" : " ").append(shortText(value));
     }
     return text;
 }
