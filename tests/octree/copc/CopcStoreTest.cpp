@@ -3,55 +3,24 @@
 #include <octree/copc/Store.h>
 #include <octree/las/Tile.h>
 #include <tests/octree/copc/CopcFixture.h>
+#include <tests/octree/copc/StorePoints.h>
 
 #include <core/ExceptionChain.h>
 #include <core/File.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <functional>
 
-using Octree::NodePointData;
 using Octree::OctreeNodeId;
 using Support::CopcFixture;
+using Support::StorePoint;
 
 namespace {
 
-/// Steps of the grid, colour, intensity, class, source.
-using Point = std::array<std::int64_t, 9>;
-
-/// All of a file in order. Throws StoreError.
-std::vector<Point> pointsOf(const std::filesystem::path& path, const Octree::Limits& limits = {}) {
+std::vector<StorePoint> pointsOf(const std::filesystem::path& path, const Octree::Limits& limits = {}) {
     const Octree::Octree octree(Octree::Location::fromPath(path), 1.0, {}, limits);
-    std::vector<Point> points;
-    std::vector<OctreeNodeId> pending{OctreeNodeId()};
-    while (!pending.empty()) {
-        const OctreeNodeId id = pending.back();
-        pending.pop_back();
-        const auto children = octree.children(id);
-        pending.insert(pending.end(), children.begin(), children.end());
-        NodePointData data;
-        octree.getNodePointData(id, data);
-        EXPECT_EQ(data.size(), octree.pointCount(id));
-        for (std::size_t i = 0; i < data.size(); ++i) {
-            Point point{};
-            for (int axis = 0; axis < 3; ++axis) {
-                const double place = data.position(i)[axis] + octree.referencePosition()[axis];
-                EXPECT_TRUE(std::isfinite(place));
-                point[static_cast<std::size_t>(axis)] = octree.positionGrid()->steps(place, axis);
-            }
-            const Math::Color color = data.color(i);
-            std::copy_n(std::array<std::int64_t, 6>{color.r(), color.g(), color.b(), data.intensity(i),
-                                                    data.classification(i), data.scanIndex(i)}
-                            .begin(),
-                        6, point.begin() + 3);
-            points.push_back(point);
-        }
-    }
-    std::sort(points.begin(), points.end());
-    return points;
+    return Support::sortedPoints(octree, *octree.positionGrid());
 }
 
 std::string errorOf(const std::filesystem::path& path, const Octree::Limits& limits = {}) {
@@ -70,7 +39,7 @@ TEST(CopcStore, HasThePointsOfItsChunks) {
     Las::Tile tile;
     ASSERT_TRUE(Las::readTile("source", CopcFixture::source(), Las::ALL_FIELDS, {}, tile));
     const Las::Columns& columns = tile.points;
-    std::vector<Point> expected;
+    std::vector<StorePoint> expected;
     for (std::size_t i = 0; i < columns.size; ++i) {
         expected.push_back({columns.x[i], columns.y[i], columns.z[i], columns.red[i] >> 8,
                             columns.green[i] >> 8, columns.blue[i] >> 8, columns.intensity[i],
@@ -89,7 +58,7 @@ TEST(CopcStore, HasThePointsOfItsChunks) {
 
 TEST(CopcStore, DamageOfAnyByteIsAnErrorOrLeavesThePointsRight) {
     const CopcFixture fixture;
-    const std::vector<Point> expected = pointsOf(fixture.path());
+    const std::vector<StorePoint> expected = pointsOf(fixture.path());
     const std::size_t chunks = fixture.pages.at(OctreeNodeId()).front().offset;
     const std::size_t pages = fixture.beginning.size();
     std::size_t errors = 0, tried = 0;
