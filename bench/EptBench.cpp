@@ -2,9 +2,9 @@
 // LUMARO_BENCH_EPT_STORE names the store. "points" is what one round reads.
 
 #include <core/File.h>
+#include <octree/NodeKey.h>
 #include <octree/Octree.h>
 #include <octree/entwine/EntwineTree.h>
-#include <octree/NodeKey.h>
 
 #include <benchmark/benchmark.h>
 

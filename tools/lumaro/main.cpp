@@ -16,7 +16,8 @@ constexpr int USAGE = 2;
 
 void describe(CLI::App& app) {
     app.name("lumaro");
-    app.description("Pictures and facts of very large point clouds (Potree 2.0 and Entwine stores, COPC files).");
+    app.description(
+        "Pictures and facts of very large point clouds (Potree 2.0 and Entwine stores, COPC files).");
     app.footer(
         "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 stopped with Ctrl-C; one more does not wait.\n"
         "'lumaro COMMAND --help' explains a command.");

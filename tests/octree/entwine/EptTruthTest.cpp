@@ -1,7 +1,7 @@
+#include <octree/NodeKey.h>
 #include <octree/Octree.h>
 #include <octree/StoreError.h>
 #include <octree/entwine/EntwineTree.h>
-#include <octree/NodeKey.h>
 #include <octree/potree/Store.h>
 
 #include <gtest/gtest.h>
