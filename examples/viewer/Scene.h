@@ -22,8 +22,8 @@ class Scene {
 public:
     explicit Scene(Render::Renderer& renderer);
 
-    /// To be shown: a store (a folder or its metadata.json or ept.json), an .obj or an equirectangular .png
-    /// or .jpg.
+    /// To be shown: a store (a folder, its metadata.json or ept.json, or a COPC file), an .obj or an
+    /// equirectangular .png or .jpg.
     void open(const std::filesystem::path& path);
     /// To be called again and again. True when there is something new to see; throws when something could not
     /// be opened, which is left out.

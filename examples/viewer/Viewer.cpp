@@ -236,7 +236,8 @@ void Viewer::openChosen() {
     OPENFILENAMEW dialog = {};
     dialog.lStructSize = sizeof dialog;
     dialog.hwndOwner = mWindow;
-    dialog.lpstrFilter = L"Stores, meshes, panoramas\0metadata.json;ept.json;*.obj;*.png;*.jpg;*.jpeg\0";
+    dialog.lpstrFilter =
+        L"Stores, meshes, panoramas\0metadata.json;ept.json;*.laz;*.obj;*.png;*.jpg;*.jpeg\0";
     dialog.lpstrFile = path.data();
     dialog.nMaxFile = static_cast<DWORD>(path.size());
     dialog.Flags = OFN_FILEMUSTEXIST | OFN_NOCHANGEDIR;

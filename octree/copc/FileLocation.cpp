@@ -4,6 +4,7 @@
 
 #include <array>
 #include <fstream>
+#include <system_error>
 
 namespace Copc {
 
@@ -12,6 +13,10 @@ std::string FileLocation::toString() const {
 }
 
 bool FileLocation::exists() const {
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(mFile, ignored)) {
+        return false;  // Opening a pipe would wait for its writer.
+    }
     std::array<char, Head::MIN_SIZE> bytes{};
     std::ifstream stream(mFile, std::ios::binary);
     return stream.read(bytes.data(), bytes.size()) && Head::isCopc(std::as_bytes(std::span(bytes)));

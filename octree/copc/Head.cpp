@@ -4,6 +4,7 @@
 #include <octree/StoreError.h>
 #include <octree/copc/Head.h>
 #include <octree/las/LittleEndian.h>
+#include <octree/las/Tile.h>
 #include <octree/tiles/LasTile.h>
 
 #include <algorithm>
@@ -118,12 +119,16 @@ Head::Head(const Octree::RandomAccessFile& file, Octree::MemoryBudget& budget, c
     : mBytes(readHead(file, budget, stop)), mLas(Las::LasFile::head(Core::pathToUtf8(file.path()), mBytes)) {
     try {
         const std::vector<Las::VariableRecord>& records = mLas.records();
-        if (records.empty() || records.front().data.size() < INFO_SIZE) {
+        if (records.empty() || records.front().userId != "copc" || records.front().data.size() < INFO_SIZE) {
             throw Las::DataError("its first record does not describe an octree");
         }
         if (!mLas.items() || !mLas.format().isLayered()) {
             throw Las::DataError("it has point format " + std::to_string(mLas.header().pointFormat) +
                                  ", not 6, 7 or 8, compressed");
+        }
+        if (mLas.format().extraByteCount > Las::MAX_EXTRA_BYTES) {
+            throw Las::DataError(std::to_string(mLas.format().extraByteCount) +
+                                 " extra bytes a point are more than a file may have");
         }
         readInfo(records.front().data);
     } catch (const Las::DataError& error) {

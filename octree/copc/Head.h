@@ -28,6 +28,9 @@ public:
     /// Throws StoreError naming the file, and OpenStopped when stopped.
     Head(const Octree::RandomAccessFile& file, Octree::MemoryBudget& budget, const std::stop_token& stop);
 
+    Head(const Head&) = delete;
+    Head& operator=(const Head&) = delete;
+
     const Las::LasFile& las() const { return mLas; }
     /// Where the hierarchy's first page lies.
     const Octree::ByteRange& rootPage() const { return mRootPage; }

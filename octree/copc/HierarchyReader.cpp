@@ -105,8 +105,8 @@ bool HierarchyReader::readEntries(OctreeNodeId root, const Octree::ByteRange& ra
                                   const std::stop_token& stop) const {
     if (range.size % ENTRY_SIZE != 0 || range.size > MAX_PAGE_SIZE ||
         !mFile->contains(range.offset, range.size)) {
-        fail(root, "its hierarchy page of " + std::to_string(range.size) + " bytes at " +
-                       std::to_string(range.offset) + " is none");
+        fail(root, std::to_string(range.size) + " bytes at " + std::to_string(range.offset) +
+                       " cannot be its hierarchy page");
     }
     const auto count = static_cast<std::size_t>(range.size / ENTRY_SIZE);
     mBudget->require(range.size + count * sizeof(HierarchyEntry), mFile->path(), NodeKey(root).text());

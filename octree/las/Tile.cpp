@@ -10,8 +10,6 @@ namespace Las {
 
 namespace {
 
-/// Each takes kilobytes of a decoder; files are seen with some dozens.
-constexpr std::size_t MAX_EXTRA_BYTES = 4096;
 /// What is given room to in advance, whatever the header says.
 constexpr std::uint64_t RESERVED_BYTES_PER_BYTE = 16;
 

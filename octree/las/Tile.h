@@ -3,11 +3,15 @@
 #include <octree/las/Columns.h>
 #include <octree/las/LasFile.h>
 
+#include <cstddef>
 #include <stop_token>
 #include <string>
 #include <string_view>
 
 namespace Las {
+
+/// More extra bytes a point are refused: each takes kilobytes of a decoder, and files have some dozens.
+constexpr std::size_t MAX_EXTRA_BYTES = 4096;
 
 /// A whole small file.
 struct Tile {

@@ -189,6 +189,7 @@ TEST(HostileStore, PipesAreNoFiles) {
     const std::string message =
         messageOf([&] { Octree::Octree(PoTree::FileSystemLocation(fixture.folder.path())); });
     EXPECT_NE(message.find("octree.bin: is not a file"), std::string::npos) << message;
+    EXPECT_THROW(Octree::Location::fromPath(file), Octree::StoreError);
 }
 #endif
 

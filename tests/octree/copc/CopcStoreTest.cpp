@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 
 using Octree::OctreeNodeId;
@@ -127,6 +128,15 @@ TEST(CopcStore, ContradictionsAreErrorsThatNameTheNode) {
         {[](auto& fixture, auto&) { fixture.beginning[247] = 29; },
          "the nodes have 30 points, the header says 29"},
     };
+    const std::uint16_t extraBytes = 65000, recordLength = 36 + extraBytes;
+    CopcFixture large;
+    const std::size_t items = large.beginning.find("laszip encoded") - 2 + 54 + 34;
+    std::memcpy(&large.beginning[105], &recordLength, 2);
+    std::memcpy(&large.beginning[items + 2 * 6 + 2], &extraBytes, 2);
+    large.write();
+    EXPECT_NE(errorOf(large.path()).find("65000 extra bytes a point"), std::string::npos)
+        << errorOf(large.path());
+
     for (const Attack& attack : attacks) {
         CopcFixture fixture;
         attack.change(fixture, fixture.pages.at(OctreeNodeId()));
